@@ -1,0 +1,71 @@
+# The few target shapes this project has: a room (static library), a room's
+# unit tests (one program), and an image (DLL or EXE) with its symbols.
+
+set(KOVA_BIN ${PROJECT_BINARY_DIR}/bin)
+set(KOVA_TEST_BIN ${PROJECT_BINARY_DIR}/test-bin)
+set(KOVA_SYMBOLS ${PROJECT_BINARY_DIR}/symbols)
+file(MAKE_DIRECTORY ${KOVA_BIN} ${KOVA_TEST_BIN} ${KOVA_SYMBOLS})
+
+# Builds the distribution's GoogleTest sources for whatever target is built.
+function(kova_use_googletest)
+  set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
+  set(BUILD_GMOCK ON CACHE BOOL "" FORCE)
+  add_subdirectory(/usr/src/googletest ${PROJECT_BINARY_DIR}/googletest
+    EXCLUDE_FROM_ALL SYSTEM)
+endfunction()
+
+function(kova_compile_options target)
+  target_compile_options(${target} PRIVATE
+    -Wall -Wextra -Werror -Wthread-safety)
+  target_include_directories(${target} PUBLIC
+    ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/include)
+  if(WIN32)
+    target_compile_options(${target} PRIVATE -fms-extensions -g -gcodeview)
+    target_compile_definitions(${target} PRIVATE
+      UNICODE _UNICODE _WIN32_WINNT=0x0601 WINVER=0x0601)
+  else()
+    target_include_directories(${target} BEFORE PUBLIC
+      ${PROJECT_SOURCE_DIR}/test/native)
+    target_compile_options(${target} PRIVATE
+      -g -fno-omit-frame-pointer -fsanitize=address,undefined
+      -fno-sanitize-recover=all)
+    target_link_options(${target} PUBLIC -fsanitize=address,undefined)
+  endif()
+endfunction()
+
+# kova_room(<name> SOURCES <files...> [ROOMS <rooms...>] [LIBRARIES <libs...>])
+# Builds src/<name> as the static library kova_<name>.
+function(kova_room name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;ROOMS;LIBRARIES" ${ARGN})
+  add_library(kova_${name} STATIC ${ARG_SOURCES})
+  kova_compile_options(kova_${name})
+  list(TRANSFORM ARG_ROOMS PREPEND kova_)
+  target_link_libraries(kova_${name} PUBLIC ${ARG_ROOMS} ${ARG_LIBRARIES})
+endfunction()
+
+# kova_tests(<program> SOURCES <files...> [LINK <targets...>])
+# One test program, run by CTest as one entry.
+function(kova_tests program)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
+  add_executable(${program} ${ARG_SOURCES})
+  kova_compile_options(${program})
+  target_include_directories(${program} PRIVATE ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${program} PRIVATE
+    ${ARG_LINK} GTest::gmock_main)
+  kova_image_symbols(${program})
+  set_target_properties(${program} PROPERTIES
+    RUNTIME_OUTPUT_DIRECTORY ${KOVA_TEST_BIN})
+  add_test(NAME ${program} COMMAND ${program})
+  set_tests_properties(${program} PROPERTIES TIMEOUT 300)
+endfunction()
+
+# Keeps an image's symbols in a folder of their own and records no path to
+# them: some debuggers' helper libraries fail on a symbol file found beside
+# the image.
+function(kova_image_symbols target)
+  if(WIN32)
+    target_link_options(${target} PRIVATE
+      -Wl,--pdb=${KOVA_SYMBOLS}/${target}.pdb
+      -Wl,-Xlink=/pdbaltpath:${target}.pdb)
+  endif()
+endfunction()

@@ -1,0 +1,84 @@
+# Shared by the scripts beside it: where things are, what must be installed,
+# how to build, and the Wine prefix that programs run in. Meant to be sourced.
+KOVA_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+KOVA_BUILD=$KOVA_ROOT/build
+
+say() { printf '\n== %s\n' "$*"; }
+fail() {
+  printf 'error: %s\n' "$*" >&2
+  exit 1
+}
+
+# need_packages WHY PACKAGE...: installs those that are missing, once.
+need_packages() {
+  local why=$1 missing=() package
+  shift
+  for package in "$@"; do
+    dpkg-query -W -f='${Status}' "$package" 2>/dev/null |
+      grep -q '^install ok installed' || missing+=("$package")
+  done
+  [ ${#missing[@]} -eq 0 ] && return 0
+  say "Installing ${missing[*]} ($why)"
+  [ "$(id -u)" = 0 ] || fail "these packages are missing and only root can \
+install them; run as root: apt-get install ${missing[*]}"
+  if [ -z "${KOVA_APT_UPDATED:-}" ]; then
+    apt-get update -qq || fail "apt-get update failed; is there a network?"
+    KOVA_APT_UPDATED=1
+  fi
+  DEBIAN_FRONTEND=noninteractive apt-get install -y -qq \
+    --no-install-recommends "${missing[@]}" >/dev/null ||
+    fail "apt-get install ${missing[*]} failed; see the lines above"
+}
+
+need_build_tools() {
+  need_packages "compiler, linker and resource compiler" \
+    clang-19 lld-19 llvm-19
+  need_packages "headers and libraries for 64-bit Windows" \
+    g++-mingw-w64-x86-64-posix
+  need_packages "build system" cmake ninja-build
+  need_packages "libraries of the tools and tests" googletest libcli11-dev
+}
+
+need_wine() {
+  need_packages "runs Windows programs here" wine wine64
+}
+
+# build_windows [TARGET...]: configures when needed, then builds.
+build_windows() {
+  cd "$KOVA_ROOT" || fail "cannot enter $KOVA_ROOT"
+  if [ ! -f "$KOVA_BUILD/build.ninja" ]; then
+    say "Configuring the Windows build"
+    cmake --preset windows >"$(log_file configure)" 2>&1 ||
+      { cat "$(log_file configure)"; fail "configuring failed"; }
+  fi
+  say "Building the Windows programs"
+  cmake --build --preset windows ${1:+--target "$@"} ||
+    fail "the build failed; the first error above says where"
+}
+
+log_file() {
+  mkdir -p "$KOVA_BUILD/logs"
+  printf '%s/logs/%s.log' "$KOVA_BUILD" "$1"
+}
+
+wine_environment() {
+  export WINEPREFIX=${WINEPREFIX:-$KOVA_BUILD/wine}
+  export WINEDEBUG=${WINEDEBUG:--all}
+  export WINEDLLOVERRIDES=${WINEDLLOVERRIDES:-mscoree,mshtml=}
+}
+
+# Makes the prefix once; a half-made one (interrupted) is made anew.
+make_wine_prefix() {
+  [ -f "$WINEPREFIX/.kova-ready" ] && return 0
+  say "Making the Wine prefix (about 15 s, once)" >&2
+  rm -rf "$WINEPREFIX"
+  mkdir -p "$(dirname "$WINEPREFIX")"
+  wineboot -i >"$(log_file wineboot)" 2>&1 ||
+    { cat "$(log_file wineboot)"; fail "making the Wine prefix failed"; }
+  # A child that crashes on purpose must end, not wait for a debugger.
+  wine reg add 'HKLM\Software\Microsoft\Windows NT\CurrentVersion\AeDebug' \
+    /v Debugger /t REG_SZ /d '' /f >>"$(log_file wineboot)" 2>&1 ||
+    fail "preparing the Wine prefix failed; see $(log_file wineboot)"
+  wineserver -w
+  touch "$WINEPREFIX/.kova-ready"
+}

@@ -1,0 +1,33 @@
+// A block of bytes of an exact size, as responses travel in.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+namespace kova {
+
+// Owns Size() bytes; null and 0 when empty. Moves, does not copy. Not safe for
+// use by two threads at once.
+class ByteBuffer {
+ public:
+  [[nodiscard]] char* Data() { return m_data.get(); }
+  [[nodiscard]] const char* Data() const { return m_data.get(); }
+  [[nodiscard]] uint64_t Size() const { return m_size; }
+
+  // Makes the block exactly `sizeBytes` long. Its contents are unspecified
+  // afterwards: whoever resizes fills the block. A block that has the size
+  // already is kept. Throws std::bad_alloc, and then keeps the old block.
+  void ResizeDiscarding(uint64_t sizeBytes) {
+    if (sizeBytes == m_size) return;
+    std::unique_ptr<char[]> fresh(sizeBytes == 0 ? nullptr
+                                                 : new char[sizeBytes]);
+    m_data = std::move(fresh);
+    m_size = sizeBytes;
+  }
+
+ private:
+  std::unique_ptr<char[]> m_data;
+  uint64_t m_size = 0;
+};
+
+}  // namespace kova
