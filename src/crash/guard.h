@@ -1,0 +1,17 @@
+// The structured-exception guard that the exports and the server's threads
+// run in.
+#pragma once
+
+namespace kova {
+
+// What a guard runs. `argument` is handed through unchanged.
+using GuardedBody = unsigned (*)(void* argument);
+
+// Calls body(argument) and returns its result. An exception of any kind that
+// escapes the body, a machine fault or a thrown C++ exception, is shown to
+// CrashUtility::RecordSEH on the faulting thread, before any unwinding, and
+// then goes on to whoever else may handle it: the guard catches nothing.
+// May be called on any thread; holds no lock.
+unsigned RunGuarded(GuardedBody body, void* argument);
+
+}  // namespace kova

@@ -1,0 +1,64 @@
+#include "test/support/import_patch.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace kova::test {
+namespace {
+
+template <typename T>
+T* At(char* base, DWORD offset) {
+  return reinterpret_cast<T*>(base + offset);
+}
+
+void** FindInDescriptor(char* base, const IMAGE_IMPORT_DESCRIPTOR& descriptor,
+                        const char* name) {
+  if (descriptor.OriginalFirstThunk == 0) return nullptr;
+  auto* names = At<IMAGE_THUNK_DATA>(base, descriptor.OriginalFirstThunk);
+  auto* slots = At<IMAGE_THUNK_DATA>(base, descriptor.FirstThunk);
+  for (; names->u1.AddressOfData != 0; ++names, ++slots) {
+    if (IMAGE_SNAP_BY_ORDINAL(names->u1.Ordinal)) continue;
+    const auto* entry = At<IMAGE_IMPORT_BY_NAME>(
+        base, static_cast<DWORD>(names->u1.AddressOfData));
+    if (std::strcmp(reinterpret_cast<const char*>(entry->Name), name) == 0) {
+      return reinterpret_cast<void**>(&slots->u1.Function);
+    }
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+void** FindImportSlot(HMODULE module, const char* name) {
+  if (module == nullptr) module = ::GetModuleHandleW(nullptr);
+  char* const base = reinterpret_cast<char*>(module);
+  const auto* dos = At<IMAGE_DOS_HEADER>(base, 0);
+  const auto* headers =
+      At<IMAGE_NT_HEADERS>(base, static_cast<DWORD>(dos->e_lfanew));
+  const IMAGE_DATA_DIRECTORY& directory =
+      headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
+  if (directory.VirtualAddress == 0) return nullptr;
+  for (auto* descriptor =
+           At<IMAGE_IMPORT_DESCRIPTOR>(base, directory.VirtualAddress);
+       descriptor->Name != 0; ++descriptor) {
+    void** const slot = FindInDescriptor(base, *descriptor, name);
+    if (slot != nullptr) return slot;
+  }
+  return nullptr;
+}
+
+void WriteImportSlot(void** slot, void* function) {
+  DWORD old = 0;
+  ::VirtualProtect(slot, sizeof(*slot), PAGE_READWRITE, &old);
+  ::InterlockedExchangePointer(slot, function);
+  ::VirtualProtect(slot, sizeof(*slot), old, &old);
+}
+
+void FailMissingImport(const char* name) {
+  std::fprintf(stderr, "there is no import named %s to replace\n", name);
+  std::abort();
+}
+
+}  // namespace kova::test
