@@ -11,8 +11,8 @@ ULONGLONG WINAPI OtherTickCount() { return 4661; }
 
 TEST(ImportPatchTest, ReplacesAnImportForItsScope) {
   {
-    const ImportPatch<decltype(GetTickCount64)> patch(
-        nullptr, "GetTickCount64", &FixedTickCount);
+    const ImportPatch<decltype(GetTickCount64)> patch(nullptr, "GetTickCount64",
+                                                      &FixedTickCount);
     EXPECT_EQ(::GetTickCount64(), 4660u);
     EXPECT_NE(patch.Original()(), 4660u);
   }
@@ -23,8 +23,8 @@ TEST(ImportPatchTest, NestsLikeScopes) {
   const ImportPatch<decltype(GetTickCount64)> outer(nullptr, "GetTickCount64",
                                                     &FixedTickCount);
   {
-    const ImportPatch<decltype(GetTickCount64)> inner(
-        nullptr, "GetTickCount64", &OtherTickCount);
+    const ImportPatch<decltype(GetTickCount64)> inner(nullptr, "GetTickCount64",
+                                                      &OtherTickCount);
     EXPECT_EQ(::GetTickCount64(), 4661u);
   }
   EXPECT_EQ(::GetTickCount64(), 4660u);
