@@ -1,0 +1,88 @@
+#include "log/file_sink.h"
+
+#include <chrono>
+#include <limits>
+#include <memory>
+
+#include "base/handles.h"
+#include "base/o_critical_section.h"
+#include "log/log_storage.h"
+#include "log/time_text.h"
+
+namespace kova {
+namespace {
+
+constexpr wchar_t kLogFolder[] = L"C:\\Log Files";
+
+// Everything a file sink was given. The lock is a recursive one: a crash while
+// it is held is logged by the thread that holds it.
+struct GatheredText {
+  OCriticalSection lock;
+  std::wstring text KOVA_GUARDED_BY(lock);
+};
+
+void MakeSureOfLogFolder() {
+  const DWORD attributes = ::GetFileAttributesW(kLogFolder);
+  if (attributes == INVALID_FILE_ATTRIBUTES ||
+      (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
+    ::CreateDirectoryW(kLogFolder, nullptr);
+  }
+}
+
+UniqueFile CreateMissingFile(const std::wstring& path) {
+  return UniqueFile(
+      ::CreateFileW(path.c_str(), GENERIC_WRITE,
+                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                    nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
+}
+
+void Append(GatheredText& gathered, const std::wstring& stamped) {
+  const ScopedLock held(gathered.lock);
+  // Deliberate: no line end between entries, and the text is never emptied.
+  gathered.text += stamped;
+}
+
+std::wstring CopyOf(GatheredText& gathered) {
+  const ScopedLock held(gathered.lock);
+  return gathered.text;
+}
+
+void WriteGathered(HANDLE file, const std::wstring& text) {
+  // Deliberate: the number of characters plus one is taken as a number of
+  // bytes, so the file receives the first half of the text's bytes plus one.
+  const size_t most = std::numeric_limits<DWORD>::max();
+  const size_t lengthBytes = std::min(text.size() + 1, most);
+  DWORD written = 0;
+  ::WriteFile(file, text.c_str(), static_cast<DWORD>(lengthBytes), &written,
+              nullptr);
+}
+
+void LeaveInFile(const std::wstring& path, GatheredText& gathered,
+                 tk::Logger* logger, const std::wstring& line) {
+  if ((logger->RefreshMask() & tk::kFileSinkOn) == 0) return;
+  Append(gathered, LocalTimeText(CurrentTimeSeconds()) + L" -- " + line);
+  const UniqueFile file = CreateMissingFile(path);
+  // Deliberate: a file that exists already is left as it is.
+  if (!file.IsValid()) return;
+  WriteGathered(file.Get(), CopyOf(gathered));
+}
+
+}  // namespace
+
+tk::LogSink MakeFileSink(tk::Logger* logger) {
+  const std::shared_ptr<tk::LogStorage> storage =
+      tk::LogStorage::OfThisThread();
+  if (!storage->IsLogFolderReady()) {
+    MakeSureOfLogFolder();
+    storage->SetLogFolderReady();
+  }
+  const std::wstring path =
+      std::wstring(kLogFolder) + L"\\" + logger->Name() + L".txt";
+  const auto gathered = std::make_shared<GatheredText>();
+  return [path, gathered](tk::Logger* sender, tk::LogChannel /*channel*/,
+                          const std::wstring& line) {
+    LeaveInFile(path, *gathered, sender, line);
+  };
+}
+
+}  // namespace kova

@@ -1,0 +1,92 @@
+// Composes one log line and writes it.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <sstream>
+
+#include "base/last_error_keeper.h"
+#include "log/log_channel.h"
+#include "log/logger.h"
+
+namespace kova {
+
+// A number shown in lower-case hexadecimal, without prefix or padding.
+struct Hex {
+  explicit Hex(uint64_t number) : value(number) {}
+  uint64_t value;
+};
+std::wostream& operator<<(std::wostream& stream, Hex number);
+
+// One log line under construction: "<method>: " and whatever is streamed into
+// it, written when it goes out of scope. Used as one statement:
+//
+//   LogLine(tk::LogChannel::Info, "WebServerBase::Run") << L"port " << port;
+//
+// Numbers are shown in decimal; narrow text is widened character by character;
+// a null text adds nothing. On a disabled channel, or without a logger,
+// nothing is built and nothing is allocated; where the values themselves cost
+// something, ask first:
+//
+//   if (LogLine line(channel, "X::Y"); line) line << Expensive();
+//
+// Keeps the thread's last error over its whole life, and after each value that
+// is streamed, so GetLastError() may be one of the values. Used by one thread.
+class LogLine {
+ public:
+  // On the server's logger. `method` is the logging function as Class::Method,
+  // or its bare name; it is read at once.
+  LogLine(tk::LogChannel channel, const char* method);
+  // On `logger`, which may be null; an enabled line keeps it alive.
+  LogLine(const std::shared_ptr<tk::Logger>& logger, tk::LogChannel channel,
+          const char* method);
+  // Writes the line. May throw what the memory it needs may throw, and lets
+  // that go on to the crash guard as from any other place.
+  ~LogLine() noexcept(false);
+
+  LogLine(const LogLine&) = delete;
+  LogLine& operator=(const LogLine&) = delete;
+
+  // Whether the line will be written.
+  explicit operator bool() const { return m_text.has_value(); }
+
+  template <typename T>
+  LogLine& operator<<(const T& value) {
+    if (m_text) {
+      const LastErrorKeeper keeper;
+      m_text->stream << value;
+    }
+    return *this;
+  }
+  LogLine& operator<<(const char* text) { return AddText(text); }
+  LogLine& operator<<(const wchar_t* text) { return AddText(text); }
+  LogLine& operator<<(char* text) { return AddText(text); }
+  LogLine& operator<<(wchar_t* text) { return AddText(text); }
+
+ private:
+  struct Text {
+    // First, so that it outlasts the stream.
+    LastErrorKeeper keeper;
+    std::wostringstream stream;
+  };
+
+  template <typename Character>
+  LogLine& AddText(const Character* text) {
+    if (m_text && text != nullptr) {
+      const LastErrorKeeper keeper;
+      m_text->stream << text;
+    }
+    return *this;
+  }
+
+  void Begin(const char* method);
+
+  const tk::LogChannel m_channel;
+  tk::Logger* m_logger = nullptr;
+  std::shared_ptr<tk::Logger> m_owner;
+  std::optional<Text> m_text;
+};
+
+}  // namespace kova

@@ -1,0 +1,48 @@
+#include "log/time_text.h"
+
+#include <chrono>
+#include <cwchar>
+#include <iterator>
+
+namespace kova {
+namespace {
+
+constexpr const wchar_t* kDays[] = {L"Sun", L"Mon", L"Tue", L"Wed",
+                                    L"Thu", L"Fri", L"Sat"};
+constexpr const wchar_t* kMonths[] = {L"Jan", L"Feb", L"Mar", L"Apr",
+                                      L"May", L"Jun", L"Jul", L"Aug",
+                                      L"Sep", L"Oct", L"Nov", L"Dec"};
+
+std::wstring Padded(int number, wchar_t padding) {
+  const std::wstring digits = std::to_wstring(number);
+  return digits.size() < 2 ? padding + digits : digits;
+}
+
+std::wstring ZoneName(const std::tm& time) {
+  wchar_t name[128] = {};
+  const size_t length = std::wcsftime(name, std::size(name), L"%Z", &time);
+  return std::wstring(name, length);
+}
+
+}  // namespace
+
+int64_t CurrentTimeSeconds() {
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  return std::chrono::floor<std::chrono::seconds>(now).count();
+}
+
+std::wstring StandardTimeText(const std::tm& time) {
+  return std::wstring(kDays[time.tm_wday]) + L" " + kMonths[time.tm_mon] +
+         L" " + Padded(time.tm_mday, L' ') + L" " + Padded(time.tm_hour, L'0') +
+         L":" + Padded(time.tm_min, L'0') + L":" + Padded(time.tm_sec, L'0') +
+         L" " + std::to_wstring(time.tm_year + 1900);
+}
+
+std::wstring LocalTimeText(int64_t seconds) {
+  const std::time_t time = static_cast<std::time_t>(seconds);
+  std::tm local = {};
+  if (::localtime_s(&local, &time) != 0) local = {};
+  return StandardTimeText(local) + L" " + ZoneName(local);
+}
+
+}  // namespace kova
