@@ -1,0 +1,34 @@
+// What this extension needs to know about the request it was handed.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace sample {
+
+// One request, taken apart. Texts are the bytes received; form fields are
+// decoded, query first, then a body of type application/x-www-form-urlencoded.
+struct Request {
+  std::string method;
+  std::string target;  // as sent, with the query
+  std::vector<std::pair<std::string, std::string>> form;
+  std::string body;                 // what came after the headers
+  uint64_t announcedBodyBytes = 0;  // Content-Length; 0 without one
+  std::string raw;
+};
+
+// Takes `bytes` apart. The server hands over only requests that it has parsed
+// itself, so odd input gives empty fields, not an error.
+Request ReadRequest(std::string_view bytes);
+
+// The first value of the form field `name` (ASCII letter case ignored), as the
+// server's own routing finds it; empty if there is none.
+std::string FormValue(const Request& request, std::string_view name);
+
+// Decodes '+' and %XX; a '%' without two hexadecimal digits stays as it is.
+std::string UrlDecode(std::string_view text);
+
+}  // namespace sample
