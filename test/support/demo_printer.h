@@ -1,0 +1,43 @@
+// Printers of the real spooler, for tests.
+#pragma once
+
+#include <string>
+
+#include "base/windows_api.h"
+
+namespace kova::test {
+
+// Installs the printer driver that demo printers use, if it is missing; it
+// stays installed. False if the spooler refuses.
+bool AddDemoDriver();
+
+// A printer that exists for its scope, with the demo driver. Its name and its
+// share name must be free; a leftover of that name is removed first.
+class DemoPrinter {
+ public:
+  // Shared under `shareName`, or not shared if that is null.
+  explicit DemoPrinter(std::wstring name, const wchar_t* shareName = nullptr);
+  ~DemoPrinter();
+
+  DemoPrinter(const DemoPrinter&) = delete;
+  DemoPrinter& operator=(const DemoPrinter&) = delete;
+
+  // Whether the printer could be added. Each of the others needs it.
+  [[nodiscard]] bool IsInstalled() const { return m_printer != nullptr; }
+  [[nodiscard]] const std::wstring& Name() const { return m_name; }
+
+  // Records `folder` as the driver's package folder, where the network
+  // extension library is looked for.
+  bool SetDriverPackage(const std::wstring& folder);
+  // Records any data of any type under the name "DriverPackage".
+  bool SetDriverPackageData(DWORD type, const void* data, DWORD sizeBytes);
+
+ private:
+  const std::wstring m_name;
+  HANDLE m_printer = nullptr;
+};
+
+// Removes the printer of that name, if there is one.
+void RemovePrinter(const std::wstring& name);
+
+}  // namespace kova::test
