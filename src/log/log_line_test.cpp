@@ -27,7 +27,7 @@ constexpr uint32_t kInfoShown = 0xE0000000 | tk::kDebuggerShowsAll;
 class LogLineTest : public testing::Test {
  protected:
   // A clock far ahead of any other test's makes the logger read its mask.
-  LogLineTest() : m_mask(kInfoShown), m_clock(s_nowMs += 10000) {}
+  LogLineTest() : m_mask(kInfoShown), m_clock(s_nowMs += 100000) {}
 
   static inline uint64_t s_nowMs = uint64_t{1} << 40;
   const ScopedLogMask m_mask;

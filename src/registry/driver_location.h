@@ -1,0 +1,16 @@
+// Where a printer driver keeps its network-extension library.
+#pragma once
+
+#include <string>
+
+// All of these may be called on any thread. None logs or throws.
+
+// The full path of the extension library of the printer's driver: the driver's
+// package folder as recorded, '\', "Corvane_V3_NetMon.dll". Empty if there is
+// no such printer, it records no folder, or `printerName` is null. The file
+// may not exist.
+std::wstring GetV3PrintMonitorDllFullPath(const wchar_t* printerName);
+
+// The printer's data value "DriverPackage", if it is a REG_SZ of at most 2047
+// characters; otherwise, and for a null or unknown printer, empty.
+std::wstring GetDriverPackagePath(const wchar_t* printerName);

@@ -1,0 +1,147 @@
+#include "registry/key_path.h"
+
+#include <cwchar>
+#include <string_view>
+#include <utility>
+
+#include "base/ascii.h"
+#include "base/windows_api.h"
+
+namespace kova {
+namespace {
+
+struct TextPair {
+  const wchar_t* from;
+  const wchar_t* to;
+};
+
+constexpr TextPair kEscapes[] = {
+    {L"%", L"%25"}, {L"/", L"%2F"}, {L":", L"%3A"}};
+
+// What callers write, put into the one form that the rest reads.
+constexpr TextPair kNormalForms[] = {
+    {L"%%", L"%25"}, {L"//", L"%2F"}, {L"::", L"%3A"}, {L"\\", L"/"}};
+
+constexpr TextPair kAliases[] = {
+    {L"CLASSES_ROOT:", L"0:"},
+    {L"CURRENT_USER:", L"1:"},
+    {L"LOCAL_MACHINE:", L"2:"},
+    {L"USERS:", L"3:"},
+    {L"USER:", L"1:SOFTWARE/Corvane Tessaly/Drivers"},
+    {L"LOCAL:", L"2:SOFTWARE/Corvane Tessaly/Drivers"},
+    {L"GLOBAL:", L"2:SOFTWARE/Corvane Tessaly/Drivers/Global Settings"},
+    {L"CONTROL:", L"2:SYSTEM/CurrentControlSet/Control"},
+    {L"PRINT:", L"2:SYSTEM/CurrentControlSet/Control/Print"},
+    {L"ENUM:", L"2:SYSTEM/CurrentControlSet/Enum"},
+};
+
+constexpr long kRootCount = 4;
+
+void ReplaceAll(std::wstring& text, const TextPair& pair) {
+  const std::wstring from = pair.from;
+  const std::wstring to = pair.to;
+  size_t at = text.find(from);
+  while (at != std::wstring::npos) {
+    text.replace(at, from.size(), to);
+    at = text.find(from, at + to.size());
+  }
+}
+
+void Normalize(std::wstring& text) {
+  for (const TextPair& pair : kNormalForms) ReplaceAll(text, pair);
+}
+
+void RemoveTrailing(std::wstring& text, wchar_t character) {
+  while (!text.empty() && text.back() == character) text.pop_back();
+}
+
+bool StartsWithAlias(const std::wstring& path, const std::wstring& alias) {
+  return EqualsNoCase(std::wstring_view(path).substr(0, alias.size()), alias);
+}
+
+unsigned DigitValue(wchar_t character) {
+  const unsigned code = static_cast<unsigned>(character);
+  const unsigned decimal = code - L'0';
+  return decimal <= 9 ? decimal : (code & 0xF) + 9;
+}
+
+std::wstring CharacterOfByte(char byte) {
+  wchar_t text[4] = {};
+  const int count = ::MultiByteToWideChar(CP_ACP, 0, &byte, 1, text, 4);
+  return std::wstring(text, count > 0 ? static_cast<size_t>(count) : 0);
+}
+
+std::wstring Join(std::wstring keyPath, const std::wstring& valueName) {
+  RemoveTrailing(keyPath, L'/');
+  if (valueName.empty()) return keyPath;
+  if (!keyPath.empty() && keyPath.back() != L':') keyPath += L'/';
+  return keyPath + valueName;
+}
+
+bool HasRoot(const std::wstring& valueName) {
+  return valueName.find(L':', 1) != std::wstring::npos;
+}
+
+}  // namespace
+
+std::wstring EscapeName(std::wstring text) {
+  for (const TextPair& pair : kEscapes) ReplaceAll(text, pair);
+  return text;
+}
+
+std::wstring UnescapeName(std::wstring text) {
+  for (size_t i = 0; i + 2 < text.size(); ++i) {
+    if (text[i] != L'%') continue;
+    const unsigned code =
+        16 * DigitValue(text[i + 1]) + DigitValue(text[i + 2]);
+    text.replace(i, 3, CharacterOfByte(static_cast<char>(code & 0xFF)));
+  }
+  return text;
+}
+
+bool CombinePath(std::wstring& keyPath, std::wstring& valueName) {
+  std::wstring path = keyPath;
+  std::wstring name = valueName;
+  Normalize(path);
+  Normalize(name);
+  const std::wstring combined = HasRoot(name) ? name : Join(path, name);
+  const size_t last = combined.find_last_of(L"/:");
+  if (last == std::wstring::npos) return false;
+  if (valueName.empty()) {
+    keyPath = combined;
+    return true;
+  }
+  keyPath = combined.substr(0, combined[last] == L':' ? last + 1 : last);
+  valueName = UnescapeName(combined.substr(last + 1));
+  return true;
+}
+
+void ExpandKeyAliases(std::wstring& path) {
+  if (path.find(L':') == std::wstring::npos) return;
+  for (const TextPair& row : kAliases) {
+    const std::wstring alias = row.from;
+    if (!StartsWithAlias(path, alias)) continue;
+    const std::wstring rest = path.substr(alias.size());
+    path = row.to;
+    if (rest.empty()) continue;
+    if (path.back() != L'/' && path.back() != L':') path += L'/';
+    path += rest;
+  }
+}
+
+bool SplitRootedKey(const std::wstring& path, RootedKey& key) {
+  key = {};
+  const size_t colon = path.find(L':');
+  if (colon == std::wstring::npos || colon == 0) return false;
+  std::wstring subkey = path.substr(colon + 1);
+  ReplaceAll(subkey, {L"/", L"\\"});
+  key.subkey = UnescapeName(std::move(subkey));
+  RemoveTrailing(key.subkey, L'\\');
+  // Deliberate: an alias that nobody knows reads as 0, the classes root.
+  const long root = std::wcstol(path.substr(0, colon).c_str(), nullptr, 10);
+  if (root < 0 || root >= kRootCount) return false;
+  key.root = static_cast<int>(root);
+  return !key.subkey.empty();
+}
+
+}  // namespace kova
