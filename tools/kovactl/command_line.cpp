@@ -1,0 +1,80 @@
+#include "command_line.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <exception>
+#include <sstream>
+
+#include "exit_code.h"
+#include "output.h"
+#include "utf8.h"
+#include "verb_run.h"
+
+namespace kova::ctl {
+namespace {
+
+std::string Footer() {
+  return "Examples:\n"
+         "  kovactl run --demo\n"
+         "  kovactl run --help\n\n" +
+         ExitCodeHelp();
+}
+
+void AddEverything(CLI::App& app) {
+  app.name("kovactl");
+  app.set_version_flag("--version", "kovactl " KOVA_VERSION);
+  app.require_subcommand(0, 1);
+  app.footer(&Footer);
+  AddRunVerb(app);
+}
+
+// Which verb's help to point to after a mistake.
+std::wstring HelpCommand(const CLI::App& app) {
+  const auto verbs = app.get_subcommands();
+  const std::string verb = verbs.empty() ? "" : verbs.front()->get_name() + " ";
+  return L"kovactl " + ToWide(verb) + L"--help";
+}
+
+// The library words some mistakes on several lines.
+std::wstring OneLine(const std::string& text) {
+  std::wstring line = ToWide(text);
+  std::replace(line.begin(), line.end(), L'\n', L' ');
+  return line;
+}
+
+int ShowHelp(const CLI::App& app, const CLI::ParseError& request) {
+  std::ostringstream text;
+  std::ostringstream errors;
+  const int code = app.exit(request, text, errors);
+  Output(STD_OUTPUT_HANDLE).Write(ToWide(text.str()));
+  return code;
+}
+
+}  // namespace
+
+int RunCommandLine(std::vector<std::string> arguments) {
+  CLI::App app("Runs and looks after the printers' HTTP server.");
+  AddEverything(app);
+  try {
+    // The library takes its arguments from the back.
+    std::reverse(arguments.begin(), arguments.end());
+    app.parse(std::move(arguments));
+    if (app.get_subcommands().empty()) {
+      throw CLI::RequiredError("say what to do, for instance: kovactl run",
+                               CLI::ExitCodes::RequiredError);
+    }
+    return static_cast<int>(ExitCode::kSuccess);
+  } catch (const CLI::RuntimeError& failure) {
+    return failure.get_exit_code();
+  } catch (const CLI::ParseError& error) {
+    if (error.get_exit_code() == 0) return ShowHelp(app, error);
+    WriteError(OneLine(error.what()) + L"; " + HelpCommand(app) +
+               L" lists what there is");
+    return static_cast<int>(ExitCode::kWrongUsage);
+  } catch (const std::exception& error) {
+    WriteError(OneLine(error.what()));
+    return static_cast<int>(ExitCode::kInternalError);
+  }
+}
+
+}  // namespace kova::ctl

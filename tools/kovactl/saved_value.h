@@ -1,0 +1,50 @@
+// A registry value that is changed for a while.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "base/handles.h"
+#include "base/windows_api.h"
+
+namespace kova::ctl {
+
+// What a value is at one moment.
+struct ValueState {
+  bool present = false;
+  DWORD type = REG_NONE;
+  std::vector<uint8_t> data;
+
+  bool operator==(const ValueState&) const = default;
+};
+
+// Reads the value `name` under the open `key`. `state` is filled only on
+// success; a value that is missing is a success, too. Returns the error code.
+[[nodiscard]] LSTATUS ReadValueState(HKEY key, const wchar_t* name,
+                                     ValueState& state);
+
+// Sets a value and, when destroyed, puts back exactly what was there: type,
+// bytes and size, or its absence. A key that had to be created stays.
+class SavedValue {
+ public:
+  // Nothing is touched until Set.
+  SavedValue(HKEY root, std::wstring keyPath, std::wstring valueName);
+  ~SavedValue();
+
+  SavedValue(const SavedValue&) = delete;
+  SavedValue& operator=(const SavedValue&) = delete;
+
+  // Remembers what is there, then writes `number` as REG_DWORD, creating the
+  // key if needed. Returns the error code; after a failure nothing is changed.
+  [[nodiscard]] LSTATUS Set(DWORD number);
+
+ private:
+  const HKEY m_root;  // weak
+  const std::wstring m_keyPath;
+  const std::wstring m_valueName;
+  UniqueRegistryKey m_key;
+  ValueState m_before;
+};
+
+}  // namespace kova::ctl
