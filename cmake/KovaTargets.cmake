@@ -6,6 +6,10 @@ set(KOVA_TEST_BIN ${PROJECT_BINARY_DIR}/test-bin)
 set(KOVA_SYMBOLS ${PROJECT_BINARY_DIR}/symbols)
 file(MAKE_DIRECTORY ${KOVA_BIN} ${KOVA_TEST_BIN} ${KOVA_SYMBOLS})
 
+# What native programs are checked by, e.g. "thread" in place of the default.
+set(KOVA_SANITIZERS address,undefined CACHE STRING
+  "Sanitizers of native builds")
+
 # Builds the distribution's GoogleTest sources for whatever target is built.
 function(kova_use_googletest)
   set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
@@ -27,19 +31,23 @@ function(kova_compile_options target)
     target_include_directories(${target} BEFORE PUBLIC
       ${PROJECT_SOURCE_DIR}/test/native)
     target_compile_options(${target} PRIVATE
-      -g -fno-omit-frame-pointer -fsanitize=address,undefined
+      -g -fno-omit-frame-pointer -fsanitize=${KOVA_SANITIZERS}
       -fno-sanitize-recover=all)
-    target_link_options(${target} PUBLIC -fsanitize=address,undefined)
+    target_link_options(${target} PUBLIC -fsanitize=${KOVA_SANITIZERS})
   endif()
 endfunction()
 
 # kova_room(<name> SOURCES <files...> [ROOMS <rooms...>] [LIBRARIES <libs...>])
-# Builds src/<name> as the static library kova_<name>.
+# Builds src/<name> as the static library kova_<name>. LIBRARIES are import
+# libraries of Windows; native builds link the stand-in instead.
 function(kova_room name)
   cmake_parse_arguments(ARG "" "" "SOURCES;ROOMS;LIBRARIES" ${ARGN})
   add_library(kova_${name} STATIC ${ARG_SOURCES})
   kova_compile_options(kova_${name})
   list(TRANSFORM ARG_ROOMS PREPEND kova_)
+  if(NOT WIN32)
+    set(ARG_LIBRARIES kova_windows_stand_in)
+  endif()
   target_link_libraries(kova_${name} PUBLIC ${ARG_ROOMS} ${ARG_LIBRARIES})
 endfunction()
 

@@ -1,0 +1,111 @@
+// Code-page conversion of the stand-in, over the C library's tables.
+#include <iconv.h>
+
+#include <cerrno>
+#include <cstring>
+#include <cwchar>
+#include <string>
+
+#include "base/windows_api.h"
+
+namespace {
+
+class Converter {
+ public:
+  Converter(const std::string& to, const std::string& from)
+      : m_converter(::iconv_open(to.c_str(), from.c_str())) {}
+  ~Converter() {
+    if (IsValid()) ::iconv_close(m_converter);
+  }
+  Converter(const Converter&) = delete;
+  Converter& operator=(const Converter&) = delete;
+
+  bool IsValid() const { return m_converter != reinterpret_cast<iconv_t>(-1); }
+
+  // Converts one character at `text`, of `left` bytes at most, and returns how
+  // many bytes it took; 0 when there is none to convert. Adds to `out`.
+  size_t Step(const char* text, size_t left, std::string& out) {
+    for (size_t take = 1; take <= left && take <= 8; ++take) {
+      char* in = const_cast<char*>(text);
+      size_t inLeft = take;
+      char buffer[16];
+      char* to = buffer;
+      size_t toLeft = sizeof(buffer);
+      ::iconv(m_converter, nullptr, nullptr, nullptr, nullptr);
+      if (::iconv(m_converter, &in, &inLeft, &to, &toLeft) != size_t(-1)) {
+        out.append(buffer, to);
+        return take;
+      }
+      if (errno != EINVAL) break;
+    }
+    return 0;
+  }
+
+ private:
+  const iconv_t m_converter;
+};
+
+std::string NameOf(UINT codePage) {
+  const UINT number = codePage == CP_ACP ? GetACP() : codePage;
+  if (number == 65001) return "UTF-8";
+  if (number == 54936) return "GB18030";
+  return "CP" + std::to_string(number);
+}
+
+bool Is1252(UINT codePage) { return NameOf(codePage) == "CP1252"; }
+
+// Copies `result` with its terminator, or reports why not.
+template <typename Unit>
+int Deliver(const std::basic_string<Unit>& result, Unit* out, int room) {
+  if (result.size() + 1 > static_cast<size_t>(room)) {
+    SetLastError(ERROR_INSUFFICIENT_BUFFER);
+    return 0;
+  }
+  std::memcpy(out, result.c_str(), (result.size() + 1) * sizeof(Unit));
+  return static_cast<int>(result.size() + 1);
+}
+
+}  // namespace
+
+int RealMultiByteToWideChar(UINT codePage, DWORD, const char* text, int,
+                            wchar_t* out, int outUnits) {
+  Converter converter("WCHAR_T", NameOf(codePage));
+  if (!converter.IsValid()) {
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return 0;
+  }
+  std::wstring result;
+  const char* const end = text + std::strlen(text);
+  while (text != end) {
+    std::string bytes;
+    const size_t taken =
+        converter.Step(text, static_cast<size_t>(end - text), bytes);
+    if (taken == 0) {
+      const auto byte = static_cast<unsigned char>(*text++);
+      result += Is1252(codePage) ? static_cast<wchar_t>(byte) : L'?';
+      continue;
+    }
+    wchar_t unit[4];
+    std::memcpy(unit, bytes.data(), bytes.size());
+    result.append(unit, bytes.size() / sizeof(wchar_t));
+    text += taken;
+  }
+  return Deliver(result, out, outUnits);
+}
+
+int RealWideCharToMultiByte(UINT codePage, DWORD, const wchar_t* text, int,
+                            char* out, int outBytes, const char*, BOOL*) {
+  Converter converter(NameOf(codePage), "WCHAR_T");
+  if (!converter.IsValid()) {
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return 0;
+  }
+  std::string result;
+  for (; *text != 0; ++text) {
+    const size_t taken = converter.Step(reinterpret_cast<const char*>(text),
+                                        sizeof(wchar_t), result);
+    const bool keeps = Is1252(codePage) && *text < 0x100;
+    if (taken == 0) result += keeps ? static_cast<char>(*text) : '?';
+  }
+  return Deliver(result, out, outBytes);
+}
