@@ -113,8 +113,8 @@ class OString {
 
   // Replaces every occurrence of `find`, from the start on and without
   // overlap, and returns how many there were. Empty `find`, or one equal to
-  // `replacement`, changes nothing and gives 0. Handled wide when this string
-  // with either argument is.
+  // `replacement`, changes nothing and gives 0. Works on the wide form when
+  // this string or an argument prefers it.
   int32_t Replace(const OString& find, const OString& replacement);
 
   // -1, 0 or 1 as this text is smaller, equal or greater. Units of the wide
