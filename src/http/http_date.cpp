@@ -1,0 +1,33 @@
+#include "http/http_date.h"
+
+#include <chrono>
+#include <cstdio>
+
+namespace kova {
+
+namespace {
+
+constexpr char kDays[][4] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+constexpr char kMonths[][4] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                               "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+
+}  // namespace
+
+OString HttpDate(std::time_t time) {
+  using namespace std::chrono;
+  const sys_seconds now{seconds(time)};
+  const sys_days today = floor<days>(now);
+  const year_month_day date(today);
+  const hh_mm_ss clock(now - today);
+  char text[128];
+  std::snprintf(
+      text, sizeof(text), "%s, %02u %s %04d %02d:%02d:%02d GMT",
+      kDays[weekday(today).c_encoding()], static_cast<unsigned>(date.day()),
+      kMonths[static_cast<unsigned>(date.month()) - 1],
+      static_cast<int>(date.year()), static_cast<int>(clock.hours().count()),
+      static_cast<int>(clock.minutes().count()),
+      static_cast<int>(clock.seconds().count()));
+  return OString(text);
+}
+
+}  // namespace kova

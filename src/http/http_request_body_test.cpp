@@ -1,0 +1,143 @@
+// Unit: the body of a request, and when a request is complete.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "http/http_request.h"
+
+namespace {
+
+const char kFormType[] = "application/x-www-form-urlencoded";
+
+std::string PostOf(const std::string& headers, const std::string& body) {
+  return "POST /p?q=0 HTTP/1.1\r\n" + headers + "\r\n" + body;
+}
+
+bool Parse(HTTPRequest& request, const std::string& bytes,
+           bool parseForm = false) {
+  return request.Parse(bytes.data(), static_cast<int32_t>(bytes.size()),
+                       parseForm);
+}
+
+bool IsComplete(const std::string& length, const std::string& body) {
+  HTTPRequest request;
+  return Parse(request, PostOf("Content-Length:" + length + "\r\n", body));
+}
+
+std::string BodyOf(const HTTPRequest& request) {
+  return std::string(request.Body(), request.BodyLength());
+}
+
+TEST(HTTPRequestBodyTest, IsNotWaitedForWhereNoneHasCome) {
+  HTTPRequest request;
+  EXPECT_TRUE(Parse(request, PostOf("Content-Length: 10\r\n", "")));
+  EXPECT_EQ(request.BodyLength(), 0u);
+  EXPECT_EQ(request.Body(), nullptr);
+}
+
+TEST(HTTPRequestBodyTest, IsWaitedForOnceItHasBegun) {
+  EXPECT_FALSE(IsComplete("10", "1"));
+  EXPECT_FALSE(IsComplete("10", "1234"));
+  EXPECT_FALSE(IsComplete("10", "123456789"));
+  EXPECT_TRUE(IsComplete("10", "1234567890"));
+}
+
+TEST(HTTPRequestBodyTest, IsAllThatCame) {
+  HTTPRequest request;
+  EXPECT_TRUE(Parse(request, PostOf("Content-Length: 10\r\n", "123456789012")));
+  EXPECT_EQ(BodyOf(request), "123456789012");
+  HTTPRequest without;
+  EXPECT_TRUE(Parse(without, PostOf("", "xyz")));
+  EXPECT_EQ(BodyOf(without), "xyz");
+}
+
+TEST(HTTPRequestBodyTest, MayHoldAnyByte) {
+  std::string body;
+  for (int value = 0; value < 256; ++value) body += static_cast<char>(value);
+  HTTPRequest request;
+  EXPECT_TRUE(Parse(request, PostOf("Content-Length: 256\r\n", body)));
+  EXPECT_EQ(BodyOf(request), body);
+}
+
+TEST(HTTPRequestBodyTest, IsLeftOutWhileTheRequestIsIncomplete) {
+  HTTPRequest request;
+  EXPECT_FALSE(Parse(request, PostOf("Content-Length: 10\r\n", "1234"), true));
+  EXPECT_EQ(request.BodyLength(), 0u);
+  EXPECT_EQ(request.HeaderLines().Count(), 1);
+}
+
+TEST(HTTPRequestBodyTest, ReadsContentLengthAsANumberAtTheStart) {
+  EXPECT_FALSE(IsComplete(" \t+5", "1234"));
+  EXPECT_TRUE(IsComplete(" \t+5", "12345"));
+  EXPECT_TRUE(IsComplete("5 6", "12345"));
+  EXPECT_FALSE(IsComplete("0005x", "1234"));
+  EXPECT_TRUE(IsComplete("five", "1"));
+  EXPECT_TRUE(IsComplete("0x10", "1"));
+  EXPECT_TRUE(IsComplete("", "1"));
+}
+
+TEST(HTTPRequestBodyTest, TakesANegativeContentLengthForMet) {
+  EXPECT_TRUE(IsComplete("-1", "1"));
+  EXPECT_TRUE(IsComplete("-2147483648", "1"));
+  EXPECT_TRUE(IsComplete("-99999999999999999999", "1"));
+}
+
+TEST(HTTPRequestBodyTest, TakesAHugeContentLengthForUnmet) {
+  EXPECT_FALSE(IsComplete("2147483647", "1"));
+  EXPECT_FALSE(IsComplete("2147483648", "1"));
+  EXPECT_FALSE(IsComplete("4294967296", "1"));
+  EXPECT_FALSE(IsComplete("4294967297", "1"));
+  EXPECT_FALSE(IsComplete("18446744073709551617", "1"));
+  EXPECT_FALSE(IsComplete(std::string(1000, '9'), "1"));
+}
+
+TEST(HTTPRequestBodyTest, SeesTheFirstContentLengthOnly) {
+  HTTPRequest request;
+  EXPECT_TRUE(Parse(request, PostOf("content-length: 2\r\n"
+                                    "Content-Length: 100\r\n",
+                                    "12")));
+  HTTPRequest blank;
+  EXPECT_TRUE(Parse(blank, PostOf("Content-Length : 100\r\n", "12")));
+}
+
+TEST(HTTPRequestBodyTest, GivesFormFieldsAfterThoseOfTheQuery) {
+  HTTPRequest request;
+  const std::string type = std::string("content-type:\t") + kFormType;
+  EXPECT_TRUE(Parse(request, PostOf(type + " \r\n", "q=1&r=%41+B"), true));
+  ASSERT_EQ(request.FormNames().Count(), 3);
+  EXPECT_STREQ(request.FormNames()[0].Narrow(), "q");
+  EXPECT_STREQ(request.FormValues()[0].Narrow(), "0");
+  EXPECT_STREQ(request.FormValues()[1].Narrow(), "1");
+  EXPECT_STREQ(request.FormValues()[2].Narrow(), "A B");
+  EXPECT_STREQ(request.GetFormValue("q").Narrow(), "0");
+}
+
+TEST(HTTPRequestBodyTest, GivesFormFieldsWhereAskedForOnly) {
+  HTTPRequest request;
+  const std::string type = std::string("Content-Type: ") + kFormType;
+  EXPECT_TRUE(Parse(request, PostOf(type + "\r\n", "r=1"), false));
+  EXPECT_EQ(request.FormNames().Count(), 1);
+  EXPECT_EQ(BodyOf(request), "r=1");
+}
+
+TEST(HTTPRequestBodyTest, GivesFormFieldsForTheExactTypeOnly) {
+  const std::string type(kFormType);
+  for (const std::string& other :
+       {type + "; charset=utf-8", type + ";", std::string("text/plain"),
+        "A" + type.substr(1), std::string()}) {
+    HTTPRequest request;
+    EXPECT_TRUE(
+        Parse(request, PostOf("Content-Type: " + other + "\r\n", "r=1"), true));
+    EXPECT_EQ(request.FormNames().Count(), 1) << other;
+  }
+}
+
+TEST(HTTPRequestBodyTest, GivesNoFormFieldsWhileIncomplete) {
+  HTTPRequest request;
+  const std::string headers =
+      "Content-Length: 9\r\nContent-Type: " + std::string(kFormType) + "\r\n";
+  EXPECT_FALSE(Parse(request, PostOf(headers, "r=1"), true));
+  EXPECT_EQ(request.FormNames().Count(), 1);
+}
+
+}  // namespace

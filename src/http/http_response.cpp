@@ -1,0 +1,109 @@
+#include "http/http_response.h"
+
+#include <cstring>
+#include <ctime>
+#include <string_view>
+
+#include "base/ascii.h"
+#include "base/string_codec.h"
+#include "base/windows_api.h"
+#include "http/http_date.h"
+#include "http/reason_phrases.h"
+
+namespace {
+
+constexpr std::string_view kLineEnd = "\r\n";
+
+template <typename Unit>
+bool IsLineOf(std::basic_string_view<Unit> line,
+              std::basic_string_view<Unit> name) {
+  const size_t colon = line.find(Unit{':'});
+  return colon != line.npos && kova::EqualsNoCase(line.substr(0, colon), name);
+}
+
+bool IsLineOf(const OString& line, const OString& name) {
+  if (line.PrefersWide() || name.PrefersWide()) {
+    return IsLineOf(line.WideView(), name.WideView());
+  }
+  return IsLineOf(line.NarrowView(), name.NarrowView());
+}
+
+OString ComputerName() {
+  wchar_t name[260] = {};
+  DWORD size = 260;
+  return ::GetComputerNameW(name, &size) ? OString(name, size) : OString();
+}
+
+// Writes pieces one behind the other into a block of the size counted before.
+class Writer {
+ public:
+  explicit Writer(char* at) : m_at(at) {}
+
+  void Write(std::string_view bytes) {
+    if (bytes.empty()) return;
+    std::memcpy(m_at, bytes.data(), bytes.size());
+    m_at += bytes.size();
+  }
+
+ private:
+  char* m_at;
+};
+
+}  // namespace
+
+HTTPResponse::HTTPResponse() {
+  SetStatus(200);
+  SetHeader("Content-Type", "application/octet-stream");
+  SetHeader("Cache-Control", "no-cache");
+}
+
+void HTTPResponse::SetStatus(uint32_t code) {
+  m_status = code;
+  m_statusText = OString::Decimal(code) + kova::ReasonPhrase(code);
+}
+
+void HTTPResponse::SetHeader(const OString& name, const OString& value) {
+  OString line = name + ": " + value;
+  line.SetCodePage(kova::kCodePageAnsi);
+  int32_t at = 0;
+  while (at < m_headerLines.Count() && !IsLineOf(m_headerLines[at], name)) {
+    ++at;
+  }
+  m_headerLines.SetAt(at, std::move(line));
+}
+
+void HTTPResponse::SetBody(const char* bytes, uint32_t lengthBytes) {
+  m_body.ResizeDiscarding(lengthBytes);
+  if (lengthBytes != 0) std::memcpy(m_body.Data(), bytes, lengthBytes);
+}
+
+void HTTPResponse::AddStandardHeaders() {
+  SetHeader("Date", kova::HttpDate(std::time(nullptr)));
+  SetHeader("Server", ComputerName());
+  SetHeader("Accept-Ranges", "None");
+  if (m_body.Size() != 0) {
+    SetHeader("Content-Length",
+              OString::Decimal(static_cast<uint32_t>(m_body.Size())));
+  }
+}
+
+bool HTTPResponse::Serialize(kova::ByteBuffer& out) {
+  AddStandardHeaders();
+  const OString statusLine = m_version + " " + m_statusText;
+  uint64_t size = statusLine.NarrowView().size() + 2 * kLineEnd.size();
+  for (int32_t i = 0; i < m_headerLines.Count(); ++i) {
+    size += m_headerLines[i].NarrowView().size() + kLineEnd.size();
+  }
+  out.ResizeDiscarding(size + m_body.Size());
+
+  Writer writer(out.Data());
+  writer.Write(statusLine.NarrowView());
+  writer.Write(kLineEnd);
+  for (int32_t i = 0; i < m_headerLines.Count(); ++i) {
+    writer.Write(m_headerLines[i].NarrowView());
+    writer.Write(kLineEnd);
+  }
+  writer.Write(kLineEnd);
+  writer.Write({m_body.Data(), m_body.Size()});
+  return true;
+}

@@ -1,0 +1,178 @@
+// Patched: the bytes of a response, with the computer's name replaced.
+#include "http/http_response.h"
+
+#include <gtest/gtest.h>
+
+#include <cwchar>
+#include <string>
+#include <vector>
+
+#include "test/support/import_patch.h"
+
+namespace {
+
+using Texts = std::vector<std::string>;
+
+const wchar_t* computerName = nullptr;
+DWORD nameRoom = 0;
+
+BOOL WINAPI FakeComputerName(wchar_t* name, DWORD* size) {
+  nameRoom = *size;
+  if (computerName == nullptr) return 0;
+  std::wcscpy(name, computerName);
+  *size = static_cast<DWORD>(std::wcslen(computerName));
+  return 1;
+}
+
+class HTTPResponseTest : public testing::Test {
+ protected:
+  HTTPResponseTest() { computerName = L"PRINTHOST"; }
+
+  Texts Lines() const {
+    Texts lines;
+    for (int32_t i = 0; i < m_response.HeaderLines().Count(); ++i) {
+      lines.push_back(m_response.HeaderLines()[i].Narrow());
+    }
+    return lines;
+  }
+
+  // The serialised bytes with the time of the Date line, whose form is
+  // checked, replaced by "now".
+  std::string Bytes() {
+    EXPECT_TRUE(m_response.Serialize(m_out));
+    std::string bytes(m_out.Data(), m_out.Size());
+    const size_t date = bytes.find("\r\nDate: ") + 8;
+    const size_t end = bytes.find("\r\n", date);
+    EXPECT_EQ(end - date, std::string("Sun, 06 Nov 1994 08:49:37 GMT").size());
+    return bytes.replace(date, end - date, "now");
+  }
+
+  HTTPResponse m_response;
+
+ private:
+  const kova::test::ImportPatch<decltype(GetComputerNameW)> m_name{
+      nullptr, "GetComputerNameW", &FakeComputerName};
+  kova::ByteBuffer m_out;
+};
+
+TEST_F(HTTPResponseTest, BeginsWithTwoHeaderLines) {
+  EXPECT_EQ(m_response.Status(), 200u);
+  EXPECT_STREQ(m_response.StatusText().Narrow(), "200 OK");
+  EXPECT_EQ(Lines(), (Texts{"Content-Type: application/octet-stream",
+                            "Cache-Control: no-cache"}));
+}
+
+TEST_F(HTTPResponseTest, RebuildsTheStatusText) {
+  m_response.SetStatus(404);
+  EXPECT_EQ(m_response.Status(), 404u);
+  EXPECT_STREQ(m_response.StatusText().Narrow(), "404 Not Found");
+  m_response.SetStatus(299);
+  EXPECT_STREQ(m_response.StatusText().Narrow(), "299 OK");
+  m_response.SetStatus(306);
+  EXPECT_STREQ(m_response.StatusText().Narrow(), "306 OK");
+  m_response.SetStatus(7);
+  EXPECT_STREQ(m_response.StatusText().Narrow(), "7 OK");
+}
+
+TEST_F(HTTPResponseTest, ReplacesALineInPlaceWhateverItsCase) {
+  m_response.SetHeader("X", "1");
+  m_response.SetHeader("content-type", "text/xml");
+  m_response.SetHeader("x", "");
+  EXPECT_EQ(Lines(), (Texts{"content-type: text/xml", "Cache-Control: no-cache",
+                            "x: "}));
+}
+
+TEST_F(HTTPResponseTest, ComparesWholeNamesUpToTheFirstColon) {
+  m_response.SetHeader("Content", "a");
+  m_response.SetHeader("Cache-Control ", "b");
+  m_response.SetHeader("a:b", "1");
+  m_response.SetHeader("a:b", "2");
+  m_response.SetHeader("A", "3");
+  EXPECT_EQ(Lines(), (Texts{"Content-Type: application/octet-stream",
+                            "Cache-Control: no-cache", "Content: a",
+                            "Cache-Control : b", "A: 3", "a:b: 2"}));
+}
+
+TEST_F(HTTPResponseTest, FoldsNoLettersButAsciiOnes) {
+  m_response.SetHeader(L"\u00C9", "1");
+  m_response.SetHeader(L"\u00E9", "2");
+  m_response.SetHeader("\xE9", "3");
+  EXPECT_EQ(Lines().size(), 4u);
+  EXPECT_STREQ(m_response.HeaderLines()[3].Wide(), L"\u00E9: 3");
+}
+
+TEST_F(HTTPResponseTest, SerializesTheBadRequestWithoutBody) {
+  m_response.SetHeader("Connection", "");
+  m_response.SetStatus(400);
+  EXPECT_EQ(Bytes(),
+            "HTTP/1.1 400 Bad Request\r\n"
+            "Content-Type: application/octet-stream\r\n"
+            "Cache-Control: no-cache\r\n"
+            "Connection: \r\n"
+            "Date: now\r\n"
+            "Server: PRINTHOST\r\n"
+            "Accept-Ranges: None\r\n"
+            "\r\n");
+  EXPECT_EQ(nameRoom, 260u);
+}
+
+TEST_F(HTTPResponseTest, SerializesABodyWithItsLength) {
+  m_response.SetBody("ab\0\r\n", 5);
+  const std::string expected(
+      "HTTP/1.1 200 OK\r\n"
+      "Content-Type: application/octet-stream\r\n"
+      "Cache-Control: no-cache\r\n"
+      "Date: now\r\n"
+      "Server: PRINTHOST\r\n"
+      "Accept-Ranges: None\r\n"
+      "Content-Length: 5\r\n"
+      "\r\n");
+  EXPECT_EQ(Bytes(), expected + std::string("ab\0\r\n", 5));
+}
+
+TEST_F(HTTPResponseTest, HasNoLengthLineWithoutBody) {
+  m_response.SetBody("x", 1);
+  m_response.SetBody(nullptr, 0);
+  EXPECT_EQ(Bytes().find("Content-Length"), std::string::npos);
+}
+
+TEST_F(HTTPResponseTest, SerializesTwiceInTheSameOrder) {
+  m_response.SetBody("12345", 5);
+  const std::string first = Bytes();
+  EXPECT_EQ(Bytes(), first);
+  EXPECT_EQ(m_response.HeaderLines().Count(), 6);
+}
+
+TEST_F(HTTPResponseTest, GivesStandardHeadersTheCallersPlace) {
+  m_response.SetHeader("SERVER", "mine");
+  m_response.SetHeader("X", "1");
+  m_response.AddStandardHeaders();
+  const Texts lines = Lines();
+  ASSERT_EQ(lines.size(), 6u);
+  EXPECT_EQ(lines[2], "Server: PRINTHOST");
+  EXPECT_EQ(lines[3], "X: 1");
+  EXPECT_EQ(lines[5], "Accept-Ranges: None");
+}
+
+TEST_F(HTTPResponseTest, NarrowsNamesAndValuesByTheAnsiCodePage) {
+  computerName = L"DRUCK\u00C4\u20AC";
+  m_response.SetHeader("X", OString::FromUtf8("\xC3\xA9"));
+  OString tagged = OString::FromUtf8("Y");
+  m_response.SetHeader(tagged, L"\u00E9");
+  const std::string bytes = Bytes();
+  EXPECT_NE(bytes.find("\r\nServer: DRUCK\xC4\x80\r\n"), std::string::npos);
+  EXPECT_NE(bytes.find("\r\nX: \xE9\r\n"), std::string::npos);
+  EXPECT_NE(bytes.find("\r\nY: \xE9\r\n"), std::string::npos);
+}
+
+TEST_F(HTTPResponseTest, HasAnEmptyServerValueWhereTheNameIsUnknown) {
+  computerName = nullptr;
+  EXPECT_NE(Bytes().find("\r\nServer: \r\n"), std::string::npos);
+}
+
+TEST_F(HTTPResponseTest, SendsLineEndsInValuesAsTheyAre) {
+  m_response.SetHeader("X", "a\r\nY: b");
+  EXPECT_NE(Bytes().find("\r\nX: a\r\nY: b\r\n"), std::string::npos);
+}
+
+}  // namespace

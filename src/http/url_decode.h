@@ -1,0 +1,21 @@
+// Decoding of percent-escaped text, as paths and form fields carry it.
+#pragma once
+
+#include <string_view>
+
+#include "base/o_string.h"
+
+// The decoded narrow bytes of `text`, as UTF-8 text (code page 1208). A "+" is
+// a blank; "%" and two characters are one byte: 16 times the first one's value
+// plus the second's, kept to 8 bits. A digit's value is its own, any other
+// character's its low four bits plus 9; nothing is validated. A "%" with fewer
+// than two characters after it is a zero byte, and the text ends at its first
+// zero byte.
+[[nodiscard]] OString UrlDecode(const OString& text);
+
+namespace kova {
+
+// The same for bytes that are no text yet. They end at their first zero.
+[[nodiscard]] OString UrlDecodeBytes(std::string_view bytes);
+
+}  // namespace kova
