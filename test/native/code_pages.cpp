@@ -3,8 +3,8 @@
 
 #include <cerrno>
 #include <cstring>
-#include <cwchar>
 #include <string>
+#include <string_view>
 
 #include "base/windows_api.h"
 
@@ -54,20 +54,32 @@ std::string NameOf(UINT codePage) {
 
 bool Is1252(UINT codePage) { return NameOf(codePage) == "CP1252"; }
 
-// Copies `result` with its terminator, or reports why not.
+// The text that a call names: `length` units, or up to and with its zero.
+template <typename Unit>
+std::basic_string_view<Unit> TextOf(const Unit* text, int length) {
+  const std::basic_string_view<Unit> all =
+      length < 0
+          ? std::basic_string_view<Unit>(text)
+          : std::basic_string_view<Unit>(text, static_cast<size_t>(length));
+  return length < 0 ? std::basic_string_view<Unit>(text, all.size() + 1) : all;
+}
+
+// Copies `result`, or reports why not; without room, says how much it takes.
 template <typename Unit>
 int Deliver(const std::basic_string<Unit>& result, Unit* out, int room) {
-  if (result.size() + 1 > static_cast<size_t>(room)) {
+  const int units = static_cast<int>(result.size());
+  if (room == 0) return units;
+  if (units > room) {
     SetLastError(ERROR_INSUFFICIENT_BUFFER);
     return 0;
   }
-  std::memcpy(out, result.c_str(), (result.size() + 1) * sizeof(Unit));
-  return static_cast<int>(result.size() + 1);
+  std::memcpy(out, result.data(), result.size() * sizeof(Unit));
+  return units;
 }
 
 }  // namespace
 
-int RealMultiByteToWideChar(UINT codePage, DWORD, const char* text, int,
+int RealMultiByteToWideChar(UINT codePage, DWORD, const char* text, int length,
                             wchar_t* out, int outUnits) {
   Converter converter("WCHAR_T", NameOf(codePage));
   if (!converter.IsValid()) {
@@ -75,37 +87,37 @@ int RealMultiByteToWideChar(UINT codePage, DWORD, const char* text, int,
     return 0;
   }
   std::wstring result;
-  const char* const end = text + std::strlen(text);
-  while (text != end) {
+  for (auto left = TextOf(text, length); !left.empty();) {
     std::string bytes;
-    const size_t taken =
-        converter.Step(text, static_cast<size_t>(end - text), bytes);
+    const size_t taken = converter.Step(left.data(), left.size(), bytes);
     if (taken == 0) {
-      const auto byte = static_cast<unsigned char>(*text++);
+      const auto byte = static_cast<unsigned char>(left.front());
       result += Is1252(codePage) ? static_cast<wchar_t>(byte) : L'?';
+      left.remove_prefix(1);
       continue;
     }
-    wchar_t unit[4];
-    std::memcpy(unit, bytes.data(), bytes.size());
-    result.append(unit, bytes.size() / sizeof(wchar_t));
-    text += taken;
+    wchar_t units[4];
+    std::memcpy(units, bytes.data(), bytes.size());
+    result.append(units, bytes.size() / sizeof(wchar_t));
+    left.remove_prefix(taken);
   }
   return Deliver(result, out, outUnits);
 }
 
-int RealWideCharToMultiByte(UINT codePage, DWORD, const wchar_t* text, int,
-                            char* out, int outBytes, const char*, BOOL*) {
+int RealWideCharToMultiByte(UINT codePage, DWORD, const wchar_t* text,
+                            int length, char* out, int outBytes, const char*,
+                            BOOL*) {
   Converter converter(NameOf(codePage), "WCHAR_T");
   if (!converter.IsValid()) {
     SetLastError(ERROR_INVALID_PARAMETER);
     return 0;
   }
   std::string result;
-  for (; *text != 0; ++text) {
-    const size_t taken = converter.Step(reinterpret_cast<const char*>(text),
-                                        sizeof(wchar_t), result);
-    const bool keeps = Is1252(codePage) && *text < 0x100;
-    if (taken == 0) result += keeps ? static_cast<char>(*text) : '?';
+  for (const wchar_t& unit : TextOf(text, length)) {
+    const size_t taken = converter.Step(reinterpret_cast<const char*>(&unit),
+                                        sizeof(unit), result);
+    const bool keeps = Is1252(codePage) && unit < 0x100;
+    if (taken == 0) result += keeps ? static_cast<char>(unit) : '?';
   }
   return Deliver(result, out, outBytes);
 }

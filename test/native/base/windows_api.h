@@ -33,11 +33,12 @@ void SetLastError(DWORD error);
 // 1252 unless a test replaces it.
 UINT GetACP();
 
-// Terminated text only (`length` -1), without flags and default characters.
-// The system's own tables of the code page of that number are used; what does
-// not convert becomes a question mark, as on Windows, and 1252's unassigned
-// bytes keep their values. An unknown code page and a result that does not
-// fit give 0 and a last error.
+// `length` units, or up to and with the zero for -1; flags and default
+// characters are not looked at. The system's own tables of the code page of
+// that number are used; what does not convert becomes a question mark, as on
+// Windows, and 1252's unassigned bytes keep their values. No room at all asks
+// for the length. An unknown code page and a result that does not fit give 0
+// and a last error.
 int MultiByteToWideChar(UINT codePage, DWORD flags, const char* text,
                         int length, wchar_t* out, int outUnits);
 int WideCharToMultiByte(UINT codePage, DWORD flags, const wchar_t* text,
