@@ -1,5 +1,114 @@
 #include "crash/crash_utility.h"
 
-int32_t CrashUtility::RecordSEH(EXCEPTION_POINTERS* /*pointers*/) {
+#include <atomic>
+#include <memory>
+
+#include "base/handles.h"
+#include "base/last_error_keeper.h"
+#include "crash/dump_file.h"
+#include "crash/dump_policy.h"
+#include "log/log_line.h"
+#include "log/server_logger.h"
+
+namespace {
+
+constinit std::atomic<HANDLE> g_dumpMutex = nullptr;
+
+// GetTickCount64() at the last attempt that the quiet period allowed, 0 before
+// the first. Read and written only by the thread that holds the dump mutex.
+uint64_t g_lastDumpTick = 0;
+
+// One crash: what is known about it and where it is logged.
+struct Crash {
+  EXCEPTION_POINTERS* const pointers;
+  const std::shared_ptr<tk::Logger> logger = GetServerLogger();
+  const std::wstring description = kova::DescribeCrash(pointers);
+
+  [[nodiscard]] kova::LogLine Line(tk::LogChannel channel) const {
+    return kova::LogLine(logger, channel, "CrashUtility::RecordSEH");
+  }
+  // A line that begins with the description.
+  void Say(const std::wstring& text) const {
+    Line(tk::LogChannel::Error) << description << text;
+  }
+};
+
+// True if the calling thread holds the mutex afterwards.
+bool TryToHold(HANDLE mutex, const Crash& crash) {
+  const DWORD result = ::WaitForSingleObject(mutex, 0);
+  const DWORD error = ::GetLastError();
+  switch (result) {
+    case WAIT_OBJECT_0:
+    case WAIT_ABANDONED:
+      return true;
+    case WAIT_TIMEOUT:
+      crash.Say(
+          L"Not creating dump file on this thread.  "
+          L"Another thread is already creating it.");
+      return false;
+    default:
+      crash.Line(tk::LogChannel::Error)
+          << crash.description << L"WaitForSingleObject Encountered error "
+          << error << L", Not creating dump file.";
+      return false;
+  }
+}
+
+void LeaveDump(const std::wstring& path, const Crash& crash) {
+  kova::UniqueFile file(::CreateFileW(
+      path.c_str(), GENERIC_READ | GENERIC_WRITE,
+      FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, CREATE_ALWAYS, 0, nullptr));
+  if (!file.IsValid()) {
+    crash.Say(L", Unable to create dump file.");
+    return;
+  }
+  if (!kova::WriteDump(file.Get(), crash.pointers)) {
+    const DWORD error = ::GetLastError();
+    crash.Line(tk::LogChannel::Warning)
+        << L"MiniDumpWriteDump failed with GetLastError code " << error;
+  }
+  file.Reset();
+  // Deliberate: said of a dump that failed, too, after the warning about it.
+  crash.Say(L"Successfully created dump file:\n    " + path);
+}
+
+// The calling thread must hold the dump mutex.
+void DumpIfDue(const Crash& crash) {
+  const uint64_t now = ::GetTickCount64();
+  if (!kova::MayWriteDump(now, g_lastDumpTick)) {
+    crash.Say(L"Not creating dump file due to time proximity to prior dump.");
+    return;
+  }
+  g_lastDumpTick = now;
+  const std::wstring path = kova::ChooseDumpFile();
+  crash.Say(L"Attempting to create dump file:\n    " + path);
+  LeaveDump(path, crash);
+}
+
+}  // namespace
+
+std::wstring CrashUtility::DumpMutexName(uint32_t processId) {
+  return L"Corvane_MiniDump_Mutex_" + std::to_wstring(processId);
+}
+
+void CrashUtility::CreateDumpMutex() {
+  if (g_dumpMutex != nullptr) return;
+  const std::wstring name = DumpMutexName(::GetCurrentProcessId());
+  g_dumpMutex = ::CreateMutexW(nullptr, FALSE, name.c_str());
+}
+
+void CrashUtility::CloseDumpMutex() {
+  const HANDLE mutex = g_dumpMutex.exchange(nullptr);
+  if (mutex != nullptr) ::CloseHandle(mutex);
+}
+
+int32_t CrashUtility::RecordSEH(EXCEPTION_POINTERS* pointers) {
+  const kova::LastErrorKeeper keeper;
+  const Crash crash{pointers};
+  const HANDLE mutex = g_dumpMutex;
+  if (TryToHold(mutex, crash)) {
+    DumpIfDue(crash);
+    ::ReleaseMutex(mutex);
+  }
   return EXCEPTION_CONTINUE_SEARCH;
 }

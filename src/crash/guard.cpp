@@ -6,6 +6,10 @@
 namespace kova {
 namespace {
 
+// What the filter may use of the stack after the stack has overflowed: it
+// composes log lines and writes a dump.
+constexpr ULONG kStackGuaranteeBytes = 64 * 1024;
+
 // A fault in an instruction that stands in the guarded block itself may not
 // reach the filter, because the compiler models calls only; hence the call
 // that cannot be inlined.
@@ -17,6 +21,8 @@ __attribute__((noinline)) unsigned CallBody(GuardedBody body, void* argument) {
 
 // No object with a destructor may live in this function.
 unsigned RunGuarded(GuardedBody body, void* argument) {
+  ULONG guaranteeBytes = kStackGuaranteeBytes;
+  ::SetThreadStackGuarantee(&guaranteeBytes);
   unsigned result = 0;
   __try {
     result = CallBody(body, argument);
