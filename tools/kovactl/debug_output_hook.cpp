@@ -7,12 +7,15 @@
 namespace kova::ctl {
 namespace {
 
+using DebugOutput = void WINAPI(const wchar_t* text);
+
 std::atomic<LinePump*> g_pump{nullptr};
+std::atomic<DebugOutput*> g_original{&::OutputDebugStringW};
 
 void WINAPI PushAndPassOn(const wchar_t* text) {
   LinePump* const pump = g_pump;
   if (pump != nullptr && text != nullptr) pump->PushLine(text);
-  ::OutputDebugStringW(text);
+  g_original.load()(text);
 }
 
 template <typename T>
@@ -67,14 +70,14 @@ void WriteSlot(void** slot, void* function) {
 DebugOutputHook::DebugOutputHook(HMODULE module, LinePump& pump)
     : m_slot(FindSlot(module, "OutputDebugStringW")) {
   g_pump = &pump;
-  if (m_slot != nullptr) {
-    WriteSlot(m_slot, reinterpret_cast<void*>(&PushAndPassOn));
-  }
+  if (m_slot == nullptr) return;
+  g_original = reinterpret_cast<DebugOutput*>(*m_slot);
+  WriteSlot(m_slot, reinterpret_cast<void*>(&PushAndPassOn));
 }
 
 DebugOutputHook::~DebugOutputHook() {
   if (m_slot != nullptr) {
-    WriteSlot(m_slot, reinterpret_cast<void*>(&::OutputDebugStringW));
+    WriteSlot(m_slot, reinterpret_cast<void*>(g_original.load()));
   }
   g_pump = nullptr;
 }

@@ -1,0 +1,228 @@
+// Whole: kovactl.exe as a child, for each of its exit codes.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+
+#include "base/handles.h"
+#include "program_run.h"
+#include "saved_value.h"
+#include "server_settings.h"
+
+namespace {
+
+using ::kova::UniqueRegistryKey;
+using ::kova::UniqueSocket;
+using ::kova::ctl::ReadValueState;
+using ::kova::ctl::SettingsKeyPath;
+using ::kova::ctl::ValueState;
+using ::kova::ctl::test::ProgramResult;
+using ::kova::ctl::test::RunKovactl;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+constexpr wchar_t kFakeServer[] = L"run --dll fake-server/KOVAServer.dll ";
+
+// A failure is one line on standard error that begins as every failure does.
+void ExpectOneErrorLine(const ProgramResult& result, const std::string& text) {
+  EXPECT_THAT(result.errors, StartsWith("kovactl: error: "));
+  EXPECT_THAT(result.errors, HasSubstr(text));
+  EXPECT_THAT(result.errors, EndsWith("\n"));
+  EXPECT_EQ(std::ranges::count(result.errors, '\n'), 1);
+}
+
+// A socket on a port that was free; listens, so that nobody else can.
+class TakenPort {
+ public:
+  TakenPort() : m_socket(::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP)) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    ::bind(m_socket.Get(), reinterpret_cast<sockaddr*>(&address),
+           sizeof(address));
+    ::listen(m_socket.Get(), 5);
+    int size = sizeof(address);
+    ::getsockname(m_socket.Get(), reinterpret_cast<sockaddr*>(&address), &size);
+    m_port = ::ntohs(address.sin_port);
+  }
+  void Free() { m_socket.Reset(); }
+  [[nodiscard]] std::wstring Text() const { return std::to_wstring(m_port); }
+  [[nodiscard]] std::string Narrow() const { return std::to_string(m_port); }
+
+ private:
+  UniqueSocket m_socket;
+  unsigned m_port = 0;
+};
+
+class KovactlTest : public ::testing::Test {
+ protected:
+  KovactlTest() {
+    WSADATA data{};
+    ::WSAStartup(MAKEWORD(2, 2), &data);
+    ::RegCreateKeyExW(HKEY_LOCAL_MACHINE, SettingsKeyPath().c_str(), 0, nullptr,
+                      0, KEY_ALL_ACCESS, nullptr, m_settings.Receive(),
+                      nullptr);
+    Delete(kova::ctl::kPortValue);
+    Delete(kova::ctl::kTcpEnabledValue);
+  }
+  ~KovactlTest() override {
+    Delete(kova::ctl::kPortValue);
+    Delete(kova::ctl::kTcpEnabledValue);
+    ::SetEnvironmentVariableW(L"KOVA_FAKE_SERVER", nullptr);
+    ::WSACleanup();
+  }
+
+  // Runs the stand-in library in one of its modes.
+  static ProgramResult RunFake(const wchar_t* mode,
+                               const std::wstring& arguments) {
+    ::SetEnvironmentVariableW(L"KOVA_FAKE_SERVER", mode);
+    return RunKovactl(kFakeServer + arguments);
+  }
+
+  void Delete(const wchar_t* name) const {
+    ::RegDeleteValueW(m_settings.Get(), name);
+  }
+
+  [[nodiscard]] ValueState Port() const {
+    ValueState state;
+    EXPECT_EQ(ReadValueState(m_settings.Get(), kova::ctl::kPortValue, state),
+              ERROR_SUCCESS);
+    return state;
+  }
+
+  static std::wstring FreePort() {
+    TakenPort port;
+    port.Free();
+    return port.Text();
+  }
+
+  UniqueRegistryKey m_settings;
+};
+
+TEST_F(KovactlTest, ShowsHelpAndVersion) {
+  const ProgramResult help = RunKovactl(L"run --help");
+  EXPECT_EQ(help.exitCode, 0u);
+  EXPECT_THAT(help.output, HasSubstr("Examples:\n  kovactl run\n"));
+  EXPECT_THAT(help.output, HasSubstr("--port N "));
+  EXPECT_EQ(help.errors, "");
+  EXPECT_THAT(RunKovactl(L"--help").output, HasSubstr("Exit codes:\n  0  "));
+  const ProgramResult version = RunKovactl(L"--version");
+  EXPECT_EQ(version.exitCode, 0u);
+  EXPECT_THAT(version.output, StartsWith("kovactl "));
+}
+
+TEST_F(KovactlTest, ExplainsWrongUsage) {
+  const struct {
+    const wchar_t* arguments;
+    const char* says;
+  } kMistakes[] = {
+      {L"", "say what to do"},
+      {L"fly", "not expected: fly; kovactl --help"},
+      {L"run --fly", "not expected: --fly; kovactl run --help"},
+      {L"run --port 0", "--port"},
+      {L"run --port 65536", "--port"},
+      {L"run --port x", "--port"},
+      {L"run --seconds -1", "--seconds"},
+      {L"run --color blue", "\"blue\" is not one of auto, always, never"},
+  };
+  for (const auto& mistake : kMistakes) {
+    const ProgramResult result = RunKovactl(mistake.arguments);
+    EXPECT_EQ(result.exitCode, 2u);
+    ExpectOneErrorLine(result, mistake.says);
+    EXPECT_EQ(result.output, "");
+  }
+}
+
+TEST_F(KovactlTest, MissesALibrary) {
+  const ProgramResult result = RunKovactl(L"run --dll C:\\nowhere\\x.dll");
+  EXPECT_EQ(result.exitCode, 3u);
+  ExpectOneErrorLine(result, "there is no library C:\\nowhere\\x.dll");
+}
+
+TEST_F(KovactlTest, RefusesALibraryThatIsNoServer) {
+  const ProgramResult other =
+      RunKovactl(L"run --dll ..\\bin\\sample-extension\\Corvane_V3_NetMon.dll");
+  EXPECT_EQ(other.exitCode, 4u);
+  ExpectOneErrorLine(other, "does not export StartKOVAServer");
+  const ProgramResult noLibrary = RunKovactl(L"run --dll ..\\build.ninja");
+  EXPECT_EQ(noLibrary.exitCode, 4u);
+  ExpectOneErrorLine(noLibrary, "cannot load ");
+}
+
+TEST_F(KovactlTest, SaysThatThePortIsInUse) {
+  const TakenPort port;
+  const ProgramResult result = RunFake(L"listen", L"--port " + port.Text());
+  EXPECT_EQ(result.exitCode, 5u);
+  ExpectOneErrorLine(result, "port " + port.Narrow() + " is in use");
+  EXPECT_THAT(result.output, HasSubstr("\nStopped in "));
+}
+
+TEST_F(KovactlTest, SaysThatNothingListens) {
+  const ProgramResult silent = RunFake(L"silent", L"--port " + FreePort());
+  EXPECT_EQ(silent.exitCode, 7u);
+  ExpectOneErrorLine(silent, "nothing listens on port");
+  const ProgramResult error = RunFake(L"error", L"--port " + FreePort());
+  EXPECT_EQ(error.exitCode, 7u);
+  ExpectOneErrorLine(error, "WSAStartup(...) failure. result:10091");
+}
+
+TEST_F(KovactlTest, SaysThatTheServerIsSwitchedOff) {
+  const BYTE off = 0;
+  ::RegSetValueExW(m_settings.Get(), kova::ctl::kTcpEnabledValue, 0, REG_BINARY,
+                   &off, 1);
+  const ProgramResult result = RunFake(L"silent", L"");
+  EXPECT_EQ(result.exitCode, 7u);
+  ExpectOneErrorLine(result, "\"TCP Enabled\" is 0");
+}
+
+TEST_F(KovactlTest, RunsForAsLongAsAsked) {
+  const std::wstring port = FreePort();
+  const ProgramResult result =
+      RunFake(L"listen", L"--seconds 1 --color always --port " + port);
+  EXPECT_EQ(result.exitCode, 0u);
+  EXPECT_EQ(result.errors, "");
+  EXPECT_THAT(result.output,
+              StartsWith("\x1b[32mInfo\x1b[0m        WebServerBase::Run: "));
+  EXPECT_THAT(result.output, HasSubstr("It stops after 1 s"));
+  EXPECT_THAT(result.output, HasSubstr("Stopped in "));
+}
+
+TEST_F(KovactlTest, LetsNoLogLineCommandTheTerminal) {
+  const ProgramResult result =
+      RunFake(L"clear", L"--seconds 0 --port " + FreePort());
+  EXPECT_EQ(result.exitCode, 0u);
+  EXPECT_THAT(result.output, HasSubstr("A::B: x\xEF\xBF\xBD[2Jy\n"));
+  EXPECT_THAT(result.output, Not(HasSubstr("\x1b")));
+}
+
+TEST_F(KovactlTest, PutsThePortBack) {
+  const std::wstring arguments = L"--seconds 0 --port " + FreePort();
+  EXPECT_EQ(RunFake(L"listen", arguments).exitCode, 0u);
+  EXPECT_EQ(Port(), ValueState());
+  const ValueState odd{true, REG_BINARY, {1, 2, 3}};
+  ::RegSetValueExW(m_settings.Get(), kova::ctl::kPortValue, 0, odd.type,
+                   odd.data.data(), 3);
+  EXPECT_EQ(RunFake(L"listen", arguments).exitCode, 0u);
+  EXPECT_EQ(Port(), odd);
+  EXPECT_EQ(RunFake(L"silent", arguments).exitCode, 7u);
+  EXPECT_EQ(Port(), odd);
+}
+
+TEST_F(KovactlTest, PutsTheLogMaskBack) {
+  UniqueRegistryKey masks;
+  ::RegCreateKeyExW(HKEY_LOCAL_MACHINE, kova::ctl::kLogMasksKeyPath, 0, nullptr,
+                    0, KEY_ALL_ACCESS, nullptr, masks.Receive(), nullptr);
+  const DWORD mask = 0x80000001;
+  ::RegSetValueExW(masks.Get(), kova::ctl::kServerLoggerName, 0, REG_DWORD,
+                   reinterpret_cast<const BYTE*>(&mask), 4);
+  RunFake(L"listen", L"--seconds 0 --verbose --port " + FreePort());
+  ValueState state;
+  EXPECT_EQ(ReadValueState(masks.Get(), kova::ctl::kServerLoggerName, state),
+            ERROR_SUCCESS);
+  EXPECT_EQ(state, (ValueState{true, REG_DWORD, {1, 0, 0, 0x80}}));
+  ::RegDeleteValueW(masks.Get(), kova::ctl::kServerLoggerName);
+}
+
+}  // namespace
