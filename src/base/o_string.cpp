@@ -42,19 +42,19 @@ OString HexText(uint64_t number, size_t digits) {
 
 }  // namespace
 
-OString::OString(const char* text) { AssignView(Terminated(text)); }
+OString::OString(const char* text)
+    : m_record(StringRecord::Make(Terminated(text), kova::kCodePageAnsi)) {}
 
 OString::OString(const wchar_t* text) { AssignView(Terminated(text)); }
 
-OString::OString(const char* text, size_t most) {
-  AssignView(Bounded(text, most));
-}
+OString::OString(const char* text, size_t most)
+    : m_record(StringRecord::Make(Bounded(text, most), kova::kCodePageAnsi)) {}
 
 OString::OString(const wchar_t* text, size_t most) {
   AssignView(Bounded(text, most));
 }
 
-OString::OString(char character) { AssignView(Bounded(&character, 1)); }
+OString::OString(char character) : OString(&character, 1) {}
 
 OString OString::Decimal(uint32_t number) {
   char text[std::numeric_limits<uint32_t>::digits10 + 1];
@@ -67,9 +67,8 @@ OString OString::Hex(uint32_t number) { return HexText(number, 8); }
 OString OString::Hex(uint64_t number) { return HexText(number, 16); }
 
 OString OString::FromUtf8(std::string_view bytes) {
-  OString text(new StringRecord(0, kova::kCodePageUtf8));
-  text.AssignView(Bounded(bytes.data(), bytes.size()));
-  return text;
+  return OString(StringRecord::Make(Bounded(bytes.data(), bytes.size()),
+                                    kova::kCodePageUtf8));
 }
 
 OString::OString(const OString& other) : m_record(other.m_record) {

@@ -157,8 +157,6 @@ class OString {
                       std::basic_string_view<Unit> replacement);
   template <typename Unit>
   [[nodiscard]] std::basic_string_view<Unit> View() const;
-  template <typename Unit>
-  [[nodiscard]] OString Piece(size_t start, size_t count) const;
 
   [[nodiscard]] bool IsPairWide(const OString& other) const;
 

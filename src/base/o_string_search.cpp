@@ -1,7 +1,6 @@
 // The queries of OString: comparing, searching, taking pieces.
 #include <algorithm>
 #include <cstdint>
-#include <type_traits>
 
 #include "base/ascii.h"
 #include "base/o_string.h"
@@ -77,7 +76,7 @@ int32_t OString::Find(const OString& text, int32_t start) const {
 }
 
 int32_t OString::FindFirstBlank() const {
-  return IndexOf(NarrowView().find_first_of(kova::kBlanks));
+  return IndexOf(kova::FindBlank(NarrowView()));
 }
 
 int32_t OString::ReverseFindOneOf(const OString& set) const {
@@ -92,17 +91,12 @@ OString OString::Mid(int32_t start, int32_t count) const {
   if (count == length) return *this;
   const auto from = static_cast<size_t>(start);
   const auto units = static_cast<size_t>(count);
-  return PrefersWide() ? Piece<wchar_t>(from, units) : Piece<char>(from, units);
-}
-
-template <typename Unit>
-OString OString::Piece(size_t start, size_t count) const {
-  OString piece(new kova::StringRecord(0, CodePage()));
-  if constexpr (std::is_same_v<Unit, char>) {
-    piece.m_record->Set(NarrowView().substr(start, count));
-  } else {
-    piece.m_record->Set(WideView().substr(start, count));
+  if (!PrefersWide()) {
+    return OString(
+        kova::StringRecord::Make(NarrowView().substr(from, units), CodePage()));
   }
+  OString piece(new kova::StringRecord(0, CodePage()));
+  piece.m_record->Set(WideView().substr(from, units));
   return piece;
 }
 

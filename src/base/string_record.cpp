@@ -1,6 +1,7 @@
 #include "base/string_record.h"
 
 #include <algorithm>
+#include <new>
 #include <type_traits>
 
 #include "base/string_codec.h"
@@ -9,8 +10,9 @@ namespace kova {
 
 namespace {
 
-constexpr uint64_t kNarrowBytesPerUnit = 2;
-constexpr uint64_t kUtf8BytesPerUnit = 4;
+constexpr uint64_t NarrowRoom(uint64_t capacity, uint32_t codePage) {
+  return capacity * (codePage == kCodePageUtf8 ? 4 : 2);
+}
 
 template <typename Unit>
 void OverwriteForm(TextForm<Unit>& form, size_t index,
@@ -19,6 +21,22 @@ void OverwriteForm(TextForm<Unit>& form, size_t index,
 }
 
 }  // namespace
+
+StringRecord* StringRecord::Make(std::string_view text, uint32_t codePage) {
+  const uint64_t capacity = CapacityForLength(text.size());
+  const size_t room = NarrowRoom(capacity, codePage);
+  void* const block = ::operator new(sizeof(StringRecord) + room);
+  auto* const record = new (block) StringRecord(capacity, codePage);
+  record->m_narrow.Borrow(reinterpret_cast<char*>(record + 1), room);
+  record->m_narrow.Assign(text, room);
+  return record;
+}
+
+// Make() puts records into blocks that are larger than they are.
+void StringRecord::Destroy() {
+  this->~StringRecord();
+  ::operator delete(static_cast<void*>(this));
+}
 
 StringRecord* StringRecord::Clone() const {
   auto* const clone = new StringRecord(m_capacity, m_codePage);
@@ -37,9 +55,8 @@ bool StringRecord::PrefersWide() const {
 // A form that was converted may be longer than the capacity; it still has to
 // fit when it is cloned.
 size_t StringRecord::RoomOf(const TextForm<char>& form) const {
-  const uint64_t perUnit =
-      m_codePage == kCodePageUtf8 ? kUtf8BytesPerUnit : kNarrowBytesPerUnit;
-  return std::max<size_t>(m_capacity * perUnit, form.Length() + 1);
+  return std::max<size_t>(NarrowRoom(m_capacity, m_codePage),
+                          form.Length() + 1);
 }
 
 size_t StringRecord::RoomOf(const TextForm<wchar_t>& form) const {

@@ -26,12 +26,17 @@ class StringRecord {
   StringRecord(uint64_t capacity, uint32_t codePage)
       : m_capacity(capacity), m_codePage(codePage) {}
 
+  // A record of one reference with 8-bit text, in one block with its buffer:
+  // most texts are made this way, and none of them changes much.
+  [[nodiscard]] static StringRecord* Make(std::string_view text,
+                                          uint32_t codePage);
+
   StringRecord(const StringRecord&) = delete;
   StringRecord& operator=(const StringRecord&) = delete;
 
   void AddReference() { m_references.fetch_add(1, std::memory_order_relaxed); }
   void Release() {
-    if (m_references.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+    if (m_references.fetch_sub(1, std::memory_order_acq_rel) == 1) Destroy();
   }
   [[nodiscard]] bool IsShared() const {
     return m_references.load(std::memory_order_acquire) != 1;
@@ -81,6 +86,7 @@ class StringRecord {
 
  private:
   ~StringRecord() = default;
+  void Destroy();
 
   [[nodiscard]] size_t RoomOf(const TextForm<char>&) const;
   [[nodiscard]] size_t RoomOf(const TextForm<wchar_t>&) const;

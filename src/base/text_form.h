@@ -9,8 +9,9 @@
 
 namespace kova {
 
-// Owns a buffer of Unit. The text in it never holds a zero; a form without
-// text is the same as an absent one. Not safe for use by two threads at once.
+// Owns a buffer of Unit or borrows one. The text in it never holds a zero; a
+// form without text is the same as an absent one. Not safe for use by two
+// threads at once.
 template <typename Unit>
 class TextForm {
  public:
@@ -25,10 +26,18 @@ class TextForm {
     return {Text(), m_length};
   }
 
+  // Gives an absent form a buffer of `roomUnits` that somebody else owns and
+  // that outlives this form. One that grows leaves it for one of its own.
+  void Borrow(Unit* units, size_t roomUnits) {
+    m_units = Buffer(units, Deleter{true});
+    m_room = roomUnits;
+    Clear();
+  }
+
   // Makes the form absent and keeps the buffer.
   void Clear() { SetLength(0); }
 
-  // Makes the form absent and frees the buffer.
+  // Makes the form absent and lets go of the buffer.
   void Free() {
     m_units.reset();
     m_room = m_length = 0;
@@ -38,11 +47,11 @@ class TextForm {
   // than text.size()) is how large the buffer must be at least.
   void Assign(std::basic_string_view<Unit> text, size_t roomUnits) {
     if (roomUnits > m_room) {
-      auto fresh = std::make_unique_for_overwrite<Unit[]>(roomUnits);
+      Buffer fresh = Make(roomUnits);
       std::copy_n(text.data(), text.size(), fresh.get());
       Adopt(std::move(fresh), roomUnits);
     } else {
-      std::memmove(m_units.get(), text.data(), text.size() * sizeof(Unit));
+      std::copy_n(text.data(), text.size(), m_units.get());
     }
     SetLength(text.size());
   }
@@ -53,7 +62,7 @@ class TextForm {
   void Append(std::basic_string_view<Unit> text, size_t roomUnits) {
     if (roomUnits > m_room) {
       const size_t room = std::max(roomUnits, m_room + m_room / 2);
-      auto fresh = std::make_unique_for_overwrite<Unit[]>(room);
+      Buffer fresh = Make(room);
       std::copy_n(Text(), m_length, fresh.get());
       Adopt(std::move(fresh), room);
     }
@@ -74,7 +83,7 @@ class TextForm {
   [[nodiscard]] Unit* Overwrite(size_t roomUnits) {
     m_length = 0;
     if (roomUnits > m_room) {
-      Adopt(std::make_unique_for_overwrite<Unit[]>(roomUnits), roomUnits);
+      Adopt(Make(roomUnits), roomUnits);
     }
     return m_units.get();
   }
@@ -89,14 +98,25 @@ class TextForm {
   }
 
  private:
-  void Adopt(std::unique_ptr<Unit[]> units, size_t room) {
+  struct Deleter {
+    bool isBorrowed = false;
+    void operator()(Unit* units) const {
+      if (!isBorrowed) delete[] units;
+    }
+  };
+  using Buffer = std::unique_ptr<Unit[], Deleter>;
+
+  // Not zeroed: every user writes what it reads.
+  static Buffer Make(size_t units) { return Buffer(new Unit[units]); }
+
+  void Adopt(Buffer units, size_t room) {
     m_units = std::move(units);
     m_room = room;
   }
 
   static constexpr Unit kNone = 0;
 
-  std::unique_ptr<Unit[]> m_units;
+  Buffer m_units;
   size_t m_length = 0;
   size_t m_room = 0;
 };

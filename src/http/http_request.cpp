@@ -15,12 +15,13 @@ OString TextOf(std::string_view bytes) {
   return OString(bytes.data(), bytes.size());
 }
 
-// Calls `take` for each piece of `text` between separators, empty ones too.
+// Calls `take` for each piece of `text` between separators, empty ones too,
+// until it returns false.
 template <typename Take>
 void ForEachPiece(std::string_view text, char separator, const Take& take) {
   for (size_t end = text.find(separator); end != text.npos;
        end = text.find(separator)) {
-    take(text.substr(0, end));
+    if (!take(text.substr(0, end))) return;
     text.remove_prefix(end + 1);
   }
   take(text);
@@ -38,20 +39,20 @@ bool HTTPRequest::Parse(const char* bytes, int32_t lengthBytes,
   if (!headers) return false;
   const size_t start = line->Next();
   if (headers->end > start) {
-    SplitHeaderLines(all.substr(start, headers->end - start));
+    TakeHeaderBlock(all.substr(start, headers->end - start));
   }
   return TakeBody(all.substr(headers->Next()), parseForm);
 }
 
 bool HTTPRequest::ParseRequestLine(std::string_view line) {
   line = kova::TrimStart(line, kBlanks);
-  const size_t methodEnd = line.find_first_of(kBlanks);
+  const size_t methodEnd = kova::FindBlank(line);
   if (methodEnd == line.npos) return false;
   m_method.Assign(line.data(), methodEnd);
 
   const std::string_view rest =
       kova::TrimStart(line.substr(methodEnd), kBlanks);
-  const size_t pathEnd = rest.find_first_of(kBlanks);
+  const size_t pathEnd = kova::FindBlank(rest);
   std::string_view path = rest.substr(0, pathEnd);
   if (pathEnd == rest.npos) {
     path = kova::TrimEnd(path, kBlanksAndLineEnds);
@@ -73,11 +74,25 @@ bool HTTPRequest::ParseRequestLine(std::string_view line) {
   return !m_method.IsEmpty() && !m_path.IsEmpty();
 }
 
-void HTTPRequest::SplitHeaderLines(std::string_view block) {
+void HTTPRequest::TakeHeaderBlock(std::string_view block) {
+  m_headerBlock.ResizeDiscarding(block.size());
+  std::memcpy(m_headerBlock.Data(), block.data(), block.size());
+  m_areLinesMade = false;
+}
+
+std::string_view HTTPRequest::HeaderBlock() const {
+  return {m_headerBlock.Data(), m_headerBlock.Size()};
+}
+
+const OStringArray& HTTPRequest::HeaderLines() const {
+  if (m_areLinesMade) return m_headerLines;
   m_headerLines.SetSize(0);
-  ForEachPiece(block, '\n', [this](std::string_view piece) {
+  ForEachPiece(HeaderBlock(), '\n', [this](std::string_view piece) {
     m_headerLines.Append(TextOf(kova::Trim(piece, kBlanksAndLineEnds)));
+    return true;
   });
+  m_areLinesMade = true;
+  return m_headerLines;
 }
 
 bool HTTPRequest::TakeBody(std::string_view bytes, bool parseForm) {
@@ -104,7 +119,10 @@ void HTTPRequest::ParseFormData(const char* bytes, int32_t lengthBytes) {
   if (lengthBytes < 0) return;
   const std::string_view all(bytes, static_cast<size_t>(lengthBytes));
   ForEachPiece(all.substr(0, all.find('\0')), '&',
-               [this](std::string_view piece) { TakeFormPair(piece); });
+               [this](std::string_view piece) {
+                 TakeFormPair(piece);
+                 return true;
+               });
 }
 
 void HTTPRequest::TakeFormPair(std::string_view piece) {
@@ -118,15 +136,16 @@ void HTTPRequest::TakeFormPair(std::string_view piece) {
 // Deliberate: the name is not trimmed, so that a line with a blank before its
 // colon answers to no usual name.
 std::string_view HTTPRequest::FindHeader(std::string_view name) const {
-  for (int32_t i = 0; i < m_headerLines.Count(); ++i) {
-    const std::string_view line = m_headerLines[i].NarrowView();
+  std::string_view value;
+  ForEachPiece(HeaderBlock(), '\n', [&](std::string_view piece) {
+    const std::string_view line = kova::Trim(piece, kBlanksAndLineEnds);
     const size_t colon = line.find(':');
-    if (colon == line.npos) continue;
-    if (kova::EqualsNoCase(line.substr(0, colon), name)) {
-      return kova::Trim(line.substr(colon + 1), kBlanksAndLineEnds);
-    }
-  }
-  return {};
+    if (colon == line.npos) return true;
+    if (!kova::EqualsNoCase(line.substr(0, colon), name)) return true;
+    value = kova::Trim(line.substr(colon + 1), kBlanksAndLineEnds);
+    return false;
+  });
+  return value;
 }
 
 OString HTTPRequest::GetHeader(const char* name) const {

@@ -52,9 +52,7 @@ class HTTPRequest {
   // Decoded, without the query string.
   [[nodiscard]] const OString& Path() const { return m_path; }
   // Whole lines, trimmed: name, colon, value.
-  [[nodiscard]] const OStringArray& HeaderLines() const {
-    return m_headerLines;
-  }
+  [[nodiscard]] const OStringArray& HeaderLines() const;
   // Decoded names and values in parallel, the query string's first.
   [[nodiscard]] const OStringArray& FormNames() const { return m_formNames; }
   [[nodiscard]] const OStringArray& FormValues() const { return m_formValues; }
@@ -66,14 +64,19 @@ class HTTPRequest {
 
  private:
   [[nodiscard]] std::string_view FindHeader(std::string_view name) const;
-  void SplitHeaderLines(std::string_view block);
+  [[nodiscard]] std::string_view HeaderBlock() const;
+  void TakeHeaderBlock(std::string_view block);
   bool TakeBody(std::string_view bytes, bool parseForm);
   void TakeFormPair(std::string_view piece);
 
   OString m_method = "GET";
   OString m_version = "HTTP/1.1";
   OString m_path = "/";
-  OStringArray m_headerLines;
+  // The lines are made from the block when first asked for: the completeness
+  // test, which runs after every receive, never asks.
+  mutable OStringArray m_headerLines;
+  mutable bool m_areLinesMade = true;
+  kova::ByteBuffer m_headerBlock;
   OStringArray m_formNames;
   OStringArray m_formValues;
   kova::ByteBuffer m_body;

@@ -1,5 +1,6 @@
 #include "http/url_decode.h"
 
+#include <algorithm>
 #include <string>
 
 namespace {
@@ -11,6 +12,12 @@ unsigned ValueOf(char character) {
   return c >= '0' && c <= '9' ? c - '0' : (c & 15u) + 9;
 }
 
+size_t FindEscape(std::string_view bytes) {
+  const auto isEscape = [](char c) { return c == '%' || c == '+'; };
+  const auto found = std::find_if(bytes.begin(), bytes.end(), isEscape);
+  return static_cast<size_t>(found - bytes.begin());
+}
+
 }  // namespace
 
 OString UrlDecode(const OString& text) {
@@ -18,8 +25,8 @@ OString UrlDecode(const OString& text) {
 }
 
 OString kova::UrlDecodeBytes(std::string_view bytes) {
-  const size_t first = bytes.find_first_of("%+");
-  if (first == bytes.npos) return OString::FromUtf8(bytes);
+  const size_t first = FindEscape(bytes);
+  if (first == bytes.size()) return OString::FromUtf8(bytes);
   std::string decoded(bytes.substr(0, first));
   decoded.reserve(bytes.size());
   for (size_t at = first; at < bytes.size(); ++at) {
