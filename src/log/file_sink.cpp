@@ -1,6 +1,6 @@
 #include "log/file_sink.h"
 
-#include <chrono>
+#include <algorithm>
 #include <limits>
 #include <memory>
 

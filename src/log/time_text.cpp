@@ -1,11 +1,16 @@
 #include "log/time_text.h"
 
-#include <chrono>
 #include <cwchar>
 #include <iterator>
 
+#include "base/windows_api.h"
+
 namespace kova {
 namespace {
+
+// A FILETIME counts 100 ns from the start of 1601.
+constexpr uint64_t kTicksPerSecond = 10000000;
+constexpr int64_t kSecondsFrom1601To1970 = 11644473600;
 
 constexpr const wchar_t* kDays[] = {L"Sun", L"Mon", L"Tue", L"Wed",
                                     L"Thu", L"Fri", L"Sat"};
@@ -27,8 +32,11 @@ std::wstring ZoneName(const std::tm& time) {
 }  // namespace
 
 int64_t CurrentTimeSeconds() {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  return std::chrono::floor<std::chrono::seconds>(now).count();
+  FILETIME now = {};
+  ::GetSystemTimeAsFileTime(&now);
+  const uint64_t ticks =
+      (uint64_t{now.dwHighDateTime} << 32) | now.dwLowDateTime;
+  return static_cast<int64_t>(ticks / kTicksPerSecond) - kSecondsFrom1601To1970;
 }
 
 std::wstring StandardTimeText(const std::tm& time) {

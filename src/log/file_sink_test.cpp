@@ -1,0 +1,229 @@
+// Patched: the log file in its real folder, under a clock that stands still.
+#include "log/file_sink.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <thread>
+
+#include "log/time_text.h"
+#include "test/support/fake_tick_count.h"
+#include "test/support/import_patch.h"
+#include "test/support/log_capture.h"
+
+namespace {
+
+using kova::test::DeleteLogMask;
+using kova::test::FakeTickCount;
+using kova::test::ImportPatch;
+using kova::test::LogCapture;
+using testing::ElementsAre;
+using tk::LogChannel;
+
+namespace fs = std::filesystem;
+
+constexpr wchar_t kFolder[] = L"C:\\Log Files";
+constexpr wchar_t kName[] = L"test file sink";
+constexpr wchar_t kPath[] = L"C:\\Log Files\\test file sink.txt";
+constexpr uint32_t kInfoToFile = 0x20000000 | tk::kFileSinkOn;
+
+// 2026-11-20 23:52:14 UTC in units of 100 ns since 1601, plus 0.9 s.
+constexpr int64_t kNowSeconds = 1795218734;
+void WINAPI StandStill(FILETIME* time) {
+  const uint64_t units = (kNowSeconds + 11644473600) * 10000000 + 9000000;
+  time->dwLowDateTime = static_cast<DWORD>(units);
+  time->dwHighDateTime = static_cast<DWORD>(units >> 32);
+}
+
+std::string BytesOf(const std::wstring& text, size_t count) {
+  return std::string(reinterpret_cast<const char*>(text.c_str()), count);
+}
+
+std::string FileBytes() {
+  std::ifstream file(fs::path(kPath), std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+class FileSinkTest : public testing::Test {
+ protected:
+  FileSinkTest() : m_time(nullptr, "GetSystemTimeAsFileTime", &StandStill) {
+    Clean();
+  }
+  ~FileSinkTest() override { Clean(); }
+
+  static void Clean() {
+    DeleteLogMask(kName);
+    std::error_code none;
+    fs::remove(kPath, none);
+  }
+  // Made on a thread of its own, whose storage checks for the folder anew.
+  static std::shared_ptr<tk::Logger> Make(uint32_t mask) {
+    std::shared_ptr<tk::Logger> logger;
+    std::thread([&] { logger = tk::CreateLogger(kName, mask); }).join();
+    return logger;
+  }
+  static std::wstring Stamped(const std::wstring& line) {
+    return kova::LocalTimeText(kNowSeconds) + L" -- " + line;
+  }
+
+  const ImportPatch<decltype(GetSystemTimeAsFileTime)> m_time;
+  FakeTickCount m_clock;
+  LogCapture m_capture;
+};
+
+TEST_F(FileSinkTest, MakesTheFolderEvenWhileItIsOff) {
+  fs::remove_all(kFolder);
+  const auto logger = Make(0x20000000);
+  EXPECT_TRUE(fs::is_directory(kFolder));
+  logger->Log(LogChannel::Info, L"text");
+  logger->Error(L"text");
+  EXPECT_FALSE(fs::exists(kPath));
+}
+
+TEST_F(FileSinkTest, WritesHalfOfTheBytesPlusOneOnce) {
+  const auto logger = Make(kInfoToFile);
+  logger->Log(LogChannel::Info, L"first");
+  const std::wstring text = Stamped(L"Info first");
+  EXPECT_EQ(FileBytes(), BytesOf(text, text.size() + 1));
+  EXPECT_EQ(text.find(L"2026 "), 20u);
+  logger->Log(LogChannel::Info, L"second");
+  EXPECT_EQ(FileBytes(), BytesOf(text, text.size() + 1));
+}
+
+TEST_F(FileSinkTest, WritesEverythingOnceTheFileIsGone) {
+  const auto logger = Make(kInfoToFile);
+  logger->Log(LogChannel::Info, L"one");
+  logger->Error(L"two");
+  fs::remove(kPath);
+  logger->Warning(L"three");
+  const std::wstring text =
+      Stamped(L"Info one") + Stamped(L"Error two") + Stamped(L"Warning three");
+  EXPECT_EQ(FileBytes(), BytesOf(text, text.size() + 1));
+}
+
+TEST_F(FileSinkTest, KeepsTheTextWhileTheFileCannotBeMade) {
+  fs::create_directory(kPath);
+  const auto logger = Make(kInfoToFile);
+  logger->Log(LogChannel::Info, L"one");
+  fs::remove(kPath);
+  logger->Log(LogChannel::Info, L"two");
+  const std::wstring text = Stamped(L"Info one") + Stamped(L"Info two");
+  EXPECT_EQ(FileBytes(), BytesOf(text, text.size() + 1));
+}
+
+TEST_F(FileSinkTest, FollowsTheMaskInTheRegistry) {
+  const auto logger = Make(0x20000000);
+  kova::test::SetLogMask(kInfoToFile, kName);
+  m_clock.Advance(5000);
+  logger->Error(L"lost");
+  m_clock.Advance(1);
+  logger->Error(L"kept");
+  const std::wstring text = Stamped(L"Error kept");
+  EXPECT_EQ(FileBytes(), BytesOf(text, text.size() + 1));
+}
+
+TEST_F(FileSinkTest, TakesAnEmbeddedZeroAsACharacter) {
+  const auto logger = Make(kInfoToFile);
+  logger->Error(std::wstring(L"a\0b", 3));
+  EXPECT_EQ(FileBytes().size(), Stamped(L"Error abc").size() + 1);
+}
+
+int g_checks = 0;
+DWORD WINAPI NoFolder(LPCWSTR path) {
+  EXPECT_STREQ(path, kFolder);
+  ++g_checks;
+  return INVALID_FILE_ATTRIBUTES;
+}
+BOOL WINAPI FailToCreateFolder(LPCWSTR path, SECURITY_ATTRIBUTES*) {
+  EXPECT_STREQ(path, kFolder);
+  return FALSE;
+}
+
+TEST_F(FileSinkTest, LooksForTheFolderOncePerThread) {
+  const ImportPatch<decltype(GetFileAttributesW)> attributes(
+      nullptr, "GetFileAttributesW", &NoFolder);
+  const ImportPatch<decltype(CreateDirectoryW)> create(
+      nullptr, "CreateDirectoryW", &FailToCreateFolder);
+  g_checks = 0;
+  std::thread([] {
+    (void)tk::CreateLogger(kName, 0);
+    (void)tk::CreateLogger(std::wstring(kName) + L" 2", 0);
+  }).join();
+  EXPECT_EQ(g_checks, 1);
+  (void)Make(0);
+  EXPECT_EQ(g_checks, 2);
+  DeleteLogMask((std::wstring(kName) + L" 2").c_str());
+}
+
+TEST_F(FileSinkTest, WithoutAFolderNothingIsWritten) {
+  fs::remove_all(kFolder);
+  {
+    const ImportPatch<decltype(CreateDirectoryW)> create(
+        nullptr, "CreateDirectoryW", &FailToCreateFolder);
+    const auto logger = Make(kInfoToFile);
+    logger->Error(L"text");
+  }
+  EXPECT_FALSE(fs::exists(kFolder));
+  EXPECT_THAT(m_capture.Lines(), ElementsAre(L"Error text"));
+}
+
+struct Opening {
+  DWORD access = 0;
+  DWORD share = 0;
+  DWORD how = 0;
+  DWORD attributes = 0;
+};
+Opening g_opening;
+
+HANDLE WINAPI RecordOpening(LPCWSTR path, DWORD access, DWORD share,
+                            SECURITY_ATTRIBUTES*, DWORD how, DWORD attributes,
+                            HANDLE) {
+  EXPECT_STREQ(path, kPath);
+  g_opening = {access, share, how, attributes};
+  return INVALID_HANDLE_VALUE;
+}
+
+TEST_F(FileSinkTest, OnlyEverMakesANewFile) {
+  const auto logger = Make(kInfoToFile);
+  const ImportPatch<decltype(CreateFileW)> patch(nullptr, "CreateFileW",
+                                                 &RecordOpening);
+  logger->Error(L"text");
+  EXPECT_EQ(g_opening.access, GENERIC_WRITE);
+  EXPECT_EQ(g_opening.share, 7u);
+  EXPECT_EQ(g_opening.how, static_cast<DWORD>(CREATE_NEW));
+  EXPECT_EQ(g_opening.attributes, static_cast<DWORD>(FILE_ATTRIBUTE_NORMAL));
+}
+
+// The whole text that a write starts at, not only the part it asks for.
+std::wstring g_written;
+BOOL WINAPI RecordWrite(HANDLE, LPCVOID data, DWORD, DWORD*, OVERLAPPED*) {
+  g_written = static_cast<const wchar_t*>(data);
+  return FALSE;
+}
+
+TEST_F(FileSinkTest, LinesOfConcurrentThreadsStayWhole) {
+  const auto logger = Make(kInfoToFile);
+  constexpr int kThreads = 4;
+  constexpr int kLines = 50;
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < kThreads; ++thread) {
+    threads.emplace_back([&] {
+      for (int i = 0; i < kLines; ++i) logger->Log(LogChannel::Info, L"line");
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  fs::remove(kPath);
+  const ImportPatch<decltype(WriteFile)> patch(nullptr, "WriteFile",
+                                               &RecordWrite);
+  logger->Log(LogChannel::Info, L"line");
+  std::wstring expected;
+  for (int i = 0; i < kThreads * kLines + 1; ++i) {
+    expected += Stamped(L"Info line");
+  }
+  EXPECT_TRUE(g_written == expected) << "a text of " << g_written.size();
+}
+
+}  // namespace
