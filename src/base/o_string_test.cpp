@@ -85,6 +85,9 @@ TEST(OStringCapacityTest, StaysWhereTextFits) {
   EXPECT_EQ(text.Capacity(), 128u);
   text = "";
   EXPECT_EQ(text.Capacity(), 128u);
+  const OString other(text);
+  text = "own";
+  EXPECT_EQ(text.Capacity(), 128u);
   text = std::wstring(128, L'x').c_str();
   EXPECT_EQ(text.Capacity(), 160u);
 }

@@ -14,11 +14,11 @@ namespace {
 
 constexpr std::string_view kLineEnd = "\r\n";
 
+// Every line has a colon: SetHeader() made it.
 template <typename Unit>
 bool IsLineOf(std::basic_string_view<Unit> line,
               std::basic_string_view<Unit> name) {
-  const size_t colon = line.find(Unit{':'});
-  return colon != line.npos && kova::EqualsNoCase(line.substr(0, colon), name);
+  return kova::EqualsNoCase(line.substr(0, line.find(Unit{':'})), name);
 }
 
 bool IsLineOf(const OString& line, const OString& name) {
