@@ -38,7 +38,8 @@ dl { display: grid; grid-template-columns: 9rem 1fr; gap: .45rem 1rem;
 dt { color: var(--soft); }
 dd { margin: 0; overflow-wrap: anywhere; }
 pre { margin: 0; padding: .9rem 1rem; background: var(--mono);
-  border: 1px solid var(--line); border-radius: .5rem; overflow-x: auto;
+  border: 1px solid var(--line); border-radius: .5rem;
+  white-space: pre-wrap; overflow-wrap: anywhere;
   font: .85rem/1.55 ui-monospace, Consolas, "DejaVu Sans Mono", monospace; }
 .tiles { display: grid; grid-template-columns: 1fr 1fr 1fr; gap: 1.2rem;
   margin-bottom: 1.2rem; }
