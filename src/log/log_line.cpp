@@ -1,7 +1,5 @@
 #include "log/log_line.h"
 
-#include "log/server_logger.h"
-
 namespace kova {
 
 std::wostream& operator<<(std::wostream& stream, Hex number) {
@@ -15,34 +13,28 @@ std::wostream& operator<<(std::wostream& stream, Hex number) {
   return stream.write(first, end - first);
 }
 
-LogLine::LogLine(tk::LogChannel channel, const char* method)
-    : m_channel(channel), m_logger(ServerLogger()) {
-  if (m_logger != nullptr && m_logger->IsEnabled(channel)) Begin(method);
-}
-
 LogLine::LogLine(const std::shared_ptr<tk::Logger>& logger,
                  tk::LogChannel channel, const char* method)
-    : m_channel(channel), m_logger(logger.get()) {
-  if (m_logger != nullptr && m_logger->IsEnabled(channel)) {
-    m_owner = logger;
-    Begin(method);
-  }
+    : m_channel(channel) {
+  if (logger == nullptr || !logger->IsEnabled(channel)) return;
+  Begin(logger.get(), method);
+  m_text->owner = logger;
 }
 
-void LogLine::Begin(const char* method) {
+void LogLine::Begin(tk::Logger* logger, const char* method) {
   const LastErrorKeeper keeper;
-  m_text.emplace();
+  m_text.emplace(logger);
   *this << method << L": ";
 }
 
-LogLine::~LogLine() noexcept(false) {
-  if (!m_text) return;
+void LogLine::Write() {
+  tk::Logger* const logger = m_text->logger;
   if (m_channel == tk::LogChannel::Error) {
-    m_logger->Error(m_text->stream.str());
+    logger->Error(m_text->stream.str());
   } else if (m_channel == tk::LogChannel::Warning) {
-    m_logger->Warning(m_text->stream.str());
+    logger->Warning(m_text->stream.str());
   } else {
-    m_logger->Log(m_channel, m_text->stream.str());
+    logger->Log(m_channel, m_text->stream.str());
   }
 }
 

@@ -10,6 +10,7 @@
 #include "base/last_error_keeper.h"
 #include "log/log_channel.h"
 #include "log/logger.h"
+#include "log/server_logger.h"
 
 namespace kova {
 
@@ -38,13 +39,21 @@ class LogLine {
  public:
   // On the server's logger. `method` is the logging function as Class::Method,
   // or its bare name; it is read at once.
-  LogLine(tk::LogChannel channel, const char* method);
+  LogLine(tk::LogChannel channel, const char* method) : m_channel(channel) {
+    tk::Logger* const logger = ServerLogger();
+    if (logger != nullptr && logger->IsEnabled(channel)) [[unlikely]] {
+      Begin(logger, method);
+    }
+  }
   // On `logger`, which may be null; an enabled line keeps it alive.
   LogLine(const std::shared_ptr<tk::Logger>& logger, tk::LogChannel channel,
           const char* method);
   // Writes the line. May throw what the memory it needs may throw, and lets
   // that go on to the crash guard as from any other place.
-  ~LogLine() noexcept(false);
+  ~LogLine() noexcept(false) {
+    if (m_text) [[unlikely]]
+      Write();
+  }
 
   LogLine(const LogLine&) = delete;
   LogLine& operator=(const LogLine&) = delete;
@@ -54,10 +63,8 @@ class LogLine {
 
   template <typename T>
   LogLine& operator<<(const T& value) {
-    if (m_text) {
-      const LastErrorKeeper keeper;
-      m_text->stream << value;
-    }
+    if (m_text) [[unlikely]]
+      Add(value);
     return *this;
   }
   LogLine& operator<<(const char* text) { return AddText(text); }
@@ -67,25 +74,33 @@ class LogLine {
 
  private:
   struct Text {
+    explicit Text(tk::Logger* target) : logger(target) {}
+
     // First, so that it outlasts the stream.
     LastErrorKeeper keeper;
+    tk::Logger* const logger;
+    // What keeps the logger alive, if something must.
+    std::shared_ptr<tk::Logger> owner;
     std::wostringstream stream;
   };
 
   template <typename Character>
   LogLine& AddText(const Character* text) {
-    if (m_text && text != nullptr) {
-      const LastErrorKeeper keeper;
-      m_text->stream << text;
-    }
+    if (m_text && text != nullptr) [[unlikely]]
+      Add(text);
     return *this;
   }
 
-  void Begin(const char* method);
+  template <typename T>
+  void Add(const T& value) {
+    const LastErrorKeeper keeper;
+    m_text->stream << value;
+  }
+
+  void Begin(tk::Logger* logger, const char* method);
+  void Write();
 
   const tk::LogChannel m_channel;
-  tk::Logger* m_logger = nullptr;
-  std::shared_ptr<tk::Logger> m_owner;
   std::optional<Text> m_text;
 };
 

@@ -15,8 +15,6 @@ const std::wstring MaskKeyPath =
 
 namespace {
 
-constexpr uint64_t kRefreshIntervalMs = 5000;
-
 // Here without the trailing backslash that MaskKeyPath has.
 constexpr wchar_t kMaskKeyToList[] =
     L"SOFTWARE\\Corvane Tessaly\\Drivers\\DebugLogMasks";
@@ -78,21 +76,10 @@ uint32_t Logger::InitialMask() {
   return m_mask;
 }
 
-bool Logger::IsEnabled(LogChannel channel) {
-  return (Bits(channel) & RefreshMask()) != 0;
-}
-
-uint32_t Logger::RefreshMask() {
-  // The last refresh is read before the clock, so that a refresh by another
-  // thread in between cannot make the difference wrap.
-  const uint64_t last = m_lastRefresh.load();
-  const uint64_t now = ::GetTickCount64();
-  if (now - last > kRefreshIntervalMs) {
-    const kova::LastErrorKeeper keeper;
-    m_lastRefresh.exchange(now);
-    m_mask.exchange(ReadMask());
-  }
-  return m_mask.load();
+void Logger::RefreshAt(uint64_t now) {
+  const kova::LastErrorKeeper keeper;
+  m_lastRefresh.exchange(now);
+  m_mask.exchange(ReadMask());
 }
 
 uint32_t Logger::ReadMask() {

@@ -42,7 +42,9 @@ class Logger {
   Logger& operator=(const Logger&) = delete;
 
   // Whether any bit of `channel` is in the mask, which is refreshed if due.
-  [[nodiscard]] bool IsEnabled(LogChannel channel);
+  [[nodiscard]] bool IsEnabled(LogChannel channel) {
+    return (Bits(channel) & RefreshMask()) != 0;
+  }
 
   // Puts the formatters' prefixes, a blank after each, in front of `message`
   // and hands the line to every sink. Does nothing on a disabled channel;
@@ -59,7 +61,14 @@ class Logger {
 
   // The mask, refreshed from the registry if the last refresh is more than
   // 5000 ms ago.
-  uint32_t RefreshMask();
+  uint32_t RefreshMask() {
+    // The last refresh is read before the clock, so that a refresh by another
+    // thread in between cannot make the difference wrap.
+    const uint64_t last = m_lastRefresh.load();
+    const uint64_t now = ::GetTickCount64();
+    if (now - last > kRefreshIntervalMs) RefreshAt(now);
+    return m_mask.load();
+  }
   // Adds bits to the mask, until the next refresh replaces it.
   void WidenMask(uint32_t bits) { m_mask.fetch_or(bits); }
 
@@ -69,6 +78,9 @@ class Logger {
   [[nodiscard]] std::mutex& EventLogMutex() { return m_eventLogMutex; }
 
  private:
+  static constexpr uint64_t kRefreshIntervalMs = 5000;
+
+  void RefreshAt(uint64_t now);
   void AppendFromStorage();
   void OpenMaskKey();
   uint32_t InitialMask();

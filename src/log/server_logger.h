@@ -1,6 +1,7 @@
 // The logger that the whole server writes to.
 #pragma once
 
+#include <atomic>
 #include <memory>
 
 #include "log/logger.h"
@@ -14,8 +15,31 @@ std::shared_ptr<tk::Logger> GetServerLogger();
 
 namespace kova {
 
-// The same logger without a reference count: what a disabled log call can
+// Owns the server's logger from its making to the unloading of the module.
+// Made in place, set once, read by all threads.
+class ServerLoggerSlot {
+ public:
+  constexpr ServerLoggerSlot() = default;
+  ~ServerLoggerSlot();
+
+  ServerLoggerSlot(const ServerLoggerSlot&) = delete;
+  ServerLoggerSlot& operator=(const ServerLoggerSlot&) = delete;
+
+  // The logger, made by the first call.
+  [[nodiscard]] const std::shared_ptr<tk::Logger>& Get() {
+    const auto* const current = m_logger.load(std::memory_order_acquire);
+    return current != nullptr ? *current : Make();
+  }
+
+ private:
+  const std::shared_ptr<tk::Logger>& Make();
+
+  std::atomic<const std::shared_ptr<tk::Logger>*> m_logger = nullptr;
+};
+extern ServerLoggerSlot g_serverLogger;
+
+// The server's logger without a reference count: what a disabled log call can
 // afford. Valid until the module is unloaded.
-tk::Logger* ServerLogger();
+inline tk::Logger* ServerLogger() { return g_serverLogger.Get().get(); }
 
 }  // namespace kova
