@@ -125,6 +125,7 @@ TEST_F(KovactlTest, ExplainsWrongUsage) {
       {L"run --port 65536", "--port"},
       {L"run --port x", "--port"},
       {L"run --seconds -1", "--seconds"},
+      {L"run --package x", "--demo"},
       {L"run --color blue", "\"blue\" is not one of auto, always, never"},
   };
   for (const auto& mistake : kMistakes) {
@@ -139,6 +140,11 @@ TEST_F(KovactlTest, MissesALibrary) {
   const ProgramResult result = RunKovactl(L"run --dll C:\\nowhere\\x.dll");
   EXPECT_EQ(result.exitCode, 3u);
   ExpectOneErrorLine(result, "there is no library C:\\nowhere\\x.dll");
+  const ProgramResult demo =
+      RunFake(L"listen", L"--demo --package C:\\nowhere");
+  EXPECT_EQ(demo.exitCode, 3u);
+  ExpectOneErrorLine(
+      demo, "there is no extension C:\\nowhere\\Corvane_V3_NetMon.dll");
 }
 
 TEST_F(KovactlTest, RefusesALibraryThatIsNoServer) {

@@ -9,15 +9,6 @@ Function* Find(HMODULE module, const char* name) {
       reinterpret_cast<void*>(::GetProcAddress(module, name)));
 }
 
-// A relative path is the user's, so it counts from the current folder; the
-// loader would look in other places, too.
-std::wstring FullPath(const std::wstring& path) {
-  wchar_t full[MAX_PATH * 4] = {};
-  const DWORD length = ::GetFullPathNameW(
-      path.c_str(), static_cast<DWORD>(std::size(full)), full, nullptr);
-  return length == 0 || length >= std::size(full) ? path : full;
-}
-
 }  // namespace
 
 std::wstring ProgramFolder() {
@@ -26,6 +17,13 @@ std::wstring ProgramFolder() {
                        static_cast<DWORD>(std::size(program)));
   const std::wstring path = program;
   return path.substr(0, path.find_last_of(L'\\'));
+}
+
+std::wstring FullPath(const std::wstring& path) {
+  wchar_t full[MAX_PATH * 4] = {};
+  const DWORD length = ::GetFullPathNameW(
+      path.c_str(), static_cast<DWORD>(std::size(full)), full, nullptr);
+  return length == 0 || length >= std::size(full) ? path : full;
 }
 
 bool FileExists(const std::wstring& path) {

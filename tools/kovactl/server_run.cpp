@@ -17,6 +17,11 @@ std::wstring LibraryPath(const RunOptions& options) {
                                  : options.library;
 }
 
+std::wstring PackageFolder(const RunOptions& options) {
+  return options.package.empty() ? ProgramFolder() + L"\\sample-extension"
+                                 : FullPath(options.package);
+}
+
 std::optional<Failure> SetPort(SavedValue& portValue, uint32_t port) {
   const LSTATUS status = portValue.Set(port);
   if (status == ERROR_SUCCESS) return std::nullopt;
@@ -95,8 +100,9 @@ std::optional<Failure> RunServer(const RunOptions& options) {
   ServerLibrary library;
   if (auto failure = library.Load(LibraryPath(options))) return failure;
   if (options.demo) {
-    const std::wstring package = ProgramFolder() + L"\\sample-extension";
-    if (auto failure = EnsureDemoPrinter(package)) return failure;
+    if (auto failure = EnsureDemoPrinter(PackageFolder(options))) {
+      return failure;
+    }
   }
   if (options.port) {
     if (auto failure = SetPort(portValue, *options.port)) return failure;

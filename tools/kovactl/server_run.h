@@ -15,6 +15,7 @@ struct RunOptions {
   std::optional<uint32_t> seconds;  // empty: until Ctrl-C
   std::optional<uint32_t> port;     // empty: as the settings say
   bool demo = false;                // make the demonstration printer
+  std::wstring package;             // its package folder; empty: the sample's
   bool verbose = false;             // show every log channel
   ColorMode color = ColorMode::kAuto;
 };

@@ -17,6 +17,8 @@ constexpr char kExamples[] =
     "      run the server beside this program until Ctrl-C\n"
     "  kovactl run --demo --port 8080\n"
     "      with a demonstration printer, on another port for this run\n"
+    "  kovactl run --demo --package .\\mine\n"
+    "      with your own extension, .\\mine\\Corvane_V3_NetMon.dll\n"
     "  kovactl run --verbose --seconds 10 --color always > log.txt\n"
     "      ten seconds of every log channel, coloured, into a file";
 
@@ -54,6 +56,7 @@ CLI::Validator ColorWords(ColorMode& mode) {
 struct Arguments {
   RunOptions options;
   std::string library;
+  std::string package;
   std::string color;
 };
 
@@ -67,9 +70,15 @@ void AddOptions(CLI::App& verb, Arguments& arguments) {
                   "Stop after N seconds (default: run until Ctrl-C)")
       ->type_name("N")
       ->check(Limits(0, kMostSeconds));
-  verb.add_flag("--demo", options.demo,
-                "Make the printer \"Demo Printer\", shared as \"demo\", which "
-                "the sample extension answers for; it stays installed");
+  CLI::Option* const demo = verb.add_flag(
+      "--demo", options.demo,
+      "Make the printer \"Demo Printer\", shared as \"demo\", which the sample "
+      "extension answers for; it stays installed");
+  verb.add_option("--package", arguments.package,
+                  "Let the extension library in this folder answer for the "
+                  "demonstration printer")
+      ->type_name("FOLDER")
+      ->needs(demo);
   verb.add_option("--port", options.port,
                   "Listen on port N in this run; the setting is put back "
                   "afterwards")
@@ -84,6 +93,7 @@ void AddOptions(CLI::App& verb, Arguments& arguments) {
 
 void Run(Arguments& arguments) {
   arguments.options.library = ToWide(arguments.library);
+  arguments.options.package = ToWide(arguments.package);
   if (const auto failure = RunServer(arguments.options)) {
     WriteError(failure->text);
     throw CLI::RuntimeError(static_cast<int>(failure->code));
