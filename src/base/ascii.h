@@ -48,18 +48,27 @@ template <typename Unit>
   return EqualsFolded(left, right);
 }
 
+// By hand: sets are short, and a call of the C runtime for each character
+// costs more than looking at them.
+[[nodiscard]] constexpr bool IsOneOf(char c, std::string_view set) {
+  for (const char member : set) {
+    if (c == member) return true;
+  }
+  return false;
+}
+
 // The part of `text` that is left without the characters of `set` at its
 // start, at its end, at both.
 [[nodiscard]] constexpr std::string_view TrimStart(std::string_view text,
                                                    std::string_view set) {
-  while (!text.empty() && set.find(text.front()) != set.npos) {
+  while (!text.empty() && IsOneOf(text.front(), set)) {
     text.remove_prefix(1);
   }
   return text;
 }
 [[nodiscard]] constexpr std::string_view TrimEnd(std::string_view text,
                                                  std::string_view set) {
-  while (!text.empty() && set.find(text.back()) != set.npos) {
+  while (!text.empty() && IsOneOf(text.back(), set)) {
     text.remove_suffix(1);
   }
   return text;

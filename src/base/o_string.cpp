@@ -15,6 +15,8 @@ namespace {
 
 std::string_view Bounded(const char* text, size_t most) {
   if (text == nullptr) return {};
+  // `most` may reach past the memory behind an earlier zero, which memchr()
+  // never looks at.
   const void* const zero = std::memchr(text, 0, most);
   if (zero == nullptr) return {text, most};
   return {text, static_cast<size_t>(static_cast<const char*>(zero) - text)};

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 #include <utility>
 
@@ -38,6 +39,15 @@ TEST(OStringTest, StopsAtTheBoundAndAtAZero) {
   EXPECT_EQ(OString("ab\0cd", 5).Length(), 2);
   EXPECT_TRUE(OString("abc", 0).IsEmpty());
   EXPECT_STREQ(OString("abc", 3).Narrow(), "abc");
+}
+
+TEST(OStringTest, ReadsNothingBehindAZeroWhateverTheBound) {
+  const auto narrow = std::make_unique<char[]>(3);
+  narrow[0] = narrow[1] = 'x';
+  EXPECT_STREQ(OString(narrow.get(), 1000).Narrow(), "xx");
+  const auto wide = std::make_unique<wchar_t[]>(3);
+  wide[0] = wide[1] = L'x';
+  EXPECT_STREQ(OString(wide.get(), 1000).Wide(), L"xx");
 }
 
 TEST(OStringTest, TakesEmptyAndNullTextForEmpty) {

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "base/ascii.h"
+#include "base/find_byte.h"
 #include "http/request_scan.h"
 #include "http/url_decode.h"
 
@@ -19,12 +20,14 @@ OString TextOf(std::string_view bytes) {
 // until it returns false.
 template <typename Take>
 void ForEachPiece(std::string_view text, char separator, const Take& take) {
-  for (size_t end = text.find(separator); end != text.npos;
-       end = text.find(separator)) {
-    if (!take(text.substr(0, end))) return;
-    text.remove_prefix(end + 1);
+  size_t from = 0;
+  size_t end = kova::FindByte(text, from, separator);
+  while (end != text.size()) {
+    if (!take(text.substr(from, end - from))) return;
+    from = end + 1;
+    end = kova::FindByte(text, from, separator);
   }
-  take(text);
+  take(text.substr(from));
 }
 
 }  // namespace

@@ -1,8 +1,6 @@
 #include "http/request_scan.h"
 
-#include <bit>
-#include <cstdint>
-#include <cstring>
+#include "base/find_byte.h"
 
 namespace kova {
 
@@ -19,30 +17,9 @@ ScannedPart TerminatorAt(std::string_view bytes, size_t from, size_t lf) {
   return {lf, blankLine + 1};
 }
 
-// A mask with the top bit of each byte of `word` that is zero. Bytes above the
-// lowest such byte may be marked too, the lowest one is right.
-uint64_t ZeroBytes(uint64_t word) {
-  constexpr uint64_t kOnes = 0x0101010101010101;
-  constexpr uint64_t kTops = 0x8080808080808080;
-  return (word - kOnes) & ~word & kTops;
-}
-
-// The index of the first LF or zero byte at or after `from`; the size of
-// `bytes` when there is none. Looks at eight bytes a step: every receive scans
-// the header block anew.
+// The first LF, or the first zero byte where that comes before it.
 size_t FindLineEnd(std::string_view bytes, size_t from) {
-  static_assert(std::endian::native == std::endian::little);
-  constexpr uint64_t kLineFeeds = 0x0A0A0A0A0A0A0A0A;
-  for (; bytes.size() - from >= sizeof(uint64_t); from += sizeof(uint64_t)) {
-    uint64_t word = 0;
-    std::memcpy(&word, bytes.data() + from, sizeof(word));
-    const uint64_t found = ZeroBytes(word) | ZeroBytes(word ^ kLineFeeds);
-    if (found != 0) return from + std::countr_zero(found) / 8u;
-  }
-  while (from < bytes.size() && bytes[from] != '\n' && bytes[from] != 0) {
-    ++from;
-  }
-  return from;
+  return FindEither(bytes, from, '\n', '\0');
 }
 
 bool IsLineFeed(std::string_view bytes, size_t at) {
