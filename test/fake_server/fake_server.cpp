@@ -3,6 +3,7 @@
 //   listen (default)  listens on the port of the settings, logs as a server
 //   silent            does nothing and says nothing
 //   error             logs an error and does not listen
+//   mask              logs the log mask, in decimal, and does not listen
 //   clear             sends the terminal a command inside a log line
 #include "kova/server.h"
 
@@ -54,6 +55,11 @@ void StartKOVAServer(void) {
     ::OutputDebugStringW(
         L"Error WebServerBase::_AcceptThread: WSAStartup(...) failure. "
         L"result:10091");
+  }
+  if (mode == L"mask") {
+    const std::wstring mask =
+        L"Info mask " + std::to_wstring(kova::ctl::ReadLogMask());
+    ::OutputDebugStringW(mask.c_str());
   }
   if (mode == L"clear") ::OutputDebugStringW(L"Warning A::B: x\x1b[2Jy");
 }

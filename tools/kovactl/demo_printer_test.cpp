@@ -94,6 +94,11 @@ class DemoPrinterTest : public ::testing::Test {
     return EnsureDemoPrinter(Package());
   }
 
+  // How it fails; a success is the failure of no code.
+  static Failure EnsureFails() {
+    return Ensure().value_or(Failure{ExitCode::kSuccess, L"it did not fail"});
+  }
+
   static std::wstring Package() {
     return ProgramFolder() + L"\\..\\bin\\sample-extension";
   }
@@ -134,26 +139,28 @@ TEST_F(DemoPrinterTest, MissesTheExtensionFirst) {
 
 TEST_F(DemoPrinterTest, SaysThatRightsAreMissing) {
   g_spooler.addError = ERROR_ACCESS_DENIED;
-  EXPECT_EQ(Ensure()->code, ExitCode::kAccessDenied);
+  EXPECT_EQ(EnsureFails().code, ExitCode::kAccessDenied);
+  g_spooler.addError = ERROR_SUCCESS;
   g_spooler.openError = ERROR_ACCESS_DENIED;
-  EXPECT_EQ(Ensure()->code, ExitCode::kAccessDenied);
+  EXPECT_EQ(EnsureFails().code, ExitCode::kAccessDenied);
   g_spooler.hasPrinter = true;
   g_spooler.dataError = ERROR_ACCESS_DENIED;
-  EXPECT_EQ(Ensure()->code, ExitCode::kAccessDenied);
+  EXPECT_EQ(EnsureFails().code, ExitCode::kAccessDenied);
 }
 
 TEST_F(DemoPrinterTest, SaysThatTheSpoolerRefused) {
   g_spooler.addError = ERROR_UNKNOWN_PORT;
-  EXPECT_EQ(Ensure()->code, ExitCode::kSpooler);
+  EXPECT_EQ(EnsureFails().code, ExitCode::kSpooler);
+  g_spooler.addError = ERROR_SUCCESS;
   g_spooler.openError = RPC_S_SERVER_UNAVAILABLE;
-  EXPECT_EQ(Ensure()->code, ExitCode::kSpooler);
-  EXPECT_THAT(Ensure()->text, HasSubstr(L"is the print spooler running?"));
+  EXPECT_EQ(EnsureFails().code, ExitCode::kSpooler);
+  EXPECT_THAT(EnsureFails().text, HasSubstr(L"is the print spooler running?"));
 }
 
 TEST_F(DemoPrinterTest, NeedsSomeDriver) {
   g_spooler.driver.clear();
-  EXPECT_EQ(Ensure()->code, ExitCode::kSpooler);
-  EXPECT_THAT(Ensure()->text, HasSubstr(L"no printer driver is installed"));
+  EXPECT_EQ(EnsureFails().code, ExitCode::kSpooler);
+  EXPECT_THAT(EnsureFails().text, HasSubstr(L"no printer driver is installed"));
 }
 
 }  // namespace

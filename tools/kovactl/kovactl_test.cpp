@@ -216,14 +216,17 @@ TEST_F(KovactlTest, PutsThePortBack) {
   EXPECT_EQ(Port(), odd);
 }
 
-TEST_F(KovactlTest, PutsTheLogMaskBack) {
+TEST_F(KovactlTest, WidensTheLogMaskForTheRunAndPutsItBack) {
   UniqueRegistryKey masks;
   ::RegCreateKeyExW(HKEY_LOCAL_MACHINE, kova::ctl::kLogMasksKeyPath, 0, nullptr,
                     0, KEY_ALL_ACCESS, nullptr, masks.Receive(), nullptr);
   const DWORD mask = 0x80000001;
   ::RegSetValueExW(masks.Get(), kova::ctl::kServerLoggerName, 0, REG_DWORD,
                    reinterpret_cast<const BYTE*>(&mask), 4);
-  RunFake(L"listen", L"--seconds 0 --verbose --port " + FreePort());
+  EXPECT_THAT(RunFake(L"mask", L"").output,
+              HasSubstr("mask " + std::to_string(0xF8000001)));
+  EXPECT_THAT(RunFake(L"mask", L"--verbose").output,
+              HasSubstr("mask " + std::to_string(0xF800FFFF)));
   ValueState state;
   EXPECT_EQ(ReadValueState(masks.Get(), kova::ctl::kServerLoggerName, state),
             ERROR_SUCCESS);
