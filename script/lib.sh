@@ -26,8 +26,8 @@ install them; run as root: apt-get install ${missing[*]}"
     KOVA_APT_UPDATED=1
   fi
   DEBIAN_FRONTEND=noninteractive apt-get install -y -qq \
-    --no-install-recommends "${missing[@]}" >/dev/null ||
-    fail "apt-get install ${missing[*]} failed; see the lines above"
+    --no-install-recommends "${missing[@]}" >"$(log_file packages)" 2>&1 ||
+    { cat "$(log_file packages)"; fail "installing ${missing[*]} failed"; }
 }
 
 need_build_tools() {
