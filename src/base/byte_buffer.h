@@ -3,6 +3,8 @@
 
 #include <cstdint>
 #include <memory>
+#include <new>
+#include <utility>
 
 namespace kova {
 
@@ -23,6 +25,18 @@ class ByteBuffer {
                                                  : new char[sizeBytes]);
     m_data = std::move(fresh);
     m_size = sizeBytes;
+  }
+
+  // The same for a size that somebody else claims: false where memory runs
+  // out, and then keeps the old block.
+  [[nodiscard]] bool TryResizeDiscarding(uint64_t sizeBytes) {
+    if (sizeBytes == m_size) return true;
+    std::unique_ptr<char[]> fresh(
+        sizeBytes == 0 ? nullptr : new (std::nothrow) char[sizeBytes]);
+    if (sizeBytes != 0 && fresh == nullptr) return false;
+    m_data = std::move(fresh);
+    m_size = sizeBytes;
+    return true;
   }
 
  private:

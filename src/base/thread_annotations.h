@@ -14,5 +14,4 @@
 #define KOVA_RELEASE(...) KOVA_ANNOTATE(release_capability(__VA_ARGS__))
 #define KOVA_REQUIRES(...) KOVA_ANNOTATE(requires_capability(__VA_ARGS__))
 #define KOVA_EXCLUDES(...) KOVA_ANNOTATE(locks_excluded(__VA_ARGS__))
-#define KOVA_NO_THREAD_SAFETY_ANALYSIS \
-  KOVA_ANNOTATE(no_thread_safety_analysis)
+#define KOVA_NO_THREAD_SAFETY_ANALYSIS KOVA_ANNOTATE(no_thread_safety_analysis)

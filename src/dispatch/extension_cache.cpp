@@ -1,0 +1,33 @@
+#include "dispatch/extension_cache.h"
+
+namespace kova {
+namespace {
+
+// Written under the loader lock alone, while no thread of the server runs.
+ExtensionCache* g_cache = nullptr;
+
+}  // namespace
+
+WebServerInterface* ExtensionCache::Get(const std::wstring& libraryPath) {
+  const ScopedLock held(m_lock);
+  std::unique_ptr<WebServerInterface>& entry = m_interfaces[libraryPath];
+  if (entry == nullptr) {
+    // Calls out while it holds the lock: a library must be loaded and
+    // initialised once even when many requests for it arrive together.
+    entry = std::make_unique<WebServerInterface>(libraryPath, m_restart);
+  }
+  return entry.get();
+}
+
+void CreateExtensionCache(KOVA_RestartRoutine* restart) {
+  g_cache = new ExtensionCache(restart);
+}
+
+void DestroyExtensionCache() {
+  delete g_cache;
+  g_cache = nullptr;
+}
+
+ExtensionCache* TheExtensionCache() { return g_cache; }
+
+}  // namespace kova

@@ -1,0 +1,207 @@
+// The accept thread's part of WebServerBase.
+#include <string>
+
+#include "base/o_string.h"
+#include "log/log_line.h"
+#include "net/web_server_base.h"
+
+using kova::LogLine;
+using tk::LogChannel;
+
+namespace {
+
+constexpr const char* kAcceptThread = "WebServerBase::_AcceptThread";
+constexpr unsigned kFailed = 4660;
+constexpr unsigned kEnded = 0;
+constexpr int kMostBacklog = 0x7FFFFFFF;
+constexpr int kAddressBytes = 16;
+
+// Logs a failed Winsock call on Error: its text, then its error code.
+void LogFailure(const wchar_t* text, int code) {
+  LogLine(LogChannel::Error, kAcceptThread) << text << code;
+}
+
+uint16_t LocalPort(SOCKET socket) {
+  sockaddr_in local = {};
+  int bytes = kAddressBytes;
+  if (::getsockname(socket, reinterpret_cast<sockaddr*>(&local), &bytes) != 0) {
+    return 0;
+  }
+  return ::ntohs(local.sin_port);
+}
+
+uint16_t PeerPort(SOCKET socket) {
+  sockaddr_in peer = {};
+  int bytes = kAddressBytes;
+  if (::getpeername(socket, reinterpret_cast<sockaddr*>(&peer), &bytes) != 0) {
+    return 0;
+  }
+  return ::ntohs(peer.sin_port);
+}
+
+void LogAccepted(SOCKET socket, const sockaddr_in& peer) {
+  LogLine line(LogChannel::DetailInfoB, kAcceptThread);
+  if (!line) return;
+  const auto& address = peer.sin_addr.S_un.S_un_b;
+  line << L"AcceptThread: Accepted. clientSocket:Ox"
+       << OString::Hex(static_cast<uint64_t>(socket)).Wide() << L" local port: "
+       << LocalPort(socket) << L" peer port: " << unsigned{address.s_b1} << L"."
+       << unsigned{address.s_b2} << L"." << unsigned{address.s_b3} << L"."
+       << unsigned{address.s_b4} << L":" << PeerPort(socket);
+}
+
+// "1.2.3.4:5678", as WSAAddressToStringW renders an address with a port.
+std::string AddressText(sockaddr_in peer) {
+  wchar_t text[64] = {};
+  DWORD length = 64;
+  const int result = ::WSAAddressToStringW(
+      reinterpret_cast<sockaddr*>(&peer), sizeof(peer), nullptr, text, &length);
+  if (result == SOCKET_ERROR) return std::string();
+  return OString(text).Narrow();
+}
+
+}  // namespace
+
+unsigned WebServerBase::AcceptConnections() {
+  const bool ended = Listen() && ServeEvents();
+  CloseListener();
+  AnswerRun();
+  return ended ? kEnded : kFailed;
+}
+
+bool WebServerBase::Listen() {
+  if (!OpenWinsock() || !OpenListeningSocket() || !CreateEvents()) {
+    return false;
+  }
+  m_running = 1;
+  AnswerRun();
+  return true;
+}
+
+bool WebServerBase::OpenWinsock() {
+  WORD granted = 0;
+  const int result = m_winsock.Open(&granted);
+  if (result != 0) {
+    LogFailure(L"WSAStartup(...) failure. result:", result);
+    return false;
+  }
+  if (LOBYTE(granted) != 2 || HIBYTE(granted) != 2) {
+    LogLine(LogChannel::Error, kAcceptThread)
+        << L"Requested Socket version does not exist";
+    return false;
+  }
+  return true;
+}
+
+bool WebServerBase::OpenListeningSocket() {
+  m_listeningSocket.Reset(
+      ::WSASocketW(AF_INET, SOCK_STREAM, 0, nullptr, 0, WSA_FLAG_OVERLAPPED));
+  if (!m_listeningSocket.IsValid()) {
+    LogFailure(L"AcceptThread: WSASocket(...) failure. WSAGetLastError:",
+               ::WSAGetLastError());
+    return false;
+  }
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_port = ::htons(static_cast<uint16_t>(m_port));
+  address.sin_addr.s_addr = ::htonl(m_bindAddress);
+  if (::bind(m_listeningSocket.Get(), reinterpret_cast<sockaddr*>(&address),
+             kAddressBytes) == SOCKET_ERROR) {
+    LogFailure(L"AcceptThread: bind(...) failure. GetLastError:",
+               ::WSAGetLastError());
+    return false;
+  }
+  if (::listen(m_listeningSocket.Get(), kMostBacklog) == SOCKET_ERROR) {
+    LogFailure(L"listen(...) failure. WSAGetLastError:", ::WSAGetLastError());
+    return false;
+  }
+  return true;
+}
+
+bool WebServerBase::CreateEvents() {
+  m_shutdownEvent = ::WSACreateEvent();
+  if (m_shutdownEvent == WSA_INVALID_EVENT) {
+    LogFailure(
+        L"WSACreateEvent(...) failure for ShutdownEvent. WSAGetLastError:",
+        ::WSAGetLastError());
+    return false;
+  }
+  m_shutdownSignal = m_shutdownEvent;
+  m_networkEvent.Reset(::WSACreateEvent());
+  if (!m_networkEvent.IsValid()) {
+    LogFailure(
+        L"WSACreateEvent(...) failure for networkEvent. WSAGetLastError:",
+        ::WSAGetLastError());
+    return false;
+  }
+  if (::WSAEventSelect(m_listeningSocket.Get(), m_networkEvent.Get(),
+                       FD_ACCEPT) == SOCKET_ERROR) {
+    LogFailure(L"WSAEventSelect(...) failure. WSAGetLastError:",
+               ::WSAGetLastError());
+    return false;
+  }
+  return true;
+}
+
+// Returns true when the shutdown event ended it, false on a failure.
+bool WebServerBase::ServeEvents() {
+  const WSAEVENT events[] = {m_shutdownEvent, m_networkEvent.Get()};
+  for (;;) {
+    const DWORD woken =
+        ::WSAWaitForMultipleEvents(2, events, FALSE, WSA_INFINITE, FALSE);
+    if (woken == WSA_WAIT_EVENT_0) return true;
+    if (woken == WSA_WAIT_FAILED) {
+      LogFailure(L"WSAWaitForMultipleObjects(...) failure. WSAGetLastError:",
+                 ::WSAGetLastError());
+      return false;
+    }
+    if (!OnNetworkEvent()) return false;
+  }
+}
+
+bool WebServerBase::OnNetworkEvent() {
+  WSANETWORKEVENTS found = {};
+  if (::WSAEnumNetworkEvents(m_listeningSocket.Get(), m_networkEvent.Get(),
+                             &found) == SOCKET_ERROR) {
+    LogFailure(L"WSAEnumNetworkEvents(...) failure. WSAGetLastError:",
+               ::WSAGetLastError());
+    return false;
+  }
+  if (found.lNetworkEvents & FD_ACCEPT) AcceptOne();
+  return true;
+}
+
+void WebServerBase::AcceptOne() {
+  sockaddr_in peer = {};
+  int bytes = kAddressBytes;
+  const SOCKET socket =
+      ::WSAAccept(m_listeningSocket.Get(), reinterpret_cast<sockaddr*>(&peer),
+                  &bytes, nullptr, 0);
+  if (socket == INVALID_SOCKET) {
+    const int error = ::WSAGetLastError();
+    LogLine(LogChannel::Warning, kAcceptThread)
+        << L"WSAAccept(...) failure. Failure ignored. WSAGetLastError:"
+        << error;
+    return;
+  }
+  LogAccepted(socket, peer);
+  if (AddClient(socket, AddressText(peer), ::ntohs(peer.sin_port)) == 0) {
+    LogLine(LogChannel::Warning, kAcceptThread)
+        << L"AddClient(...) failure. Failure ignored.";
+  }
+}
+
+void WebServerBase::CloseListener() {
+  // If Stop() has taken the shutdown event to signal it, Stop() closes it.
+  const WSAEVENT shutdown = m_shutdownSignal.exchange(WSA_INVALID_EVENT);
+  if (shutdown != WSA_INVALID_EVENT) ::WSACloseEvent(shutdown);
+  m_networkEvent.Reset();
+  m_listeningSocket.Reset();
+  m_winsock.Close();
+}
+
+// Lets Run() go on. Harmless when it has been let go, or has given up, before.
+void WebServerBase::AnswerRun() {
+  const HANDLE started = m_startedSignal.exchange(nullptr);
+  if (started != nullptr) ::SetEvent(started);
+}

@@ -1,0 +1,85 @@
+// The list of live connection threads, and how they are told to end.
+#pragma once
+
+#include <atomic>
+#include <memory>
+
+#include "base/o_array.h"
+#include "base/o_critical_section.h"
+#include "base/thread_annotations.h"
+
+class Network_ClientThread;
+
+namespace kova {
+
+// Knows every connection thread of one server. Shared by the server and by
+// each of its connection threads: a thread that is late in starting can still
+// ask whether it is welcome when the server object is gone.
+//
+// A connection thread is alive from before its thread is started until its
+// record has freed everything it owns, and listed in between, from Register()
+// to Unregister(). Release() waits for all that are alive, so that none slips
+// through a stop: neither one that has not come round to registering nor one
+// that is just closing its socket.
+//
+// All operations may be called from any thread. While the list's lock is held
+// nothing is called but the functions of Windows named below.
+class ClientList {
+ public:
+  ClientList() = default;
+  ClientList(const ClientList&) = delete;
+  ClientList& operator=(const ClientList&) = delete;
+
+  // Newcomers are served from now on.
+  void Open();
+
+  // Appends the worker. False, and nothing is appended, when a release has
+  // begun: the worker then ends without touching its server.
+  [[nodiscard]] bool Register(Network_ClientThread* worker);
+
+  // The worker's events exist: from now on a release signals its stop event.
+  // Signals it at once if a release has begun since it registered.
+  void Ready(Network_ClientThread* worker);
+
+  // Takes the first slot that holds the worker out; the following ones move
+  // down by one. An absent pointer changes nothing. Afterwards no other thread
+  // touches the worker.
+  void Unregister(Network_ClientThread* worker);
+
+  // Turns newcomers away, signals every listed worker's stop event and looks
+  // every 100 ms, at most 50 times, whether all workers are gone. Those still
+  // listed then are terminated and their records freed. Returns at once when
+  // no worker is alive. Never holds the lock while it sleeps.
+  void Release();
+
+  // The number of workers listed.
+  [[nodiscard]] int32_t Count();
+
+  // Counts one worker alive for as long as it exists; the first member of a
+  // worker's record, so that it goes last.
+  class Alive {
+   public:
+    explicit Alive(std::shared_ptr<ClientList> list) : m_list(std::move(list)) {
+      ++m_list->m_alive;
+    }
+    ~Alive() { --m_list->m_alive; }
+    Alive(const Alive&) = delete;
+    Alive& operator=(const Alive&) = delete;
+    [[nodiscard]] ClientList& List() const { return *m_list; }
+
+   private:
+    const std::shared_ptr<ClientList> m_list;
+  };
+
+ private:
+  [[nodiscard]] bool AllGone() KOVA_REQUIRES(m_lock);
+  void SignalAll() KOVA_REQUIRES(m_lock);
+  void TerminateAll() KOVA_REQUIRES(m_lock);
+
+  OCriticalSection m_lock;
+  OPointerArray<Network_ClientThread*> m_workers KOVA_GUARDED_BY(m_lock);
+  bool m_releasing KOVA_GUARDED_BY(m_lock) = false;
+  std::atomic<int> m_alive{0};
+};
+
+}  // namespace kova

@@ -1,0 +1,75 @@
+// The event loop of one connection.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "base/byte_buffer.h"
+#include "base/o_array.h"
+#include "base/o_string.h"
+#include "base/windows_api.h"
+
+class WebServerBase;
+
+namespace kova {
+
+// Answers one complete request: see Network_ClientThread::ParseRequest. Zero
+// means that there is no response to send.
+using RequestHandler = int32_t (*)(const char* request, uint32_t lengthBytes,
+                                   ByteBuffer& response, uint32_t* keepOpen,
+                                   const OString& clientAddress);
+
+// The working state of one connection from its first event to its end. Waits
+// for socket events, gathers request bytes, has each complete request answered
+// and sends the answer. Lives on the connection's thread; owns none of the
+// handles it is given. Log lines carry the name Network_ClientThread::Run.
+class ClientRun {
+ public:
+  // `socket` is selected for FD_READ, FD_WRITE and FD_CLOSE into `readEvent`;
+  // setting `stopEvent` ends the run. All references outlive the run.
+  ClientRun(WebServerBase& server, SOCKET socket, WSAEVENT readEvent,
+            WSAEVENT stopEvent, const OString& clientAddress,
+            RequestHandler handler);
+
+  ClientRun(const ClientRun&) = delete;
+  ClientRun& operator=(const ClientRun&) = delete;
+
+  // Returns 0 when the wait failed or a request found no answer, 1 on every
+  // other end. A connection that can no longer hold its request ends with 0.
+  unsigned Run();
+
+ private:
+  // What follows a step. kGoOn: the next step with the same event bits.
+  // kWait: back to the wait; the remaining bits of this wake-up are skipped.
+  enum class Next { kGoOn, kWait, kEndWith0, kEndWith1 };
+
+  Next WaitForEvents(long& events);
+  Next OnEvents(long events);
+  Next OnReadable();
+  Next Receive();
+  Next Answer();
+  Next SendResponse();
+  Next OnWritable();
+  Next OnClosed();
+  Next FinishResponse();
+  bool Append(uint32_t receivedBytes);
+  bool SendFrom(const wchar_t* phase);
+  void LogSendResult(const wchar_t* phase, int result, uint32_t requested,
+                     uint32_t sent, int error) const;
+
+  WebServerBase& m_server;
+  const SOCKET m_socket;
+  const WSAEVENT m_readEvent;
+  const WSAEVENT m_stopEvent;
+  const OString& m_clientAddress;
+  const RequestHandler m_handler;
+
+  const std::unique_ptr<char[]> m_receiveBuffer;
+  OTypedArray<char> m_request;  // all received since the last answer
+  ByteBuffer m_response;
+  uint32_t m_keepOpen = 0;  // set by the extension, never reset here
+  uint32_t m_sent = 0;      // bytes of m_response that the socket took
+  bool m_resend = false;    // part of the response waits for FD_WRITE
+};
+
+}  // namespace kova

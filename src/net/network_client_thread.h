@@ -1,0 +1,72 @@
+// One accepted connection: its record and its thread.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "base/byte_buffer.h"
+#include "base/handles.h"
+#include "base/o_string.h"
+#include "net/client_list.h"
+#include "net/winsock_session.h"
+
+class WebServerBase;
+
+// Serves one connection on a thread of its own. The record frees itself, in
+// two places only: at the end of its own thread, and in Terminate() for a
+// thread that did not end in its grace time.
+class Network_ClientThread {
+ public:
+  Network_ClientThread(const Network_ClientThread&) = delete;
+  Network_ClientThread& operator=(const Network_ClientThread&) = delete;
+
+  // Starts the thread that serves `socket`, which the new record takes over.
+  // `address` is the peer's address as text. A thread that cannot be started
+  // costs only this connection: its socket is closed, nothing is reported.
+  // `server` must stay alive until `clients` has been released.
+  static void Start(WebServerBase& server,
+                    std::shared_ptr<kova::ClientList> clients,
+                    kova::UniqueSocket socket, const std::string& address);
+
+  // Answers one complete request of `lengthBytes` bytes into `response`.
+  // `keepOpen` goes to the driver extension, which may set it non-zero.
+  // Always returns 1: send the response.
+  static int32_t ParseRequest(const char* request, uint32_t lengthBytes,
+                              kova::ByteBuffer& response, uint32_t* keepOpen,
+                              const OString& clientAddress);
+
+  // The following are called by the client list alone, under its lock.
+
+  // The stop event exists and belongs to the list's signals from now on.
+  void AcceptStopSignals() { m_acceptsStopSignals = true; }
+  // Makes Run() return soon; nothing before AcceptStopSignals().
+  void SignalStop();
+  // Kills the thread and frees this record.
+  void Terminate();
+
+ private:
+  Network_ClientThread(WebServerBase& server,
+                       std::shared_ptr<kova::ClientList> clients,
+                       kova::UniqueSocket socket, const std::string& address);
+  ~Network_ClientThread() = default;
+
+  static unsigned __stdcall _ClientThread(void* record);
+  static unsigned ServeRecord(void* record);
+
+  unsigned Serve();
+  bool Prepare();
+  unsigned Run();
+
+  const kova::ClientList::Alive m_alive;
+  kova::WinsockSession m_winsock;
+  HMODULE m_modulePin = nullptr;  // given back by the thread's last call
+  bool m_acceptsStopSignals = false;
+
+  kova::UniqueKernelHandle m_thread;
+  WebServerBase& m_server;
+  kova::UniqueSocket m_socket;
+  const OString m_clientAddress;
+  kova::UniqueWsaEvent m_readEvent;
+  kova::UniqueWsaEvent m_stopEvent;
+};

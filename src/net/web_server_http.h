@@ -1,0 +1,54 @@
+// The HTTP server object, with the fields of its network monitor.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "base/handles.h"
+#include "base/o_critical_section.h"
+#include "log/logger.h"
+#include "net/web_server_base.h"
+
+// What the network monitor keeps with the server.
+struct NetworkMonitorState {
+  std::wstring computerName;  // as at the last start
+  uint32_t port = 6161;       // as at the last start with TCP enabled
+  std::shared_ptr<tk::Logger> logger;
+  kova::UniqueKernelHandle restartEvent;   // auto-reset
+  kova::UniqueKernelHandle shutdownEvent;  // auto-reset
+  kova::UniqueKernelHandle restartThread;
+  unsigned restartThreadId = 0;
+  OCriticalSection restartLock;  // held across a whole start or restart
+
+  // Set by the restart thread as the last thing it does with this object.
+  kova::UniqueKernelHandle endedEvent;  // manual-reset
+  // Ends the restart thread even where it has no shutdown event to wait for.
+  std::atomic<bool> ending{false};
+  HMODULE modulePin = nullptr;  // the restart thread's; its last call drops it
+};
+
+class WebServerHTTP : public WebServerBase {
+ public:
+  // A thread procedure as _beginthreadex takes it.
+  using ThreadProcedure = unsigned(__stdcall*)(void*);
+
+  // Makes the monitor's events and starts the restart thread, which runs
+  // `restartThread` with this object as its argument.
+  explicit WebServerHTTP(ThreadProcedure restartThread);
+  ~WebServerHTTP() override;
+
+  int OnClientConnected(const std::string& address, uint32_t port) override;
+  int OnResponseSent(uint32_t byteCount) override;
+  bool IsRequestComplete(const OTypedArray<char>& received) override;
+
+  NetworkMonitorState& Monitor() { return m_monitor; }
+
+  // Tells the restart thread to end and waits until it no longer touches this
+  // object. Returns at once if there is no such thread.
+  void JoinRestartThread();
+
+ private:
+  NetworkMonitorState m_monitor;
+};

@@ -1,0 +1,103 @@
+#include "server/network_monitor.h"
+
+#include "base/module_pin.h"
+#include "crash/guard.h"
+#include "log/log_line.h"
+#include "server/server_object.h"
+#include "server/server_settings.h"
+
+using kova::LogLine;
+using tk::LogChannel;
+
+namespace {
+
+constexpr const char* kRestartThread = "NetworkMonitor::_RestartServerThread";
+constexpr DWORD kMostNameUnits = 260;
+constexpr uint32_t kAllInterfaces = 0;
+constexpr uint32_t kLoopback = 0x7F000001;
+
+std::wstring ComputerName() {
+  wchar_t name[kMostNameUnits] = {};
+  DWORD units = kMostNameUnits;
+  return ::GetComputerNameW(name, &units) ? std::wstring(name) : std::wstring();
+}
+
+enum class Woken { kRestart, kShutdown, kErrant };
+
+// The handles are read afresh at every wait.
+Woken WaitForRequest(const NetworkMonitorState& monitor) {
+  const HANDLE events[] = {monitor.restartEvent.Get(),
+                           monitor.shutdownEvent.Get()};
+  switch (::WaitForMultipleObjects(2, events, FALSE, INFINITE)) {
+    case WAIT_OBJECT_0:
+      return Woken::kRestart;
+    case WAIT_OBJECT_0 + 1:
+      return Woken::kShutdown;
+    default:
+      return Woken::kErrant;
+  }
+}
+
+unsigned ServeRestarts(void* argument) {
+  auto& server = *static_cast<WebServerHTTP*>(argument);
+  NetworkMonitorState& monitor = server.Monitor();
+  for (;;) {
+    switch (WaitForRequest(monitor)) {
+      case Woken::kRestart:
+        LogLine(LogChannel::DetailInfo, kRestartThread)
+            << L"KOVA restart event triggered";
+        NetworkMonitor::ServerRestart(server);
+        break;
+      case Woken::kShutdown:
+        LogLine(LogChannel::DetailInfo, kRestartThread)
+            << L"shutdown event triggered";
+        return 0;
+      case Woken::kErrant:
+        LogLine(LogChannel::Error, kRestartThread) << L"errant event triggered";
+        // A server whose events could not be made must still come to its end.
+        if (monitor.ending) return 0;
+        break;
+    }
+  }
+}
+
+}  // namespace
+
+void NetworkMonitor::StartServer(WebServerHTTP& server) {
+  NetworkMonitorState& monitor = server.Monitor();
+  const ScopedLock held(monitor.restartLock);
+  monitor.computerName = ComputerName();
+  kova::ServerSettings settings(monitor.computerName);
+  if (!settings.IsTcpEnabled()) return;
+
+  monitor.port = settings.Port();
+  const uint8_t communication = settings.NetworkCommunication();
+  const uint32_t address = communication != 0 ? kAllInterfaces : kLoopback;
+  // Deliberate: the accept thread's answer is enough, listening or not.
+  if (server.Run(monitor.port, 0, address) == 0) return;
+  settings.WriteNetworkBidirectional(communication);
+}
+
+void NetworkMonitor::ServerRestart(WebServerHTTP& server) {
+  NetworkMonitorState& monitor = server.Monitor();
+  const ScopedLock held(monitor.restartLock);
+  LogLine(monitor.logger, LogChannel::Info, "NetworkMonitor::ServerRestart")
+      << L"Restarting KOVA server...";
+  server.Stop();
+  StartServer(server);
+}
+
+unsigned __stdcall NetworkMonitor::_RestartServerThread(void* server) {
+  // Read first: once the event is set, the server object may be gone.
+  const NetworkMonitorState& monitor =
+      static_cast<WebServerHTTP*>(server)->Monitor();
+  const HMODULE pin = monitor.modulePin;
+  const HANDLE ended = monitor.endedEvent.Get();
+  const unsigned result = kova::RunGuarded(&ServeRestarts, server);
+  if (ended != nullptr) ::SetEvent(ended);
+  kova::EndThread(pin, result);
+}
+
+BOOL NetworkMonitor::SignalRestart() {
+  return kova::ServerObject::SignalRestart();
+}
