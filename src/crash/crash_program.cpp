@@ -2,6 +2,7 @@
 // argument says how, its second what GetTickCount64() gives.
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "crash/crash_utility.h"
 #include "crash/guard.h"
@@ -45,6 +46,23 @@ unsigned OverflowTheStack(void*) {
 
 unsigned Throw(void*) { throw 4660; }
 
+void WINAPI ReadNothingInstead(LPCWSTR) { (void)ReadNothing(nullptr); }
+
+void WINAPI ThrowInstead(LPCWSTR) { throw std::bad_alloc(); }
+
+// Crashes, and crashes once more while the crash is being recorded.
+unsigned CrashTwice(void*) {
+  static const kova::test::ImportPatch<decltype(OutputDebugStringW)> patch(
+      nullptr, "OutputDebugStringW", &ReadNothingInstead);
+  return ReadNothing(nullptr);
+}
+
+unsigned CrashAndThrow(void*) {
+  static const kova::test::ImportPatch<decltype(OutputDebugStringW)> patch(
+      nullptr, "OutputDebugStringW", &ThrowInstead);
+  return ReadNothing(nullptr);
+}
+
 unsigned ReturnNormally(void*) { return 4660; }
 
 struct Way {
@@ -54,6 +72,8 @@ struct Way {
 constexpr Way kWays[] = {{"access", &ReadNothing},
                          {"overflow", &OverflowTheStack},
                          {"throw", &Throw},
+                         {"crash-twice", &CrashTwice},
+                         {"crash-and-throw", &CrashAndThrow},
                          {"return", &ReturnNormally}};
 
 DWORD WINAPI RunOnAThread(void* way) {

@@ -1,12 +1,14 @@
 #include "crash/crash_utility.h"
 
 #include <atomic>
+#include <exception>
 #include <memory>
 
 #include "base/handles.h"
 #include "base/last_error_keeper.h"
 #include "crash/dump_file.h"
 #include "crash/dump_policy.h"
+#include "crash/guard.h"
 #include "log/log_line.h"
 #include "log/server_logger.h"
 
@@ -54,10 +56,20 @@ bool TryToHold(HANDLE mutex, const Crash& crash) {
   }
 }
 
-void LeaveDump(const std::wstring& path, const Crash& crash) {
-  kova::UniqueFile file(::CreateFileW(
-      path.c_str(), GENERIC_READ | GENERIC_WRITE,
-      FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, CREATE_ALWAYS, 0, nullptr));
+// One run of the filter. What it holds is given back even where a fault cuts
+// the recording short.
+struct Recording {
+  EXCEPTION_POINTERS* const pointers;
+  const HANDLE mutex;
+  bool holdsMutex = false;
+  kova::UniqueFile file = {};
+};
+
+void LeaveDump(const std::wstring& path, const Crash& crash,
+               kova::UniqueFile& file) {
+  file.Reset(::CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE,
+                           FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                           CREATE_ALWAYS, 0, nullptr));
   if (!file.IsValid()) {
     crash.Say(L", Unable to create dump file.");
     return;
@@ -73,7 +85,7 @@ void LeaveDump(const std::wstring& path, const Crash& crash) {
 }
 
 // The calling thread must hold the dump mutex.
-void DumpIfDue(const Crash& crash) {
+void DumpIfDue(const Crash& crash, kova::UniqueFile& file) {
   const uint64_t now = ::GetTickCount64();
   if (!kova::MayWriteDump(now, g_lastDumpTick)) {
     crash.Say(L"Not creating dump file due to time proximity to prior dump.");
@@ -82,7 +94,19 @@ void DumpIfDue(const Crash& crash) {
   g_lastDumpTick = now;
   const std::wstring path = kova::ChooseDumpFile();
   crash.Say(L"Attempting to create dump file:\n    " + path);
-  LeaveDump(path, crash);
+  LeaveDump(path, crash, file);
+}
+
+unsigned Record(void* argument) {
+  auto& recording = *static_cast<Recording*>(argument);
+  try {
+    const Crash crash{recording.pointers};
+    recording.holdsMutex = TryToHold(recording.mutex, crash);
+    if (recording.holdsMutex) DumpIfDue(crash, recording.file);
+  } catch (const std::exception&) {
+    // Nothing may be thrown out of a filter, not even for want of memory.
+  }
+  return 0;
 }
 
 }  // namespace
@@ -104,11 +128,10 @@ void CrashUtility::CloseDumpMutex() {
 
 int32_t CrashUtility::RecordSEH(EXCEPTION_POINTERS* pointers) {
   const kova::LastErrorKeeper keeper;
-  const Crash crash{pointers};
-  const HANDLE mutex = g_dumpMutex;
-  if (TryToHold(mutex, crash)) {
-    DumpIfDue(crash);
-    ::ReleaseMutex(mutex);
-  }
+  Recording recording{pointers, g_dumpMutex};
+  // What broke the process may break the recording of it, too; the exception
+  // that is being recorded goes its way all the same.
+  kova::RunContained(&Record, &recording);
+  if (recording.holdsMutex) ::ReleaseMutex(recording.mutex);
   return EXCEPTION_CONTINUE_SEARCH;
 }

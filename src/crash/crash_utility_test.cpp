@@ -336,6 +336,27 @@ TEST_F(CrashUtilityTest, AFailedDumpIsFollowedByTheLineOfSuccess) {
   EXPECT_TRUE(MutexIsFree());
 }
 
+BOOL WINAPI CrashInstead(HANDLE, DWORD, HANDLE, MINIDUMP_TYPE,
+                         PMINIDUMP_EXCEPTION_INFORMATION,
+                         PMINIDUMP_USER_STREAM_INFORMATION,
+                         PMINIDUMP_CALLBACK_INFORMATION) {
+  ::RaiseException(EXCEPTION_ACCESS_VIOLATION, 0, 0, nullptr);
+  return FALSE;
+}
+
+TEST_F(CrashUtilityTest, ACrashWhileDumpingStaysInsideAndFreesTheMutex) {
+  {
+    const ImportPatch<decltype(MiniDumpWriteDump)> patch(
+        nullptr, "MiniDumpWriteDump", &CrashInstead);
+    EXPECT_EQ(Record(), 0);
+  }
+  EXPECT_THAT(m_capture.Take(), ElementsAre(LinesOfADump(L"0000")[0]));
+  EXPECT_TRUE(MutexIsFree());
+  m_clock.Advance(60001);
+  EXPECT_EQ(Record(), 0);
+  EXPECT_EQ(m_capture.Lines(), LinesOfADump(L"0001"));
+}
+
 TEST_F(CrashUtilityTest, SaysNothingWhereTheChannelsAreOff) {
   const ScopedLogMask silent(0);
   m_clock.Advance(5001);

@@ -10,6 +10,14 @@ namespace {
 // composes log lines and writes a dump.
 constexpr ULONG kStackGuaranteeBytes = 64 * 1024;
 
+// The codes under which the C++ runtimes of this platform raise what is thrown.
+// Only their own handlers may end the search for those.
+bool IsThrown(DWORD code) {
+  constexpr DWORD kThrownByGcc = 0x20474343;
+  constexpr DWORD kThrownByMsvc = 0xE06D7363;
+  return code == kThrownByGcc || code == kThrownByMsvc;
+}
+
 // A fault in an instruction that stands in the guarded block itself may not
 // reach the filter, because the compiler models calls only; hence the call
 // that cannot be inlined.
@@ -30,6 +38,15 @@ unsigned RunGuarded(GuardedBody body, void* argument) {
     // Never entered: the filter always lets the search continue.
   }
   return result;
+}
+
+// No object with a destructor may live in this function.
+void RunContained(GuardedBody body, void* argument) {
+  __try {
+    (void)CallBody(body, argument);
+  } __except (IsThrown(GetExceptionCode()) ? EXCEPTION_CONTINUE_SEARCH
+                                           : EXCEPTION_EXECUTE_HANDLER) {
+  }
 }
 
 }  // namespace kova

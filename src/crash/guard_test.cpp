@@ -111,6 +111,12 @@ TEST_F(GuardProgramTest, AThrownExceptionLeavesADump) {
   EXPECT_EQ(NewDumps().size(), 1u);
 }
 
+TEST_F(GuardProgramTest, ACrashOfTheRecordingChangesNothing) {
+  EXPECT_EQ(RunCrashProgram(L"crash-twice 60001"), EXCEPTION_ACCESS_VIOLATION);
+  EXPECT_EQ(RunCrashProgram(L"crash-and-throw 60001"),
+            EXCEPTION_ACCESS_VIOLATION);
+}
+
 TEST_F(GuardProgramTest, NoDumpIsLeftWhileTheMachineHasJustStarted) {
   EXPECT_EQ(RunCrashProgram(L"access 60000"), EXCEPTION_ACCESS_VIOLATION);
   EXPECT_EQ(NewDumps().size(), 0u);
@@ -139,6 +145,22 @@ TEST(GuardTest, LetsAThrownExceptionGoOnToItsHandler) {
     caught = number;
   }
   EXPECT_EQ(caught, 4660);
+}
+
+TEST(GuardTest, ContainsMachineFaultsAndLetsThrownExceptionsPass) {
+  int runs = 0;
+  kova::RunContained(
+      [](void* count) -> unsigned { return ++*static_cast<unsigned*>(count); },
+      &runs);
+  EXPECT_THROW(
+      kova::RunContained([](void*) -> unsigned { throw 4660; }, nullptr), int);
+  kova::RunContained(
+      [](void*) -> unsigned {
+        ::RaiseException(0xE0004660, 0, 0, nullptr);
+        return 0;
+      },
+      nullptr);
+  EXPECT_EQ(runs, 1);
 }
 
 TEST(GuardTest, RaisesTheStackGuarantee) {
