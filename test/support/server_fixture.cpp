@@ -1,0 +1,71 @@
+#include "test/support/server_fixture.h"
+
+#include "test/support/test_client.h"
+
+namespace kova::test {
+namespace {
+
+template <typename Function>
+Function* Find(HMODULE module, const char* name) {
+  return reinterpret_cast<Function*>(
+      reinterpret_cast<void*>(::GetProcAddress(module, name)));
+}
+
+}  // namespace
+
+uint16_t FreePort() {
+  WinsockSession winsock;
+  WORD granted = 0;
+  if (winsock.Open(&granted) != 0) return 0;
+  const UniqueSocket probe(::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP));
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  int sizeBytes = sizeof(address);
+  auto* const plain = reinterpret_cast<sockaddr*>(&address);
+  if (::bind(probe.Get(), plain, sizeBytes) != 0 ||
+      ::getsockname(probe.Get(), plain, &sizeBytes) != 0) {
+    return 0;
+  }
+  return ::ntohs(address.sin_port);
+}
+
+std::wstring TestProgramFolder() {
+  wchar_t program[MAX_PATH] = {};
+  ::GetModuleFileNameW(nullptr, program, MAX_PATH);
+  const std::wstring path = program;
+  return path.substr(0, path.find_last_of(L'\\'));
+}
+
+ServerFixture::ServerFixture() {
+  // A session of the test's own, so that a server which gives back more
+  // sessions than it took is seen by other means than dead test clients.
+  WORD granted = 0;
+  (void)m_winsock.Open(&granted);
+  UsePort(FreePort());
+  m_module.Reset(::LoadLibraryW(
+      (TestProgramFolder() + L"\\..\\bin\\KOVAServer.dll").c_str()));
+  if (!m_module.IsValid()) return;
+  m_start = Find<KOVA_StartServer>(m_module.Get(), "StartKOVAServer");
+  m_stop = Find<KOVA_StopServer>(m_module.Get(), "StopKOVAServer");
+}
+
+ServerFixture::~ServerFixture() {
+  if (m_module.IsValid() && IsLoaded()) Stop();
+}
+
+void ServerFixture::UsePort(uint16_t port) {
+  m_port = port;
+  m_settings.SetPort(port);
+}
+
+void ServerFixture::Unload() {
+  m_start = nullptr;
+  m_stop = nullptr;
+  m_module.Reset();
+}
+
+bool ServerFixture::IsListening() const {
+  return TestClient(m_port).IsConnected();
+}
+
+}  // namespace kova::test
