@@ -26,6 +26,7 @@ random_free_port() {
 
 # start_server PORT: 0 once the server listens, else kovactl's exit code.
 start_server() {
+  : >"$check_log"
   wine "$KOVA_BUILD/bin/kovactl.exe" run --demo --verbose --port "$1" \
     --seconds 300 </dev/null >"$check_log" 2>&1 &
   check_server=$!

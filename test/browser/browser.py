@@ -115,15 +115,24 @@ class Browser:
         self._events.clear()
         start()
         deadline = time.monotonic() + 30
-        while not any(e.get("method") == "Page.loadEventFired"
-                      for e in self._events):
+        while not self._document_loaded():
             self._events.append(self._receive(deadline))
-        documents = [e["params"]["response"] for e in self._events
-                     if e.get("method") == "Network.responseReceived"
-                     and e["params"]["type"] == "Document"]
-        if not documents:
-            raise BrowserError("the page loaded without a response")
-        return documents[-1]
+        return self._documents()[-1]
+
+    def _documents(self):
+        return [e["params"]["response"] for e in self._events
+                if e.get("method") == "Network.responseReceived"
+                and e["params"]["type"] == "Document"]
+
+    def _document_loaded(self):
+        """Whether a load has ended since the document's response: a load that
+        ended before belongs to the page that was shown earlier."""
+        methods = [e.get("method") for e in self._events
+                   if e.get("method") == "Page.loadEventFired"
+                   or (e.get("method") == "Network.responseReceived"
+                       and e["params"]["type"] == "Document")]
+        return methods[-2:] == ["Network.responseReceived",
+                                "Page.loadEventFired"]
 
     def navigate(self, url):
         return self.load(lambda: self.call("Page.navigate", url=url))
