@@ -1,0 +1,65 @@
+// Patched: one reference to Windows Sockets.
+#include "net/winsock_session.h"
+
+#include <gtest/gtest.h>
+
+#include "net/call_watch.h"
+
+namespace {
+
+using kova::WinsockSession;
+using kova::test::Call;
+using kova::test::CallWatch;
+
+class WinsockSessionTest : public testing::Test {
+ protected:
+  CallWatch m_watch;
+  WORD m_granted = 0;
+};
+
+TEST_F(WinsockSessionTest, GivesItsReferenceBackAtTheEnd) {
+  {
+    WinsockSession session;
+    EXPECT_EQ(session.Open(&m_granted), 0);
+    EXPECT_EQ(m_granted, 0x0202);
+    EXPECT_EQ(m_watch.OpenSessions(), 1);
+  }
+  EXPECT_EQ(m_watch.OpenSessions(), 0);
+}
+
+TEST_F(WinsockSessionTest, HoldsNothingBeforeItIsOpened) {
+  {
+    const WinsockSession session;
+  }
+  EXPECT_EQ(m_watch.Calls(Call::kCleanup), 0);
+}
+
+TEST_F(WinsockSessionTest, HoldsNothingAfterAFailure) {
+  m_watch.Fail(Call::kStartup, 10092);
+  {
+    WinsockSession session;
+    EXPECT_EQ(session.Open(&m_granted), 10092);
+  }
+  EXPECT_EQ(m_watch.Calls(Call::kCleanup), 0);
+}
+
+TEST_F(WinsockSessionTest, ClosesOnceAndMayBeOpenedAgain) {
+  WinsockSession session;
+  EXPECT_EQ(session.Open(&m_granted), 0);
+  session.Close();
+  session.Close();
+  EXPECT_EQ(m_watch.Calls(Call::kCleanup), 1);
+  EXPECT_EQ(session.Open(&m_granted), 0);
+  EXPECT_EQ(session.Open(&m_granted), 0);
+  EXPECT_EQ(m_watch.OpenSessions(), 1);
+}
+
+TEST_F(WinsockSessionTest, KeepsTheLastErrorWhileClosing) {
+  WinsockSession session;
+  EXPECT_EQ(session.Open(&m_granted), 0);
+  ::SetLastError(1234);
+  session.Close();
+  EXPECT_EQ(::GetLastError(), 1234u);
+}
+
+}  // namespace
