@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include "test/support/demo_printer.h"
 #include "test/support/import_patch.h"
 
@@ -117,6 +119,22 @@ TEST_F(DriverLocationFailureTest, ClosesThePrinterWhereReadingFails) {
   EXPECT_EQ(GetDriverPackagePath(kName), L"");
   EXPECT_EQ(g_closed, 1);
   EXPECT_EQ(g_access, static_cast<ACCESS_MASK>(PRINTER_ACCESS_USE));
+}
+
+DWORD WINAPI FillTheBuffer(HANDLE, LPWSTR, DWORD* type, BYTE* data, DWORD size,
+                           DWORD* needed) {
+  EXPECT_EQ(size, 4096u);
+  *type = REG_SZ;
+  std::memset(data, 'x', size);
+  *needed = size;
+  return ERROR_SUCCESS;
+}
+
+TEST_F(DriverLocationFailureTest, ATextWithoutATerminatorIsNone) {
+  const ImportPatch<decltype(GetPrinterDataW)> get(nullptr, "GetPrinterDataW",
+                                                   &FillTheBuffer);
+  g_handle = reinterpret_cast<HANDLE>(uintptr_t{4660});
+  EXPECT_EQ(GetDriverPackagePath(kName), L"");
 }
 
 TEST_F(DriverLocationFailureTest, ClosesNothingWhereNothingWasOpened) {
