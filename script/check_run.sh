@@ -48,7 +48,8 @@ start_on_free_port() {
     start_server "$check_port" || code=$?
     [ "$code" -ne 0 ] || return 0
     # 5: another program took the port meanwhile.
-    [ "$code" -eq 5 ] || check_failed "the server did not start, exit code $code"
+    [ "$code" -eq 5 ] ||
+      check_failed "the server did not start, exit code $code"
   done
   check_failed "no free port in $attempt attempts"
 }
@@ -67,7 +68,8 @@ ask() {
 }
 
 expect_status() {
-  [ "$status" = "$2" ] || check_failed "the request $1 got status $status, not $2"
+  [ "$status" = "$2" ] ||
+    check_failed "the request $1 got status $status, not $2"
 }
 
 expect_text() {

@@ -12,7 +12,9 @@ here=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 readonly kKey='HKLM\SOFTWARE\Corvane Tessaly\Drivers\Network\@'
 readonly kValue='KOVA Server Port'
 
-port_value() { wine reg query "$key" /v "$kValue" 2>/dev/null | tr -d '\r' || true; }
+port_value() {
+  wine reg query "$key" /v "$kValue" 2>/dev/null | tr -d '\r' || true
+}
 
 # starts a run, interrupts it, compares the setting.
 run_and_interrupt() {
