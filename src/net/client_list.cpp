@@ -15,6 +15,13 @@ void ClientList::Open() {
   m_releasing = false;
 }
 
+void ClientList::KeepSocketsAlive() {
+  const ScopedLock held(m_lock);
+  if (m_winsock.IsOpen()) return;
+  WORD granted = 0;
+  (void)m_winsock.Open(&granted);
+}
+
 bool ClientList::Register(Network_ClientThread* worker) {
   const ScopedLock held(m_lock);
   if (m_releasing) return false;

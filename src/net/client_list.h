@@ -7,6 +7,7 @@
 #include "base/o_array.h"
 #include "base/o_critical_section.h"
 #include "base/thread_annotations.h"
+#include "net/winsock_session.h"
 
 class Network_ClientThread;
 
@@ -32,6 +33,12 @@ class ClientList {
 
   // Newcomers are served from now on.
   void Open();
+
+  // Takes a Winsock session of the list's own, unless it has one, and keeps it
+  // until the last worker is gone: the accept thread's session ends before the
+  // connections do, and with the last session of the process all its sockets
+  // are closed. Called on the accept thread.
+  void KeepSocketsAlive();
 
   // Appends the worker. False, and nothing is appended, when a release has
   // begun: the worker then ends without touching its server.
@@ -79,6 +86,7 @@ class ClientList {
   OCriticalSection m_lock;
   OPointerArray<Network_ClientThread*> m_workers KOVA_GUARDED_BY(m_lock);
   bool m_releasing KOVA_GUARDED_BY(m_lock) = false;
+  WinsockSession m_winsock KOVA_GUARDED_BY(m_lock);
   std::atomic<int> m_alive{0};
 };
 

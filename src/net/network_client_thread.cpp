@@ -20,12 +20,7 @@ Network_ClientThread::Network_ClientThread(
     : m_alive(std::move(clients)),
       m_server(server),
       m_socket(std::move(socket)),
-      m_clientAddress(address.c_str()) {
-  // The accept thread's session ends before the connections do. Without one of
-  // its own this connection is merely cut off at a stop.
-  WORD granted = 0;
-  (void)m_winsock.Open(&granted);
-}
+      m_clientAddress(address.c_str()) {}
 
 void Network_ClientThread::Start(WebServerBase& server,
                                  std::shared_ptr<kova::ClientList> clients,

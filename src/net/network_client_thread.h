@@ -9,7 +9,6 @@
 #include "base/handles.h"
 #include "base/o_string.h"
 #include "net/client_list.h"
-#include "net/winsock_session.h"
 
 class WebServerBase;
 
@@ -59,7 +58,6 @@ class Network_ClientThread {
   unsigned Run();
 
   const kova::ClientList::Alive m_alive;
-  kova::WinsockSession m_winsock;
   HMODULE m_modulePin = nullptr;  // given back by the thread's last call
   bool m_acceptsStopSignals = false;
 

@@ -128,6 +128,7 @@ int WebServerBase::AddClient(SOCKET socket, const std::string& address,
   kova::UniqueSocket owned(socket);
   OnClientConnected(address, port);
   m_addresses.Add(address);
+  m_clients->KeepSocketsAlive();
   Network_ClientThread::Start(*this, m_clients, std::move(owned), address);
   return 1;
 }

@@ -8,8 +8,9 @@ namespace kova {
 
 // Windows Sockets counts WSAStartup and WSACleanup calls per process and closes
 // every socket of the process when the count returns to zero. Whoever owns a
-// socket therefore holds a session of its own for as long. Not safe for use by
-// two threads at once.
+// socket therefore sees to a session for as long. Not safe for use by two
+// threads at once; nor is the count itself on every system, so that sessions
+// are opened and closed on few threads, one after the other.
 class WinsockSession {
  public:
   WinsockSession() = default;
@@ -29,6 +30,8 @@ class WinsockSession {
     *granted = data.wVersion;
     return result;
   }
+
+  [[nodiscard]] bool IsOpen() const { return m_open; }
 
   // Gives the reference back, if there is one. Keeps the last error.
   void Close() {

@@ -3,6 +3,8 @@
 #include <limits>
 #include <vector>
 
+#include "net/winsock_session.h"
+
 namespace kova::test {
 namespace {
 
@@ -27,11 +29,19 @@ bool WaitReadable(SOCKET socket, DWORD timeoutMs) {
   return ::select(0, &readable, nullptr, nullptr, &wait) == 1;
 }
 
+// One session for all clients, until the program ends: Wine loses count of
+// sessions that several threads open and close at once.
+bool IsWinsockOpen() {
+  static WORD granted = 0;
+  static WinsockSession session;
+  static const int result = session.Open(&granted);
+  return result == 0;
+}
+
 }  // namespace
 
 TestClient::TestClient(uint16_t port, int receiveBufferBytes) {
-  WORD granted = 0;
-  if (m_winsock.Open(&granted) == 0) Connect(port, receiveBufferBytes);
+  if (IsWinsockOpen()) Connect(port, receiveBufferBytes);
 }
 
 void TestClient::Connect(uint16_t port, int receiveBufferBytes) {

@@ -7,7 +7,6 @@
 
 #include "base/handles.h"
 #include "base/windows_api.h"
-#include "net/winsock_session.h"
 
 namespace kova::test {
 
@@ -55,7 +54,6 @@ class TestClient {
  private:
   void Connect(uint16_t port, int receiveBufferBytes);
 
-  WinsockSession m_winsock;
   UniqueSocket m_socket;
   bool m_closedByPeer = false;
   bool m_resetByPeer = false;
