@@ -1,5 +1,6 @@
 #include "net/call_watch.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <memory>
@@ -105,13 +106,33 @@ using Lock = std::lock_guard<std::mutex>;
 State* g_state;
 const Patches* g_patches;
 
+OneCall& Of(Call call) { return g_state->calls[static_cast<size_t>(call)]; }
+
+// Whether all threads ended within `timeoutMs`.
+bool WaitForThreads(DWORD timeoutMs) {
+  std::vector<HANDLE> threads;
+  {
+    const Lock lock(g_state->mutex);
+    threads = g_state->threads;
+  }
+  const DWORD start = ::GetTickCount();
+  for (const HANDLE thread : threads) {
+    const DWORD passed = std::min(::GetTickCount() - start, timeoutMs);
+    if (g_patches->waitSingle.Original()(thread, timeoutMs - passed) !=
+        WAIT_OBJECT_0) {
+      return false;
+    }
+  }
+  return true;
+}
+
 // Counts the call and runs its hook. The code to fail with, if it is to fail.
 std::optional<int> Enter(Call call, uint64_t detail = 0) {
   std::shared_ptr<const CallWatch::Hook> hook;
   std::optional<int> error;
   {
     const Lock lock(g_state->mutex);
-    OneCall& one = g_state->calls[static_cast<size_t>(call)];
+    OneCall& one = Of(call);
     ++one.calls;
     hook = one.hook;
     if (one.failure && one.failure->callsBefore-- == 0) {
@@ -288,7 +309,13 @@ DWORD WINAPI WaitSingle(HANDLE object, DWORD timeoutMs) {
 
 void WINAPI SleepFor(DWORD timeMs) {
   if (timeMs != kLookAgainMs) return g_patches->sleep.Original()(timeMs);
+  bool isHooked = false;
+  {
+    const Lock lock(g_state->mutex);
+    isHooked = Of(Call::kLookAgain).hook != nullptr;
+  }
   Enter(Call::kLookAgain, timeMs);
+  if (!isHooked) WaitForThreads(timeMs);
 }
 
 HANDLE WINAPI CreateStartedEvent(LPSECURITY_ATTRIBUTES security, WINBOOL manual,
@@ -308,8 +335,6 @@ WINBOOL WINAPI Close(HANDLE handle) {
   }
   return g_patches->close.Original()(handle);
 }
-
-OneCall& Of(Call call) { return g_state->calls[static_cast<size_t>(call)]; }
 
 }  // namespace
 
@@ -402,11 +427,7 @@ bool CallWatch::ThreadEnds(size_t thread, DWORD timeoutMs) const {
 }
 
 bool CallWatch::AllThreadsEnd(DWORD timeoutMs) const {
-  const size_t count = ThreadsBegun();
-  for (size_t i = 0; i < count; ++i) {
-    if (!ThreadEnds(i, timeoutMs)) return false;
-  }
-  return true;
+  return WaitForThreads(timeoutMs);
 }
 
 DWORD CallWatch::ExitCode(size_t thread) const {

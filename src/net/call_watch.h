@@ -50,8 +50,8 @@ class CallWatch {
   // by those that have none). kAwaitAnswer and kAwaitEnd run into their time
   // limit at once.
   void Fail(Call call, int error, int callsBefore = 0);
-  // Sets what runs before each such call; kLookAgain runs it in place of the
-  // call, which never sleeps.
+  // Sets what runs before each such call; for kLookAgain, in place of it.
+  // Unless a hook is set, kLookAgain goes on as soon as all threads have ended.
   void Before(Call call, Hook hook);
   // What WSAStartup grants, whatever is asked for.
   void GrantVersion(WORD version);

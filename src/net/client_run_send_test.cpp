@@ -1,0 +1,239 @@
+// Patched: one connection's event loop: sends and resends.
+#include "net/client_run_fixture.h"
+
+namespace {
+
+using kova::test::ClientRunTest;
+using testing::DoubleEq;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::IsEmpty;
+
+std::string Pattern(size_t bytes) {
+  std::string text(bytes, '\0');
+  for (size_t i = 0; i < bytes; ++i) text[i] = static_cast<char>(i * 7 >> 2);
+  return text;
+}
+
+class ClientRunSendTest : public ClientRunTest {
+ protected:
+  void RequestArrives(long otherEvents = 0) {
+    m_socket.Wake(FD_READ | otherEvents);
+    m_socket.Arrive("x.");
+  }
+  // The lines of one failed send and what follows from it.
+  static std::wstring Blocked(const wchar_t* phase) {
+    return E(std::wstring(phase) +
+             L"SOCKET_ERROR returned by WSASend. WSAGetLastError: 0x2733");
+  }
+
+  const std::wstring m_armed =
+      E(L"WSAEWOULDBLOCK returned, setting resend flag");
+  const std::wstring m_armedAgain =
+      E(L"WSAEWOULDBLOCK returned during resend, setting resend flag");
+  const std::wstring m_primaryBlocked = Blocked(L"ParseRequest response: ");
+  const std::wstring m_resendBlocked = Blocked(L"Resend Write: ");
+};
+
+struct Sizes {
+  size_t length;
+  std::vector<uint32_t> pieces;
+};
+
+class ClientRunPieces : public ClientRunSendTest,
+                        public testing::WithParamInterface<Sizes> {};
+
+TEST_P(ClientRunPieces, HoldAtMostTwoHundredThousandBytes) {
+  m_response = Pattern(GetParam().length);
+  RequestArrives();
+  EXPECT_EQ(Run(), 1u);
+  EXPECT_THAT(m_socket.Pieces(), ElementsAreArray(GetParam().pieces));
+  EXPECT_TRUE(m_socket.Sent() == m_response);
+  EXPECT_THAT(m_server.Sent(),
+              ElementsAre(static_cast<uint32_t>(m_response.size())));
+  EXPECT_THAT(m_lines, ElementsAre(Woken(L"1"), Received(L"2")));
+}
+
+INSTANTIATE_TEST_SUITE_P(Boundaries, ClientRunPieces,
+                         testing::Values(Sizes{0, {}}, Sizes{1, {1}},
+                                         Sizes{199999, {199999}},
+                                         Sizes{200000, {200000}},
+                                         Sizes{200001, {200000, 1}},
+                                         Sizes{400000, {200000, 200000}}));
+
+TEST_F(ClientRunSendTest, APartialSendIsLoggedAndGoesOn) {
+  m_response = Pattern(200020);
+  m_socket.Take(0xAB);
+  RequestArrives();
+  EXPECT_EQ(Run(), 1u);
+  EXPECT_THAT(m_lines,
+              ElementsAre(Woken(L"1"), Received(L"2"),
+                          E(L"ParseRequest response: Successfully sent "
+                            L"partial buffer. Sent: 0xab bytes out of "
+                            L"0x30d40")));
+  EXPECT_THAT(m_socket.Pieces(), ElementsAre(200000u, 200020u - 0xAB));
+  EXPECT_TRUE(m_socket.Sent() == m_response);
+}
+
+TEST_F(ClientRunSendTest, AFailedSendEndsTheConnectionWithOne) {
+  m_socket.SendFails(WSAECONNRESET);
+  RequestArrives(FD_CLOSE);
+  EXPECT_EQ(Run(), 1u);
+  EXPECT_THAT(
+      m_lines,
+      ElementsAre(
+          Woken(L"21"), Received(L"2"),
+          E(L"ParseRequest response: SOCKET_ERROR returned by WSASend. "
+            L"WSAGetLastError: 0x2746"),
+          W(L"WSASend(...) failure. Primary Send. WSAGetLastError:10054")));
+  EXPECT_THAT(m_server.Sent(), IsEmpty());
+  EXPECT_EQ(m_server.KilobytesSent(), 0);
+}
+
+TEST_F(ClientRunSendTest, AFailureAfterAPartialSendStopsThere) {
+  m_response = Pattern(400000);
+  m_socket.Take(200000);
+  m_socket.SendFails(WSAECONNABORTED);
+  RequestArrives();
+  EXPECT_EQ(Run(), 1u);
+  EXPECT_THAT(m_socket.Pieces(), ElementsAre(200000u, 200000u));
+  EXPECT_EQ(m_lines.back(),
+            W(L"WSASend(...) failure. Primary Send. WSAGetLastError:10053"));
+}
+
+TEST_F(ClientRunSendTest, AFullSocketSkipsFdCloseAndResendsWhenWritable) {
+  m_response = Pattern(450000);
+  m_socket.Take(200000);
+  m_socket.SendFails(WSAEWOULDBLOCK);
+  RequestArrives(FD_WRITE | FD_CLOSE);
+  m_socket.Wake(FD_WRITE);
+  EXPECT_EQ(Run(), 1u);
+  EXPECT_THAT(m_lines, ElementsAre(Woken(L"23"), Received(L"2"),
+                                   m_primaryBlocked, m_armed, Woken(L"2")));
+  EXPECT_THAT(m_socket.Pieces(),
+              ElementsAre(200000u, 200000u, 200000u, 50000u));
+  EXPECT_TRUE(m_socket.Sent() == m_response);
+  EXPECT_THAT(m_server.Sent(), ElementsAre(450000u));
+  EXPECT_THAT(m_server.KilobytesSent(), DoubleEq(450000 / 1024.0));
+}
+
+TEST_F(ClientRunSendTest, AResendThatBlocksSkipsFdCloseAndWaitsAgain) {
+  m_socket.SendFails(WSAEWOULDBLOCK);
+  m_socket.Take(2);
+  m_socket.SendFails(WSAEWOULDBLOCK);
+  RequestArrives();
+  m_socket.Wake(FD_WRITE | FD_CLOSE);
+  m_socket.Wake(FD_WRITE);
+  EXPECT_EQ(Run(), 1u);
+  EXPECT_THAT(m_lines,
+              ElementsAre(Woken(L"1"), Received(L"2"), m_primaryBlocked,
+                          m_armed, Woken(L"22"),
+                          E(L"Resend Write: Successfully sent partial buffer. "
+                            L"Sent: 0x2 bytes out of 0x6"),
+                          m_resendBlocked, m_armedAgain, Woken(L"2")));
+  EXPECT_THAT(m_socket.Pieces(), ElementsAre(6u, 6u, 4u, 4u));
+  EXPECT_EQ(m_socket.Sent(), "answer");
+}
+
+TEST_F(ClientRunSendTest, AResendThatFailsEndsTheConnectionWithOne) {
+  m_socket.SendFails(WSAEWOULDBLOCK);
+  m_socket.SendFails(WSAECONNRESET);
+  RequestArrives();
+  m_socket.Wake(FD_WRITE | FD_CLOSE);
+  EXPECT_EQ(Run(), 1u);
+  EXPECT_THAT(m_lines,
+              ElementsAre(Woken(L"1"), Received(L"2"), m_primaryBlocked,
+                          m_armed, Woken(L"22"),
+                          E(L"Resend Write: SOCKET_ERROR returned by WSASend. "
+                            L"WSAGetLastError: 0x2746"),
+                          W(L"SendFailure. Resend. WSAGetLastError:10054")));
+  EXPECT_THAT(m_server.Sent(), IsEmpty());
+}
+
+TEST_F(ClientRunSendTest, AResendOnAKeptConnectionEmptiesTheRequest) {
+  m_keepOpen = 1;
+  m_socket.SendFails(WSAEWOULDBLOCK);
+  RequestArrives();
+  m_socket.Wake(FD_WRITE);
+  m_socket.Wake(FD_WRITE);
+  m_socket.Wake(FD_READ);
+  m_socket.Arrive("second.");
+  EXPECT_EQ(Run(), 1u);
+  EXPECT_THAT(m_requests, ElementsAre("x.", "second."));
+  EXPECT_THAT(m_socket.Pieces(), ElementsAre(6u, 6u, 6u));
+  EXPECT_THAT(m_server.Sent(), ElementsAre(6u, 6u));
+}
+
+TEST_F(ClientRunSendTest, AResendOnAKeptConnectionGoesOnWithFdClose) {
+  m_keepOpen = 1;
+  m_socket.SendFails(WSAEWOULDBLOCK);
+  RequestArrives();
+  m_socket.Wake(FD_WRITE | FD_CLOSE);
+  EXPECT_EQ(Run(), 1u);
+  EXPECT_EQ(m_lines.back(), E(L"FD_CLOSE recieved exiting"));
+  EXPECT_THAT(m_server.Sent(), ElementsAre(6u));
+}
+
+TEST_F(ClientRunSendTest, AResendOnAClosingConnectionEndsBeforeFdClose) {
+  m_socket.SendFails(WSAEWOULDBLOCK);
+  RequestArrives();
+  m_socket.Wake(FD_WRITE | FD_CLOSE);
+  EXPECT_EQ(Run(), 1u);
+  EXPECT_EQ(m_lines.back(), Woken(L"22"));
+  EXPECT_THAT(m_server.Sent(), ElementsAre(6u));
+}
+
+TEST_F(ClientRunSendTest, AnArmedResendWaitsOverWakeUpsWithoutFdWrite) {
+  m_socket.SendFails(WSAEWOULDBLOCK);
+  RequestArrives();
+  m_socket.Wake(FD_CLOSE);
+  EXPECT_EQ(Run(), 1u);
+  EXPECT_THAT(m_socket.Pieces(), ElementsAre(6u));
+  EXPECT_THAT(m_server.Sent(), IsEmpty());
+}
+
+TEST_F(ClientRunSendTest, AStaleWouldBlockArmsAResendThatCompletesAtOnce) {
+  m_leftError = WSAEWOULDBLOCK;
+  RequestArrives(FD_WRITE | FD_CLOSE);
+  m_socket.Wake(FD_WRITE);
+  m_socket.Wake(FD_CLOSE);
+  EXPECT_EQ(Run(), 1u);
+  EXPECT_THAT(m_lines,
+              ElementsAre(Woken(L"23"), Received(L"2"), m_armed, Woken(L"2")));
+  EXPECT_THAT(m_socket.Pieces(), ElementsAre(6u));
+  EXPECT_THAT(m_server.Sent(), ElementsAre(6u));
+  EXPECT_EQ(m_socket.WakeUpsLeft(), 1u);
+}
+
+TEST_F(ClientRunSendTest, AStaleErrorOfAnotherKindChangesNothing) {
+  m_leftError = WSAECONNRESET;
+  RequestArrives();
+  EXPECT_EQ(Run(), 1u);
+  EXPECT_THAT(m_lines, ElementsAre(Woken(L"1"), Received(L"2")));
+  EXPECT_THAT(m_server.Sent(), ElementsAre(6u));
+}
+
+TEST_F(ClientRunSendTest, AnEmptyResponseCountsAsSent) {
+  m_response = "";
+  RequestArrives();
+  EXPECT_EQ(Run(), 1u);
+  EXPECT_THAT(m_socket.Pieces(), IsEmpty());
+  EXPECT_THAT(m_server.Sent(), ElementsAre(0u));
+}
+
+// Composing a line must not change the error that the next step reads.
+TEST_F(ClientRunSendTest, DecidesTheSameWithAndWithoutLogging) {
+  const kova::test::ScopedLogMask silent(0);
+  kova::test::FakeTickCount later(s_nowMs += 100000);
+  m_socket.SendFails(WSAEWOULDBLOCK);
+  m_socket.Wake(FD_READ);
+  m_socket.Arrive("x.");
+  m_socket.Wake(FD_WRITE);
+  kova::ClientRun run(m_server, kSocket, nullptr, nullptr, m_address,
+                      Handler());
+  EXPECT_EQ(run.Run(), 1u);
+  EXPECT_EQ(m_socket.Sent(), "answer");
+  EXPECT_THAT(m_log.Lines(), IsEmpty());
+}
+
+}  // namespace
