@@ -1,5 +1,7 @@
 #include "test/support/server_fixture.h"
 
+#include <thread>
+
 #include "test/support/test_client.h"
 
 namespace kova::test {
@@ -9,6 +11,13 @@ template <typename Function>
 Function* Find(HMODULE module, const char* name) {
   return reinterpret_cast<Function*>(
       reinterpret_cast<void*>(::GetProcAddress(module, name)));
+}
+
+// Long enough for the connections that a stop leaves to themselves.
+constexpr uint64_t kUnloadPatienceMs = 5000;
+
+std::wstring LibraryPath() {
+  return TestProgramFolder() + L"\\..\\bin\\KOVAServer.dll";
 }
 
 }  // namespace
@@ -42,15 +51,16 @@ ServerFixture::ServerFixture() {
   WORD granted = 0;
   (void)m_winsock.Open(&granted);
   UsePort(FreePort());
-  m_module.Reset(::LoadLibraryW(
-      (TestProgramFolder() + L"\\..\\bin\\KOVAServer.dll").c_str()));
+  m_module.Reset(::LoadLibraryW(LibraryPath().c_str()));
   if (!m_module.IsValid()) return;
   m_start = Find<KOVA_StartServer>(m_module.Get(), "StartKOVAServer");
   m_stop = Find<KOVA_StopServer>(m_module.Get(), "StopKOVAServer");
 }
 
 ServerFixture::~ServerFixture() {
-  if (m_module.IsValid() && IsLoaded()) Stop();
+  if (!IsLoaded()) return;
+  Stop();
+  Unload();
 }
 
 void ServerFixture::UsePort(uint16_t port) {
@@ -58,10 +68,20 @@ void ServerFixture::UsePort(uint16_t port) {
   m_settings.SetPort(port);
 }
 
-void ServerFixture::Unload() {
+void ServerFixture::Start() { std::thread(m_start).join(); }
+
+void ServerFixture::Stop() { std::thread(m_stop).join(); }
+
+bool ServerFixture::Unload() {
   m_start = nullptr;
   m_stop = nullptr;
   m_module.Reset();
+  const uint64_t deadlineMs = ::GetTickCount64() + kUnloadPatienceMs;
+  while (::GetModuleHandleW(LibraryPath().c_str()) != nullptr) {
+    if (::GetTickCount64() > deadlineMs) return false;
+    ::Sleep(1);
+  }
+  return true;
 }
 
 bool ServerFixture::IsListening() const {

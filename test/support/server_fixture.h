@@ -20,7 +20,8 @@ namespace kova::test {
 
 // Loads ../bin/KOVAServer.dll, seen from the test program, with settings of
 // its own: a free port, everything else absent. Nothing runs until Start().
-// Stops and unloads at the end; then the settings are what they were. For use
+// Stops and unloads at the end, so that the next server starts with no state
+// of this one; then the settings are what they were. For use
 // as a member or a base of a test fixture; at most one may live at a time.
 //
 // Patches and captures for Module() must be destroyed before this object, so
@@ -42,11 +43,14 @@ class ServerFixture {
   // Names another port in the settings; a restart or the next start uses it.
   void UsePort(uint16_t port);
 
-  // The two exports, called on the calling thread.
-  void Start() { m_start(); }
-  void Stop() { m_stop(); }
-  // Gives the reference to the library back. Stop() first.
-  void Unload();
+  // The two exports. Each is called on a thread that ends with the call: what a
+  // thread that logs has of its own keeps the library loaded until it ends.
+  void Start();
+  void Stop();
+  // Gives the reference to the library back; Stop() first. The library's last
+  // threads drop theirs as they end, so this waits until it is gone. False if
+  // it stays loaded for long.
+  bool Unload();
 
   // Whether a connection to the port is accepted.
   [[nodiscard]] bool IsListening() const;

@@ -19,6 +19,7 @@ TEST(ServerFixtureTest, StartsAServerOnAPortOfItsOwnAndStopsIt) {
             "HTTP/1.1 400 Bad Request");
   server.Stop();
   EXPECT_FALSE(server.IsListening());
+  EXPECT_TRUE(server.Unload());
 }
 
 TEST(ServerFixtureTest, LeavesTheSettingsAsTheyWere) {
