@@ -35,6 +35,7 @@ need_build_tools() {
     clang-19 lld-19 llvm-19
   need_packages "headers and libraries for 64-bit Windows" \
     g++-mingw-w64-x86-64-posix
+  need_packages "message compiler" binutils-mingw-w64-x86-64
   need_packages "build system" cmake ninja-build
   need_packages "libraries of the tools and tests" googletest libcli11-dev
 }
