@@ -125,12 +125,12 @@ template void OString::AssignView(std::wstring_view text);
 void OString::Release() { m_record->Release(); }
 
 std::string_view OString::NarrowView() const {
-  return m_record == nullptr ? std::string_view("", 0)
+  return m_record == nullptr ? std::string_view("")
                              : m_record->MakeNarrow().View();
 }
 
 std::wstring_view OString::WideView() const {
-  return m_record == nullptr ? std::wstring_view(L"", 0)
+  return m_record == nullptr ? std::wstring_view(L"")
                              : m_record->MakeWide().View();
 }
 

@@ -19,7 +19,6 @@ using kova::test::FakeTickCount;
 using kova::test::GetLogMask;
 using kova::test::ImportPatch;
 using kova::test::LogCapture;
-using kova::test::ScopedLogMask;
 using kova::test::SetLogMask;
 using testing::ElementsAre;
 using testing::IsEmpty;

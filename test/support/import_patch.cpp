@@ -51,9 +51,10 @@ void** FindImportSlot(HMODULE module, const char* name) {
 
 void WriteImportSlot(void** slot, void* function) {
   DWORD old = 0;
-  ::VirtualProtect(slot, sizeof(*slot), PAGE_READWRITE, &old);
+  ::VirtualProtect(static_cast<void*>(slot), sizeof(*slot), PAGE_READWRITE,
+                   &old);
   ::InterlockedExchangePointer(slot, function);
-  ::VirtualProtect(slot, sizeof(*slot), old, &old);
+  ::VirtualProtect(static_cast<void*>(slot), sizeof(*slot), old, &old);
 }
 
 void FailMissingImport(const char* name) {
