@@ -59,7 +59,9 @@ class AcceptThreadTest : public ServerTest {
     EXPECT_EQ(m_watch.ExitCode(0), kFailedExit);
     EXPECT_EQ(m_server->Stop(), 0);
     EXPECT_EQ(m_watch.OpenInAll(), 1u);
+    EXPECT_EQ(m_watch.OpenSessions(), 0);
     EXPECT_EQ(m_watch.OpenHandles(), 1u);
+    EXPECT_EQ(m_watch.OpenSessions(), 0);
   }
 };
 
@@ -123,6 +125,7 @@ TEST_F(AcceptThreadTest, AFailedWaitEndsAThreadThatWasListening) {
                           L"WSAWaitForMultipleObjects(...) failure. "
                           L"WSAGetLastError:10038"));
   EXPECT_EQ(m_watch.OpenInAll(), 1u);
+  EXPECT_EQ(m_watch.OpenSessions(), 0);
   EXPECT_TRUE(m_server->IsRunning());
   EXPECT_EQ(m_server->Stop(), 1);
 }
@@ -138,6 +141,7 @@ TEST_F(AcceptThreadTest, AFailedEventEnumerationEndsIt) {
                                          L"WSAEnumNetworkEvents(...) failure. "
                                          L"WSAGetLastError:10050"));
   EXPECT_EQ(m_watch.OpenInAll(), 1u);
+  EXPECT_EQ(m_watch.OpenSessions(), 0);
   EXPECT_EQ(m_server->Stop(), 1);
 }
 
@@ -181,6 +185,7 @@ TEST_F(AcceptThreadTest, EndsWithZeroAfterAStop) {
   EXPECT_EQ(m_server->Stop(), 1);
   EXPECT_EQ(m_watch.ExitCode(0), 0u);
   EXPECT_EQ(m_watch.OpenInAll(), 0u);
+  EXPECT_EQ(m_watch.OpenSessions(), 0);
 }
 
 TEST_F(AcceptThreadTest, BindsToTheGivenAddressAlone) {

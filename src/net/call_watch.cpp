@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
+#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -18,6 +20,7 @@ constexpr DWORD kAnswerMs = 30000;
 constexpr DWORD kEndMs = 1000;
 constexpr DWORD kLookAgainMs = 100;
 constexpr DWORD kGateMs = 10000;
+constexpr std::chrono::seconds kBeginTime{10};
 
 int WSAAPI Startup(WORD version, LPWSADATA data);
 int WSAAPI Cleanup();
@@ -89,6 +92,7 @@ struct OneCall {
 
 struct State {
   std::mutex mutex;
+  std::condition_variable threadBegun;
   std::array<OneCall, static_cast<size_t>(Call::kCount)> calls;
   std::set<SOCKET> sockets;
   std::set<WSAEVENT> events;
@@ -282,6 +286,7 @@ uintptr_t __cdecl BeginThread(void* security, unsigned stack,
   const Lock lock(g_state->mutex);
   g_state->handles.insert(thread);
   g_state->threads.push_back(copy);
+  g_state->threadBegun.notify_all();
   return begun;
 }
 
@@ -360,7 +365,8 @@ void CallWatch::Fail(Call call, int error, int callsBefore) {
 
 void CallWatch::Before(Call call, Hook hook) {
   const Lock lock(g_state->mutex);
-  Of(call).hook = std::make_shared<const Hook>(std::move(hook));
+  Of(call).hook.reset();
+  if (hook) Of(call).hook = std::make_shared<const Hook>(std::move(hook));
 }
 
 void CallWatch::GrantVersion(WORD version) {
@@ -399,8 +405,7 @@ size_t CallWatch::OpenHandles() const {
 }
 
 size_t CallWatch::OpenInAll() const {
-  return OpenSockets() + OpenEvents() + OpenHandles() +
-         static_cast<size_t>(OpenSessions());
+  return OpenSockets() + OpenEvents() + OpenHandles();
 }
 
 sockaddr_in CallWatch::ListeningAddress() const {
@@ -420,8 +425,13 @@ size_t CallWatch::ThreadsBegun() const {
 bool CallWatch::ThreadEnds(size_t thread, DWORD timeoutMs) const {
   HANDLE handle = nullptr;
   {
-    const Lock lock(g_state->mutex);
-    handle = g_state->threads.at(thread);
+    std::unique_lock<std::mutex> lock(g_state->mutex);
+    if (!g_state->threadBegun.wait_for(lock, kBeginTime, [&] {
+          return g_state->threads.size() > thread;
+        })) {
+      return false;
+    }
+    handle = g_state->threads[thread];
   }
   return g_patches->waitSingle.Original()(handle, timeoutMs) == WAIT_OBJECT_0;
 }
@@ -452,8 +462,9 @@ Gate::~Gate() {
 }
 
 void Gate::Pass() {
-  ::SetEvent(m_came);
-  ::WaitForSingleObject(m_open, INFINITE);
+  // In one call: a test may kill the thread as soon as it has come, and a
+  // thread that is killed outside a wait may hold anything.
+  ::SignalObjectAndWait(m_came, m_open, INFINITE, FALSE);
 }
 
 void Gate::Open() { ::SetEvent(m_open); }

@@ -50,8 +50,9 @@ class CallWatch {
   // by those that have none). kAwaitAnswer and kAwaitEnd run into their time
   // limit at once.
   void Fail(Call call, int error, int callsBefore = 0);
-  // Sets what runs before each such call; for kLookAgain, in place of it.
-  // Unless a hook is set, kLookAgain goes on as soon as all threads have ended.
+  // Sets what runs before each such call, or nothing if it is null; for
+  // kLookAgain, in place of it. Unless a hook is set, kLookAgain goes on as
+  // soon as all threads have ended.
   void Before(Call call, Hook hook);
   // What WSAStartup grants, whatever is asked for.
   void GrantVersion(WORD version);
@@ -65,7 +66,7 @@ class CallWatch {
   [[nodiscard]] int OpenSessions() const;
   // Thread handles and started events.
   [[nodiscard]] size_t OpenHandles() const;
-  // Sum of all of them.
+  // Sockets, events and handles together.
   [[nodiscard]] size_t OpenInAll() const;
 
   // The address that the last listening socket was bound to.
@@ -74,7 +75,8 @@ class CallWatch {
 
   // Threads are numbered in the order of their start, from 0.
   [[nodiscard]] size_t ThreadsBegun() const;
-  // Waits for the end of one thread, or of all; false after `timeoutMs`.
+  // Waits for the end of one thread, which may yet have to begin, or of all
+  // that have begun; false after `timeoutMs`.
   [[nodiscard]] bool ThreadEnds(size_t thread, DWORD timeoutMs) const;
   [[nodiscard]] bool AllThreadsEnd(DWORD timeoutMs) const;
   [[nodiscard]] DWORD ExitCode(size_t thread) const;
