@@ -1,0 +1,73 @@
+#include "test/support/process_counts.h"
+
+#include "base/handles.h"
+#include "base/windows_api.h"
+// After the Windows headers.
+#include <tlhelp32.h>
+
+#include <cstdint>
+#include <vector>
+
+namespace kova::test {
+namespace {
+
+// SystemExtendedHandleInformation, as NtQuerySystemInformation gives it.
+constexpr int kExtendedHandleInformation = 64;
+constexpr long kTooSmall = static_cast<long>(0xC0000004);
+
+struct HandleEntry {
+  void* object;
+  ULONG_PTR processId;
+  ULONG_PTR handle;
+  ULONG access;
+  USHORT backTrace;
+  USHORT type;
+  ULONG attributes;
+  ULONG reserved;
+};
+struct HandleTable {
+  ULONG_PTR count;
+  ULONG_PTR reserved;
+  HandleEntry entries[1];
+};
+
+using Query = long(WINAPI*)(int, void*, ULONG, ULONG*);
+
+std::vector<uint8_t> ReadHandleTable() {
+  const auto query =
+      reinterpret_cast<Query>(reinterpret_cast<void*>(::GetProcAddress(
+          ::GetModuleHandleW(L"ntdll.dll"), "NtQuerySystemInformation")));
+  std::vector<uint8_t> table(1 << 16);
+  ULONG needed = 0;
+  while (query(kExtendedHandleInformation, table.data(),
+               static_cast<ULONG>(table.size()), &needed) == kTooSmall) {
+    table.resize(table.size() * 2);
+  }
+  return table;
+}
+
+}  // namespace
+
+size_t CountThreads() {
+  const UniqueFile snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
+  THREADENTRY32 entry = {};
+  entry.dwSize = sizeof(entry);
+  size_t count = 0;
+  for (BOOL more = ::Thread32First(snapshot.Get(), &entry); more;
+       more = ::Thread32Next(snapshot.Get(), &entry)) {
+    if (entry.th32OwnerProcessID == ::GetCurrentProcessId()) ++count;
+  }
+  return count;
+}
+
+size_t CountHandles() {
+  const std::vector<uint8_t> bytes = ReadHandleTable();
+  const auto* const table = reinterpret_cast<const HandleTable*>(bytes.data());
+  size_t count = 0;
+  for (ULONG_PTR i = 0; i < table->count; ++i) {
+    if (table->entries[i].processId == ::GetCurrentProcessId()) ++count;
+  }
+  return count;
+}
+
+}  // namespace kova::test
