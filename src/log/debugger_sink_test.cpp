@@ -56,6 +56,34 @@ TEST_F(DebuggerSinkTest, ShowsOthersOnlyWithTheSwitchAndTheirOwnBit) {
               ElementsAre(L" both", L"Warning w", L"Error e"));
 }
 
+// A mask of one bit never shows a channel other than errors and warnings; the
+// switch and the channel's own bit together do, whatever else is set.
+TEST_F(DebuggerSinkTest, NeedsTheSwitchAndTheOwnBitOfEveryChannel) {
+  const auto logger = std::make_shared<tk::Logger>(
+      kName, 0, std::vector<tk::LogFormatter>(), std::vector<tk::LogSink>(), 0);
+  const auto shows = [&](uint32_t mask, LogChannel channel) {
+    SetLogMask(mask, kName);
+    m_clock.Advance(5001);
+    logger->Log(channel, L"text");
+    return m_capture.Take().size() == 1;
+  };
+  for (const auto& [channel, name] : tk::ChannelNames) {
+    if (channel == LogChannel::Error || channel == LogChannel::Warning) {
+      continue;
+    }
+    const uint32_t own = static_cast<uint32_t>(channel);
+    EXPECT_FALSE(shows(own, channel)) << std::hex << own;
+    EXPECT_FALSE(shows(~uint32_t{0x08000000}, channel)) << std::hex << own;
+    EXPECT_FALSE(shows(~own, channel)) << std::hex << own;
+    EXPECT_TRUE(shows(own | 0x08000000, channel)) << std::hex << own;
+  }
+  for (int bit = 0; bit < 32; ++bit) {
+    const uint32_t mask = uint32_t{1} << bit;
+    EXPECT_TRUE(shows(mask, LogChannel::Error)) << std::hex << mask;
+    EXPECT_TRUE(shows(mask, LogChannel::Warning)) << std::hex << mask;
+  }
+}
+
 TEST_F(DebuggerSinkTest, RefreshesTheMaskItself) {
   const auto logger = std::make_shared<tk::Logger>(
       kName, 0x20000000, std::vector<tk::LogFormatter>(),

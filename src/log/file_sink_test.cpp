@@ -9,6 +9,7 @@
 #include <iterator>
 #include <thread>
 
+#include "base/handles.h"
 #include "log/time_text.h"
 #include "test/support/fake_tick_count.h"
 #include "test/support/import_patch.h"
@@ -158,6 +159,39 @@ TEST_F(FileSinkTest, LooksForTheFolderOncePerThread) {
   DeleteLogMask((std::wstring(kName) + L" 2").c_str());
 }
 
+DWORD g_attributes = 0;
+int g_made = 0;
+DWORD WINAPI GiveAttributes(LPCWSTR) { return g_attributes; }
+BOOL WINAPI CountMade(LPCWSTR, SECURITY_ATTRIBUTES* security) {
+  EXPECT_EQ(security, nullptr);
+  ++g_made;
+  return TRUE;
+}
+
+TEST_F(FileSinkTest, MakesTheFolderUnlessThereIsOne) {
+  struct Row {
+    DWORD attributes;
+    int made;
+  };
+  constexpr Row kRows[] = {
+      {INVALID_FILE_ATTRIBUTES, 1},
+      {FILE_ATTRIBUTE_NORMAL, 1},
+      {FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_READONLY, 1},
+      {FILE_ATTRIBUTE_DIRECTORY, 0},
+      {FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_HIDDEN, 0},
+  };
+  const ImportPatch<decltype(GetFileAttributesW)> attributes(
+      nullptr, "GetFileAttributesW", &GiveAttributes);
+  const ImportPatch<decltype(CreateDirectoryW)> create(
+      nullptr, "CreateDirectoryW", &CountMade);
+  for (const Row& row : kRows) {
+    g_attributes = row.attributes;
+    g_made = 0;
+    (void)Make(0);
+    EXPECT_EQ(g_made, row.made) << std::hex << row.attributes;
+  }
+}
+
 TEST_F(FileSinkTest, WithoutAFolderNothingIsWritten) {
   fs::remove_all(kFolder);
   {
@@ -202,6 +236,42 @@ std::wstring g_written;
 BOOL WINAPI RecordWrite(HANDLE, LPCVOID data, DWORD, DWORD*, OVERLAPPED*) {
   g_written = static_cast<const wchar_t*>(data);
   return FALSE;
+}
+
+TEST_F(FileSinkTest, AFailedWriteLeavesAnEmptyFileAndTheText) {
+  const auto logger = Make(kInfoToFile);
+  {
+    const ImportPatch<decltype(WriteFile)> patch(nullptr, "WriteFile",
+                                                 &RecordWrite);
+    logger->Error(L"one");
+    logger->Error(L"two");
+  }
+  EXPECT_EQ(g_written, Stamped(L"Error one"));
+  EXPECT_EQ(fs::file_size(kPath), 0u);
+  fs::remove(kPath);
+  logger->Error(L"three");
+  const std::wstring text =
+      Stamped(L"Error one") + Stamped(L"Error two") + Stamped(L"Error three");
+  EXPECT_EQ(FileBytes(), BytesOf(text, text.size() + 1));
+}
+
+TEST_F(FileSinkTest, ClosesTheFileAtOnce) {
+  const auto logger = Make(kInfoToFile);
+  logger->Error(L"text");
+  const kova::UniqueFile alone(::CreateFileW(kPath, GENERIC_READ, 0, nullptr,
+                                             OPEN_EXISTING, 0, nullptr));
+  EXPECT_TRUE(alone.IsValid());
+}
+
+TEST_F(FileSinkTest, LogsOfOneNameFromTwoThreadsShareTheFileNotTheText) {
+  const auto first = Make(kInfoToFile);
+  const auto second = Make(kInfoToFile);
+  first->Error(L"one");
+  second->Error(L"two");
+  fs::remove(kPath);
+  second->Error(L"three");
+  const std::wstring text = Stamped(L"Error two") + Stamped(L"Error three");
+  EXPECT_EQ(FileBytes(), BytesOf(text, text.size() + 1));
 }
 
 TEST_F(FileSinkTest, LinesOfConcurrentThreadsStayWhole) {

@@ -118,6 +118,90 @@ TEST_F(LoggerTest, RewritesADeletedMaskAtTheNextRefresh) {
   EXPECT_EQ(Registered(), 0xA0000000u);
 }
 
+// What the registry holds under the logger's name.
+struct StoredMask {
+  DWORD type = REG_NONE;
+  std::vector<BYTE> bytes;
+
+  bool operator==(const StoredMask&) const = default;
+};
+void Store(const std::wstring& name, const StoredMask& mask) {
+  EXPECT_EQ(::RegSetKeyValueW(HKEY_LOCAL_MACHINE, tk::MaskKeyPath.c_str(),
+                              name.c_str(), mask.type, mask.bytes.data(),
+                              static_cast<DWORD>(mask.bytes.size())),
+            ERROR_SUCCESS);
+}
+StoredMask Stored(const std::wstring& name) {
+  StoredMask mask;
+  mask.bytes.resize(64);
+  DWORD sizeBytes = static_cast<DWORD>(mask.bytes.size());
+  if (::RegGetValueW(HKEY_LOCAL_MACHINE, tk::MaskKeyPath.c_str(), name.c_str(),
+                     RRF_RT_ANY, &mask.type, mask.bytes.data(),
+                     &sizeBytes) != ERROR_SUCCESS) {
+    sizeBytes = 0;
+  }
+  mask.bytes.resize(sizeBytes);
+  return mask;
+}
+
+TEST_F(LoggerTest, StoresAMaskAsFourBytesUnderItsName) {
+  const auto logger = Create(0xE4000001);
+  const StoredMask expected = {REG_DWORD, {0x01, 0x00, 0x00, 0xE4}};
+  EXPECT_EQ(Stored(m_name), expected);
+  DeleteLogMask(m_name.c_str());
+  m_clock.Advance(5001);
+  logger->Log(LogChannel::DetailInfoB, L"not shown");
+  EXPECT_EQ(Stored(m_name), expected);
+}
+
+TEST_F(LoggerTest, TakesFourBytesOfAnyTypeForAMask) {
+  for (const DWORD type : {REG_BINARY, REG_DWORD_BIG_ENDIAN, REG_NONE}) {
+    const StoredMask stored = {type, {0x00, 0x01, 0x00, 0x20}};
+    Store(m_name, stored);
+    tk::Logger logger(m_name, 0x80000000, {}, {}, 0);
+    EXPECT_EQ(logger.RefreshMask(), 0x20000100u);
+    EXPECT_EQ(Stored(m_name).type, type);
+  }
+}
+
+TEST_F(LoggerTest, ReplacesAMaskThatIsTooLong) {
+  Store(m_name, {REG_QWORD, {1, 2, 3, 4, 5, 6, 7, 8}});
+  const auto logger = Create(0xA0000000);
+  EXPECT_EQ(logger->RefreshMask(), 0xA0000000u);
+  EXPECT_EQ(Stored(m_name), (StoredMask{REG_DWORD, {0x00, 0x00, 0x00, 0xA0}}));
+}
+
+TEST_F(LoggerTest, AMaskThatIsTooShortIsTheLowBytes) {
+  Store(m_name, {REG_BINARY, {0x01, 0x02}});
+  const auto logger = Create(0xA0000000);
+  EXPECT_EQ(logger->RefreshMask(), 0x00000201u);
+}
+
+int g_maskReads = 0;
+decltype(RegQueryValueExW)* g_readMask = nullptr;
+LSTATUS WINAPI CountMaskReads(HKEY key, LPCWSTR name, DWORD* reserved,
+                              DWORD* type, BYTE* data, DWORD* sizeBytes) {
+  EXPECT_EQ(*sizeBytes, 4u);
+  ++g_maskReads;
+  return g_readMask(key, name, reserved, type, data, sizeBytes);
+}
+
+TEST_F(LoggerTest, ReadsTheRegistryOnceInMoreThan5000Ms) {
+  const auto logger = Create(0x20000000);
+  const ImportPatch<decltype(RegQueryValueExW)> patch(
+      nullptr, "RegQueryValueExW", &CountMaskReads);
+  g_readMask = patch.Original();
+  g_maskReads = 0;
+  for (int i = 0; i <= 5000; ++i) {
+    EXPECT_TRUE(logger->IsEnabled(LogChannel::Info));
+    m_clock.Advance(1);
+  }
+  EXPECT_EQ(g_maskReads, 0);
+  logger->Log(LogChannel::Info, L"all of this needs one refresh");
+  (void)logger->IsEnabled(LogChannel::Info);
+  EXPECT_EQ(g_maskReads, 1);
+}
+
 TEST_F(LoggerTest, AMaskOf0SilencesAllButErrorsAndWarnings) {
   Register(0);
   const auto logger = Create(0xE0000000);
@@ -190,6 +274,22 @@ TEST_F(LoggerTest, ExtraFormattersAndSinksComeFirst) {
 LSTATUS WINAPI FailToCreateKey(HKEY, LPCWSTR, DWORD, LPWSTR, DWORD, REGSAM,
                                SECURITY_ATTRIBUTES*, HKEY*, DWORD*) {
   return ERROR_ACCESS_DENIED;
+}
+
+TEST_F(LoggerTest, WritesNothingWhereTheMasksCannotBeOpened) {
+  std::shared_ptr<tk::Logger> logger;
+  {
+    const ImportPatch<decltype(RegCreateKeyExW)> patch(
+        nullptr, "RegCreateKeyExW", &FailToCreateKey);
+    logger = Create(0x20000000);
+  }
+  m_clock.Advance(5001);
+  EXPECT_TRUE(logger->IsEnabled(LogChannel::Info));
+  (void)Create(0x10000000);
+  m_clock.Advance(5001);
+  EXPECT_EQ(logger->RefreshMask(), 0x30000000u);
+  uint32_t mask = 0;
+  EXPECT_FALSE(GetLogMask(mask, m_name.c_str()));
 }
 
 TEST_F(LoggerTest, KeepsTheDefaultForeverWhereTheMasksCannotBeOpened) {
