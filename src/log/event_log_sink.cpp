@@ -57,7 +57,7 @@ void ReportToEventLog(HANDLE source, tk::Logger* logger, tk::LogChannel channel,
   if (!tk::IsAlwaysLogged(channel) && !logger->IsEnabled(channel)) return;
   const EventClass filed = ClassifyEvent(logger->EventLogKind(), channel);
   const wchar_t* const text = line.c_str();
-  const std::lock_guard<std::mutex> lock(logger->EventLogMutex());
+  const std::lock_guard<std::recursive_mutex> lock(logger->EventLogMutex());
   EventData data = DescribeCall(channel);
   ::ReportEventW(source, filed.type, 0, filed.id, nullptr, 1, sizeof(data),
                  const_cast<LPCWSTR*>(&text), &data);

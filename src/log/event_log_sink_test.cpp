@@ -75,7 +75,7 @@ const HANDLE kSource = reinterpret_cast<HANDLE>(uintptr_t{0x4660});
 HANDLE g_source = kSource;
 std::vector<std::wstring> g_registered;
 std::vector<Report> g_reports;
-std::mutex* g_mutex = nullptr;
+std::recursive_mutex* g_mutex = nullptr;
 bool g_mutexWasFree = false;
 
 HANDLE WINAPI RecordSource(LPCWSTR server, LPCWSTR name) {
@@ -290,8 +290,10 @@ TEST_F(EventLogSinkTest, HoldsTheLoggersMutexWhileItReports) {
   g_mutexWasFree = true;
   logger->Error(L"text");
   EXPECT_FALSE(g_mutexWasFree);
-  EXPECT_TRUE(logger->EventLogMutex().try_lock());
-  logger->EventLogMutex().unlock();
+  std::thread([] {
+    EXPECT_TRUE(g_mutex->try_lock());
+    g_mutex->unlock();
+  }).join();
 }
 
 using PrepareEventSourceTest = EventSourceFixture;

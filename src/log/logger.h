@@ -74,8 +74,12 @@ class Logger {
 
   [[nodiscard]] const std::wstring& Name() const { return m_name; }
   [[nodiscard]] uint32_t EventLogKind() const { return m_eventLogKind; }
-  // Serialises this logger's event-log reports; taken for nothing else.
-  [[nodiscard]] std::mutex& EventLogMutex() { return m_eventLogMutex; }
+  // Serialises this logger's event-log reports; taken for nothing else. A
+  // recursive one: a crash inside a report is logged by the thread that makes
+  // the report.
+  [[nodiscard]] std::recursive_mutex& EventLogMutex() {
+    return m_eventLogMutex;
+  }
 
  private:
   static constexpr uint64_t kRefreshIntervalMs = 5000;
@@ -88,7 +92,7 @@ class Logger {
   void WriteMask();
   bool QueryMask(uint32_t& mask) const;
 
-  std::mutex m_eventLogMutex;
+  std::recursive_mutex m_eventLogMutex;
   // GetTickCount64() at the last refresh.
   std::atomic<uint64_t> m_lastRefresh;
   std::atomic<uint32_t> m_mask;
