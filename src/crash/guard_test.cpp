@@ -1,109 +1,46 @@
 // Whole: programs that crash inside the guard, and the dumps they leave.
 #include "crash/guard.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <set>
 #include <string>
+#include <vector>
 
-#include "base/handles.h"
-#include "crash/debug_help.h"
-#include "registry/common_folders.h"
+#include "base/windows_api.h"
+#include "test/crash/crash_run.h"
 
 namespace {
 
 using kova::RunGuarded;
 
-namespace fs = std::filesystem;
-
-fs::path DumpFolder() {
-  return fs::path(GetCommonAppDataFolder()) / L"Corvane/Drivers/Dump";
-}
-
-std::set<fs::path> Dumps() {
-  std::set<fs::path> dumps;
-  std::error_code none;
-  for (const auto& entry : fs::directory_iterator(DumpFolder(), none)) {
-    dumps.insert(entry.path());
-  }
-  return dumps;
-}
-
-std::wstring CrashProgram() {
-  wchar_t path[MAX_PATH] = {};
-  ::GetModuleFileNameW(nullptr, path, MAX_PATH);
-  return fs::path(path).replace_filename(L"crash_program.exe").native();
-}
-
-// Runs the program to its end and returns its exit code.
+// Runs the program that crashes inside the guard; gives its exit code.
 DWORD RunCrashProgram(const std::wstring& arguments) {
-  std::wstring line = L"\"" + CrashProgram() + L"\" " + arguments;
-  STARTUPINFOW startup = {};
-  startup.cb = sizeof(startup);
-  PROCESS_INFORMATION process = {};
-  if (!::CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, 0,
-                        nullptr, nullptr, &startup, &process)) {
-    ADD_FAILURE() << "cannot start the crash program";
-    return 0;
-  }
-  const kova::UniqueKernelHandle thread(process.hThread);
-  const kova::UniqueKernelHandle handle(process.hProcess);
-  if (::WaitForSingleObject(handle.Get(), 60000) != WAIT_OBJECT_0) {
-    ADD_FAILURE() << "the crash program does not end";
-    ::TerminateProcess(handle.Get(), 1);
-  }
-  DWORD code = 0;
-  ::GetExitCodeProcess(handle.Get(), &code);
-  return code;
+  return kova::test::RunToEnd(L"crash_program.exe", arguments);
 }
 
-// The exception code that a dump file names; 0 if it names none.
-DWORD ExceptionIn(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::string bytes{std::istreambuf_iterator<char>(file), {}};
-  MINIDUMP_DIRECTORY* directory = nullptr;
-  void* stream = nullptr;
-  ULONG sizeBytes = 0;
-  if (bytes.substr(0, 4) != "MDMP" ||
-      !::MiniDumpReadDumpStream(bytes.data(), ExceptionStream, &directory,
-                                &stream, &sizeBytes)) {
-    return 0;
-  }
-  return static_cast<MINIDUMP_EXCEPTION_STREAM*>(stream)
-      ->ExceptionRecord.ExceptionCode;
+// The exception code that the one new dump names; 0 if there is not one.
+uint32_t ExceptionIn(const std::vector<std::filesystem::path>& dumps) {
+  if (dumps.size() != 1) return 0;
+  return kova::test::ReadDump(dumps[0]).exceptionCode;
 }
 
-// Removes the dumps that a test added.
 class GuardProgramTest : public testing::Test {
  protected:
-  ~GuardProgramTest() override {
-    for (const fs::path& path : NewDumps()) fs::remove(path);
+  [[nodiscard]] std::vector<std::filesystem::path> NewDumps() const {
+    return m_watch.NewDumps();
   }
-  [[nodiscard]] std::vector<fs::path> NewDumps() const {
-    std::vector<fs::path> added;
-    const std::set<fs::path> now = Dumps();
-    std::set_difference(now.begin(), now.end(), m_former.begin(),
-                        m_former.end(), std::back_inserter(added));
-    return added;
-  }
-  const std::set<fs::path> m_former = Dumps();
+  const kova::test::DumpWatch m_watch;
 };
 
 TEST_F(GuardProgramTest, AnAccessViolationLeavesADumpAndGoesOn) {
   EXPECT_EQ(RunCrashProgram(L"access 60001"), EXCEPTION_ACCESS_VIOLATION);
-  ASSERT_EQ(NewDumps().size(), 1u);
-  EXPECT_EQ(ExceptionIn(NewDumps()[0]), EXCEPTION_ACCESS_VIOLATION);
+  EXPECT_EQ(ExceptionIn(NewDumps()), EXCEPTION_ACCESS_VIOLATION);
 }
 
 TEST_F(GuardProgramTest, AStackOverflowLeavesADumpToo) {
   EXPECT_EQ(RunCrashProgram(L"overflow 60001"), EXCEPTION_STACK_OVERFLOW);
-  ASSERT_EQ(NewDumps().size(), 1u);
-  EXPECT_EQ(ExceptionIn(NewDumps()[0]), EXCEPTION_STACK_OVERFLOW);
+  EXPECT_EQ(ExceptionIn(NewDumps()), EXCEPTION_STACK_OVERFLOW);
 }
 
 TEST_F(GuardProgramTest, AThrownExceptionLeavesADump) {

@@ -8,6 +8,7 @@
 //   bytes-N   answers N bytes, the i-th being 'a' + i % 26
 //   keep      asks to keep the connection open        close   asks to close it
 //   restart   calls the restart routine               wait    see `gate`
+//   crash-X   has the fault X of test/crash/faults.h, after all others
 //
 // KOVA_TEST_VERSION is the version it speaks if the test sets no other;
 // KOVA_TEST_CONTEXT the context it gives. An export is left out by defining its
@@ -17,6 +18,7 @@
 #include <new>
 #include <string>
 
+#include "test/crash/faults.h"
 #include "test/extensions/extension_record.h"
 
 #ifndef KOVA_TEST_VERSION
@@ -94,6 +96,14 @@ std::string Answer(const std::string& actions, const std::string& echo) {
          "\r\n\r\n" + echo;
 }
 
+void Crash(const std::string& actions) {
+  const size_t crash = ("," + actions).find(",crash-");
+  if (crash == std::string::npos) return;
+  if (auto* const fault = kova::test::FindFault(actions.substr(crash + 6))) {
+    fault();
+  }
+}
+
 void Do(const std::string& actions, uint32_t* keepOpen) {
   if (Has(actions, "keep")) *keepOpen = 1;
   if (Has(actions, "close")) *keepOpen = 0;
@@ -104,6 +114,7 @@ void Do(const std::string& actions, uint32_t* keepOpen) {
     ::SetEvent(g_record.entered);
     ::WaitForSingleObject(g_record.gate, INFINITE);
   }
+  Crash(actions);
 }
 
 }  // namespace

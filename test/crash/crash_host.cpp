@@ -1,0 +1,343 @@
+// A host that crashes, for crash_test.cpp:
+//
+//   crash_host server SCENARIO PORT LINES   with the server in between, which
+//                                           listens on PORT; what it writes to
+//                                           the debugger goes to the file LINES
+//   crash_host plain SCENARIO               the same without the server
+//
+// The lines lie in the file as UTF-16, each with a zero after it, and are
+// there as soon as they were written, since the host does not live to say more.
+#include <process.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <string>
+
+#include "base/handles.h"
+#include "crash/debug_help.h"
+#include "kova/server.h"
+#include "net/winsock_session.h"
+#include "test/crash/faults.h"
+#include "test/support/fake_tick_count.h"
+#include "test/support/import_patch.h"
+#include "test/support/server_fixture.h"
+#include "test/support/test_client.h"
+#include "test/support/test_extension.h"
+
+namespace {
+
+using kova::test::FindFault;
+using kova::test::ImportPatch;
+using kova::test::TestClient;
+using kova::test::WriteToNull;
+
+constexpr int kStillAlive = 99;
+constexpr int kMisused = 98;
+constexpr DWORD kPatienceMs = 30000;
+constexpr uint64_t kLongUpMs = 100000000;
+
+HANDLE MakeEvent() { return ::CreateEventW(nullptr, TRUE, FALSE, nullptr); }
+
+// The library, run as a host runs it. Nothing of it is ever given back: the
+// process ends by a crash.
+class Host {
+ public:
+  explicit Host(const char* port)
+      : m_port(static_cast<uint16_t>(std::strtoul(port, nullptr, 10))),
+        m_module(::LoadLibraryW(
+            (kova::test::TestProgramFolder() + L"\\..\\bin\\KOVAServer.dll")
+                .c_str())) {
+    WORD granted = 0;
+    (void)m_winsock.Open(&granted);
+  }
+
+  [[nodiscard]] HMODULE Module() const { return m_module; }
+  void Start() const { Find<KOVA_StartServer>("StartKOVAServer")(); }
+  void Stop() const { Find<KOVA_StopServer>("StopKOVAServer")(); }
+
+  // Sends a request to the extension behind `printer`; the connection stays.
+  void Request(const std::string& printer, const std::string& actions) const {
+    auto* const client = new TestClient(m_port);
+    client->Send("GET /?printer=" + printer + "&act=" + actions +
+                 " HTTP/1.1\r\n\r\n");
+  }
+
+  // From now on, calls of the library to its import go to `replacement`.
+  template <typename Function>
+  static ImportPatch<Function>& Replace(HMODULE module, const char* name,
+                                        Function* replacement) {
+    return *new ImportPatch<Function>(module, name, replacement);
+  }
+
+ private:
+  template <typename Function>
+  [[nodiscard]] Function* Find(const char* name) const {
+    return reinterpret_cast<Function*>(
+        reinterpret_cast<void*>(::GetProcAddress(m_module, name)));
+  }
+
+  const uint16_t m_port;
+  const HMODULE m_module;
+  kova::WinsockSession m_winsock;
+};
+
+// Set when a second thread was told that another one is writing a dump.
+HANDLE g_refused = nullptr;
+HANDLE g_lines = INVALID_HANDLE_VALUE;
+
+void WINAPI KeepLine(LPCWSTR line) {
+  const DWORD sizeBytes =
+      static_cast<DWORD>((std::wcslen(line) + 1) * sizeof(wchar_t));
+  DWORD written = 0;
+  ::WriteFile(g_lines, line, sizeBytes, &written, nullptr);
+  if (g_refused != nullptr && std::wcsstr(line, L"Another thread")) {
+    ::SetEvent(g_refused);
+  }
+}
+
+// --- Imports of the library that crash ---
+
+BOOL WINAPI CrashInGetComputerName(LPWSTR, LPDWORD) {
+  WriteToNull();
+  return FALSE;
+}
+
+BOOL WSAAPI CrashInSetEvent(WSAEVENT) {
+  WriteToNull();
+  return FALSE;
+}
+
+DWORD WINAPI CrashInWait(DWORD, const HANDLE*, BOOL, DWORD) {
+  WriteToNull();
+  return 0;
+}
+
+int WSAAPI CrashInListen(SOCKET, int) {
+  WriteToNull();
+  return 0;
+}
+
+int WSAAPI CrashInReceive(SOCKET, LPWSABUF, DWORD, LPDWORD, LPDWORD,
+                          LPWSAOVERLAPPED, LPWSAOVERLAPPED_COMPLETION_ROUTINE) {
+  WriteToNull();
+  return 0;
+}
+
+BOOL WINAPI CrashInReport(HANDLE, WORD, WORD, DWORD, PSID, WORD, DWORD,
+                          LPCWSTR*, LPVOID) {
+  static bool hasCrashed = false;
+  if (!std::exchange(hasCrashed, true)) WriteToNull();
+  return TRUE;
+}
+
+// --- The five guarded regions ---
+
+void CrashInStart(const Host& host) {
+  Host::Replace(host.Module(), "GetComputerNameW", &CrashInGetComputerName);
+  host.Start();
+}
+
+void CrashInStop(const Host& host) {
+  host.Start();
+  Host::Replace(host.Module(), "WSASetEvent", &CrashInSetEvent);
+  host.Stop();
+}
+
+void CrashInRestartThread(const Host& host) {
+  Host::Replace(host.Module(), "WaitForMultipleObjects", &CrashInWait);
+  host.Start();
+}
+
+void CrashInAcceptThread(const Host& host) {
+  Host::Replace(host.Module(), "listen", &CrashInListen);
+  host.Start();
+}
+
+void CrashInConnectionThread(const Host& host) {
+  Host::Replace(host.Module(), "WSARecv", &CrashInReceive);
+  host.Start();
+  host.Request("KovaCrash", "keep");
+}
+
+// --- An extension ---
+
+template <char const* actions>
+void CrashInExtension(const Host& host) {
+  host.Start();
+  host.Request("KovaCrash", actions);
+}
+constexpr char kNull[] = "crash-null";
+constexpr char kThrow[] = "crash-throw";
+constexpr char kDivide[] = "crash-divide";
+constexpr char kOverflow[] = "crash-overflow";
+
+// --- Two threads at once ---
+
+// Both threads come by before the process may end, so that the second one does
+// not cut the first one's dump short.
+LONG WINAPI AwaitBoth(EXCEPTION_POINTERS*) {
+  static const HANDLE both = MakeEvent();
+  static std::atomic<int> arrived{0};
+  if (++arrived == 2) ::SetEvent(both);
+  ::WaitForSingleObject(both, kPatienceMs);
+  return EXCEPTION_EXECUTE_HANDLER;
+}
+
+HANDLE g_dumping = nullptr;
+std::optional<decltype(&MiniDumpWriteDump)> g_writeDump;
+
+BOOL WINAPI WriteDumpOnceRefused(HANDLE process, DWORD processId, HANDLE file,
+                                 MINIDUMP_TYPE contents,
+                                 PMINIDUMP_EXCEPTION_INFORMATION exception,
+                                 PMINIDUMP_USER_STREAM_INFORMATION streams,
+                                 PMINIDUMP_CALLBACK_INFORMATION callback) {
+  ::SetEvent(g_dumping);
+  ::WaitForSingleObject(g_refused, kPatienceMs);
+  return (*g_writeDump)(process, processId, file, contents, exception, streams,
+                        callback);
+}
+
+// The second thread crashes while the first one writes its dump.
+void CrashWhileDumping(const Host& host) {
+  ::SetUnhandledExceptionFilter(&AwaitBoth);
+  g_dumping = MakeEvent();
+  g_refused = MakeEvent();
+  g_writeDump =
+      Host::Replace(host.Module(), "MiniDumpWriteDump", &WriteDumpOnceRefused)
+          .Original();
+  host.Start();
+  host.Request("KovaCrash", kNull);
+  ::WaitForSingleObject(g_dumping, kPatienceMs);
+  host.Request("KovaCrash", kNull);
+}
+
+// Both threads are let go into the crash by one event.
+void CrashTogether(const Host& host) {
+  kova::test::TestExtension extension(L"scripted");
+  kova::test::ExtensionGate gate(extension);
+  host.Start();
+  host.Request("KovaCrash", "wait,crash-null");
+  (void)gate.WaitForArrival();
+  host.Request("KovaCrash", "wait,crash-null");
+  (void)gate.WaitForArrival();
+  gate.Open();
+  ::Sleep(kPatienceMs);
+}
+
+// --- Faults in code of the library and of the sample extension ---
+
+ImportPatch<int*()>* g_errno = nullptr;
+
+int* GiveNoErrno() {
+  static std::atomic<bool> hasFailed{false};
+  return hasFailed.exchange(true) ? g_errno->Original()() : nullptr;
+}
+
+// The library writes through the pointer on its way to the accept thread.
+void CrashInLibrary(const Host& host) {
+  g_errno = &Host::Replace(host.Module(), "_errno", &GiveNoErrno);
+  host.Start();
+}
+
+BOOL WINAPI GiveBadNames(HANDLE, DWORD, LPBYTE info, DWORD sizeBytes,
+                         LPDWORD neededBytes) {
+  *neededBytes = sizeof(PRINTER_INFO_2W);
+  if (sizeBytes < *neededBytes) return FALSE;
+  auto* const printer = reinterpret_cast<PRINTER_INFO_2W*>(info);
+  *printer = {};
+  printer->pShareName = reinterpret_cast<wchar_t*>(uintptr_t{16});
+  return TRUE;
+}
+
+void CrashInSample(const Host& host) {
+  const HMODULE sample =
+      ::LoadLibraryW((kova::test::TestProgramFolder() +
+                      L"\\..\\bin\\sample-extension\\" KOVA_EXTENSION_FILE_NAME)
+                         .c_str());
+  Host::Replace(sample, "GetPrinterW", &GiveBadNames);
+  host.Start();
+  host.Request("KovaCrashSample", "page");
+}
+
+// A line that the event log's client crashes on, before the crash is logged.
+void CrashInLogSink(const Host& host) {
+  Host::Replace(host.Module(), "ReportEventW", &CrashInReport);
+  host.Start();
+}
+
+// --- The scenarios, and the same without the server ---
+
+void CrashHere(kova::test::Fault* fault) { fault(); }
+
+unsigned __stdcall CrashInThread(void* fault) {
+  reinterpret_cast<kova::test::Fault*>(fault)();
+  return 0;
+}
+
+void CrashOnAThread(kova::test::Fault* fault) {
+  (void)::_beginthreadex(nullptr, 0, &CrashInThread,
+                         reinterpret_cast<void*>(fault), 0, nullptr);
+}
+
+void CrashOnTwoThreads(kova::test::Fault* fault) {
+  ::SetUnhandledExceptionFilter(&AwaitBoth);
+  CrashOnAThread(fault);
+  CrashOnAThread(fault);
+}
+
+struct Scenario {
+  const char* name;
+  void (*withServer)(const Host& host);
+  void (*without)(kova::test::Fault* fault);
+  const char* fault;
+};
+constexpr Scenario kScenarios[] = {
+    {"start", &CrashInStart, &CrashHere, "null"},
+    {"stop", &CrashInStop, &CrashHere, "null"},
+    {"restart", &CrashInRestartThread, &CrashOnAThread, "null"},
+    {"accept", &CrashInAcceptThread, &CrashOnAThread, "null"},
+    {"connection", &CrashInConnectionThread, &CrashOnAThread, "null"},
+    {"null", &CrashInExtension<kNull>, &CrashOnAThread, "null"},
+    {"throw", &CrashInExtension<kThrow>, &CrashOnAThread, "throw"},
+    {"divide", &CrashInExtension<kDivide>, &CrashOnAThread, "divide"},
+    {"overflow", &CrashInExtension<kOverflow>, &CrashOnAThread, "overflow"},
+    {"while-dumping", &CrashWhileDumping, &CrashOnTwoThreads, "null"},
+    {"together", &CrashTogether, &CrashOnAThread, "null"},
+    {"library", &CrashInLibrary, &CrashHere, "null"},
+    {"sample", &CrashInSample, &CrashOnAThread, "null"},
+    {"log-sink", &CrashInLogSink, &CrashHere, "null"}};
+
+const Scenario* FindScenario(const char* name) {
+  for (const Scenario& scenario : kScenarios) {
+    if (std::strcmp(scenario.name, name) == 0) return &scenario;
+  }
+  return nullptr;
+}
+
+void CrashWithServer(const Scenario& scenario, const char* port,
+                     const char* lines) {
+  g_lines = ::CreateFileA(lines, GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                          CREATE_ALWAYS, 0, nullptr);
+  const Host host(port);
+  Host::Replace(host.Module(), "OutputDebugStringW", &KeepLine);
+  const kova::test::FakeTickCount clock(kLongUpMs, host.Module());
+  scenario.withServer(host);
+  ::Sleep(kPatienceMs);
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  ::SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
+  const Scenario* const scenario =
+      count >= 3 ? FindScenario(arguments[2]) : nullptr;
+  if (scenario == nullptr) return kMisused;
+  if (std::strcmp(arguments[1], "plain") == 0) {
+    scenario->without(FindFault(scenario->fault));
+    ::Sleep(kPatienceMs);
+  } else if (count == 5) {
+    CrashWithServer(*scenario, arguments[3], arguments[4]);
+  }
+  return kStillAlive;
+}

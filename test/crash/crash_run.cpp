@@ -1,0 +1,129 @@
+#include "test/crash/crash_run.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+
+#include "base/handles.h"
+#include "crash/debug_help.h"
+#include "crash/dump_policy.h"
+#include "registry/common_folders.h"
+#include "test/support/server_fixture.h"
+
+namespace kova::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr DWORD kPatienceMs = 60000;
+
+std::set<fs::path> Dumps() {
+  std::set<fs::path> dumps;
+  std::error_code none;
+  for (const auto& entry : fs::directory_iterator(DumpFolder(), none)) {
+    dumps.insert(entry.path());
+  }
+  return dumps;
+}
+
+template <typename Stream>
+const Stream* FindStream(std::string& dump, ULONG type) {
+  MINIDUMP_DIRECTORY* directory = nullptr;
+  void* stream = nullptr;
+  ULONG sizeBytes = 0;
+  if (dump.substr(0, 4) != "MDMP" ||
+      !::MiniDumpReadDumpStream(dump.data(), type, &directory, &stream,
+                                &sizeBytes)) {
+    return nullptr;
+  }
+  return static_cast<const Stream*>(stream);
+}
+
+std::wstring ModuleAt(std::string& dump, uint64_t address) {
+  const auto* list = FindStream<MINIDUMP_MODULE_LIST>(dump, ModuleListStream);
+  for (ULONG i = 0; list != nullptr && i < list->NumberOfModules; ++i) {
+    const MINIDUMP_MODULE& module = list->Modules[i];
+    if (address - module.BaseOfImage >= module.SizeOfImage) continue;
+    const auto* const name = reinterpret_cast<const MINIDUMP_STRING*>(
+        dump.data() + module.ModuleNameRva);
+    const std::wstring path(name->Buffer, name->Length / sizeof(wchar_t));
+    return fs::path(path).filename().native();
+  }
+  return {};
+}
+
+bool HasThread(std::string& dump, uint32_t threadId) {
+  const auto* list = FindStream<MINIDUMP_THREAD_LIST>(dump, ThreadListStream);
+  if (list == nullptr) return false;
+  return std::any_of(list->Threads, list->Threads + list->NumberOfThreads,
+                     [&](const MINIDUMP_THREAD& thread) {
+                       return thread.ThreadId == threadId;
+                     });
+}
+
+}  // namespace
+
+DWORD RunToEnd(const std::wstring& fileName, const std::wstring& arguments) {
+  std::wstring line =
+      L"\"" + TestProgramFolder() + L"\\" + fileName + L"\" " + arguments;
+  STARTUPINFOW startup = {};
+  startup.cb = sizeof(startup);
+  PROCESS_INFORMATION process = {};
+  if (!::CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, 0,
+                        nullptr, nullptr, &startup, &process)) {
+    ADD_FAILURE() << "cannot start the program";
+    return 0;
+  }
+  const UniqueKernelHandle thread(process.hThread);
+  const UniqueKernelHandle handle(process.hProcess);
+  if (::WaitForSingleObject(handle.Get(), kPatienceMs) != WAIT_OBJECT_0) {
+    ADD_FAILURE() << "the program does not end";
+    ::TerminateProcess(handle.Get(), 1);
+  }
+  DWORD code = 0;
+  ::GetExitCodeProcess(handle.Get(), &code);
+  return code;
+}
+
+fs::path DumpFolder() {
+  return fs::path(GetCommonAppDataFolder()) / L"Corvane/Drivers/Dump";
+}
+
+DumpWatch::DumpWatch() : m_former(Dumps()) {}
+
+DumpWatch::~DumpWatch() {
+  std::error_code none;
+  for (const fs::path& path : NewDumps()) fs::remove(path, none);
+}
+
+std::vector<fs::path> DumpWatch::NewDumps() const {
+  std::vector<fs::path> added;
+  const std::set<fs::path> now = Dumps();
+  std::set_difference(now.begin(), now.end(), m_former.begin(), m_former.end(),
+                      std::back_inserter(added));
+  return added;
+}
+
+fs::path DumpWatch::NextDump() const {
+  int number = 0;
+  while (fs::exists(DumpFolder() / DumpFileName(number))) ++number;
+  return DumpFolder() / DumpFileName(number);
+}
+
+DumpFacts ReadDump(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::string dump{std::istreambuf_iterator<char>(file), {}};
+  const auto* crash =
+      FindStream<MINIDUMP_EXCEPTION_STREAM>(dump, ExceptionStream);
+  if (crash == nullptr) return {};
+  DumpFacts facts;
+  facts.exceptionCode = crash->ExceptionRecord.ExceptionCode;
+  facts.exceptionAddress = crash->ExceptionRecord.ExceptionAddress;
+  facts.module = ModuleAt(dump, facts.exceptionAddress);
+  facts.hasFaultingThread = HasThread(dump, crash->ThreadId);
+  return facts;
+}
+
+}  // namespace kova::test
