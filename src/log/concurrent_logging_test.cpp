@@ -192,6 +192,7 @@ class ConcurrentLoggingTest : public testing::Test {
   }
   void LogFromAllThreads(tk::Logger& logger) {
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (int thread = 0; thread < kThreads; ++thread) {
       threads.emplace_back([&, thread] { LogAll(logger, thread); });
     }
@@ -242,7 +243,7 @@ TEST_F(ConcurrentLoggingTest, LosesAndMixesNothingInAnySink) {
   logger->Log(LogChannel::Info, L"end");
   ASSERT_GT(g_writtenCount, 0u);
   ASSERT_LE(g_writtenCount, g_written.size());
-  const std::wstring text = g_written[g_writtenCount - 1];
+  const std::wstring& text = g_written[g_writtenCount - 1];
   ExpectWholeTexts(text);
   std::vector<std::wstring> lines = SplitAtStamps(text);
   EXPECT_EQ(lines.back(), L"Info end");
