@@ -1,11 +1,50 @@
 #include "log/log_storage.h"
 
+#include "base/last_error_keeper.h"
+#include "base/windows_api.h"
 #include "log/channel_formatter.h"
 #include "log/debugger_sink.h"
 #include "log/event_log_sink.h"
 #include "log/file_sink.h"
 
 namespace tk {
+namespace {
+
+using Holder = std::shared_ptr<LogStorage>;
+
+// Where each thread's storage hangs. Not a thread_local object: the runtime
+// keeps this library loaded for as long as a thread lives that still has one to
+// destroy, so that a host could never unload it. The slot's end, at unload,
+// frees the storage of every thread that is still there.
+class StorageSlot {
+ public:
+  StorageSlot() : m_index(::FlsAlloc(&Free)) {}
+  ~StorageSlot() {
+    if (m_index != FLS_OUT_OF_INDEXES) ::FlsFree(m_index);
+  }
+
+  StorageSlot(const StorageSlot&) = delete;
+  StorageSlot& operator=(const StorageSlot&) = delete;
+
+  // A system without a slot to spare gives a storage that nobody keeps.
+  Holder Get() {
+    const kova::LastErrorKeeper keeper;
+    if (m_index == FLS_OUT_OF_INDEXES) return std::make_shared<LogStorage>();
+    auto* holder = static_cast<Holder*>(::FlsGetValue(m_index));
+    if (holder != nullptr) return *holder;
+    auto fresh = std::make_unique<Holder>(std::make_shared<LogStorage>());
+    const Holder storage = *fresh;
+    if (::FlsSetValue(m_index, fresh.get())) (void)fresh.release();
+    return storage;
+  }
+
+ private:
+  static void WINAPI Free(void* holder) { delete static_cast<Holder*>(holder); }
+
+  const DWORD m_index;
+};
+
+}  // namespace
 
 LogStorage::LogStorage()
     : m_sinkFactories{&kova::MakeEventLogSink, &kova::MakeFileSink,
@@ -13,9 +52,8 @@ LogStorage::LogStorage()
       m_formatterFactories{&kova::MakeChannelFormatter} {}
 
 std::shared_ptr<LogStorage> LogStorage::OfThisThread() {
-  thread_local std::shared_ptr<LogStorage> storage;
-  if (storage == nullptr) storage = std::make_shared<LogStorage>();
-  return storage;
+  static StorageSlot slot;
+  return slot.Get();
 }
 
 }  // namespace tk

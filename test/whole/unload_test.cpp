@@ -92,6 +92,24 @@ TEST(UnloadTest, TheLibraryMayBeUnloadedRightAfterAStopUnderLoad) {
   }
 }
 
+// The library must not hang on a thread of the host that it has run on.
+TEST(UnloadTest, TheLibraryMayBeUnloadedByTheThreadThatStartedAndStopped) {
+  ServerSettingsScope settings;
+  ASSERT_TRUE(settings.SetPort(FreePort()));
+  const std::wstring path = TestProgramFolder() + L"\\..\\bin\\KOVAServer.dll";
+  for (int round = 0; round < 3; ++round) {
+    UniqueModule library(::LoadLibraryW(path.c_str()));
+    ASSERT_TRUE(library.IsValid());
+    for (const char* name : {"StartKOVAServer", "StopKOVAServer"}) {
+      const auto call = reinterpret_cast<KOVA_StartServer*>(
+          reinterpret_cast<void*>(::GetProcAddress(library.Get(), name)));
+      call();
+    }
+    library.Reset();
+    ASSERT_TRUE(IsUnloaded());
+  }
+}
+
 TEST(UnloadTest, AServerThatWasNotStoppedKeepsItsLibraryLoaded) {
   ServerFixture server;
   server.Start();
