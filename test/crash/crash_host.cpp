@@ -11,6 +11,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <list>
 #include <optional>
 #include <string>
 
@@ -58,16 +59,17 @@ class Host {
 
   // Sends a request to the extension behind `printer`; the connection stays.
   void Request(const std::string& printer, const std::string& actions) const {
-    auto* const client = new TestClient(m_port);
-    client->Send("GET /?printer=" + printer + "&act=" + actions +
-                 " HTTP/1.1\r\n\r\n");
+    static std::list<TestClient> clients;
+    clients.emplace_back(m_port).Send("GET /?printer=" + printer +
+                                      "&act=" + actions + " HTTP/1.1\r\n\r\n");
   }
 
   // From now on, calls of the library to its import go to `replacement`.
   template <typename Function>
   static ImportPatch<Function>& Replace(HMODULE module, const char* name,
                                         Function* replacement) {
-    return *new ImportPatch<Function>(module, name, replacement);
+    static std::list<ImportPatch<Function>> patches;
+    return patches.emplace_back(module, name, replacement);
   }
 
  private:

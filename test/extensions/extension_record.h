@@ -22,7 +22,7 @@ struct ExtensionRecord {
   static constexpr uint32_t kVersions = 10;
   static constexpr uint32_t kOwnVersion = 0xFFFFFFFF;
 
-  std::atomic<uint32_t> traceLength{};
+  std::atomic<uint32_t> traceLength;
   char trace[kTraceBytes]{};
 
   // Set by the test before the server loads the library.
@@ -38,9 +38,9 @@ struct ExtensionRecord {
   KOVA_RestartRoutine* restart{};
 
   // Responses handed out and not yet released.
-  std::atomic<int32_t> live{};
+  std::atomic<int32_t> live;
   // The length the server gave at the last copy.
-  std::atomic<uint32_t> copyLength{};
+  std::atomic<uint32_t> copyLength;
 
   // For "act=wait": `entered` is set by the extension, then it waits for
   // `gate`.
