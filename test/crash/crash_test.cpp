@@ -40,6 +40,16 @@ std::wstring AddressText(uint64_t address) {
   return text;
 }
 
+// Copies the dump into the folder that the environment names, if it does: for
+// checks of dumps by other programs.
+void KeepDump(const fs::path& dump, const std::wstring& name) {
+  wchar_t folder[MAX_PATH] = {};
+  const DWORD length =
+      ::GetEnvironmentVariableW(L"KOVA_KEPT_DUMPS", folder, MAX_PATH);
+  if (length == 0 || length >= MAX_PATH) return;
+  fs::copy_file(dump, fs::path(folder) / (name + L".dmp"));
+}
+
 // The beginning of every crash line.
 std::wstring Description(const DumpFacts& facts, uint32_t flags) {
   return L"Error CrashUtility::RecordSEH: Unhandled Exception:\n"
@@ -93,6 +103,7 @@ class CrashTest : public testing::Test {
     const fs::path expected = m_dumps.NextDump();
     EXPECT_EQ(Crash(scenario), CrashWithoutServer(scenario));
     ASSERT_THAT(m_dumps.NewDumps(), ElementsAre(expected));
+    KeepDump(expected, scenario);
     const DumpFacts facts = kova::test::ReadDump(expected);
     EXPECT_EQ(facts.exceptionCode, code);
     EXPECT_EQ(facts.module, module);
