@@ -8,8 +8,8 @@ using kova::test::CallWatch;
 using kova::test::Gate;
 using kova::test::kInfoMask;
 using kova::test::kSoonMs;
+using kova::test::LoopbackClient;
 using kova::test::ServerTest;
-using kova::test::TestClient;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -133,7 +133,7 @@ TEST_F(AcceptThreadTest, AFailedWaitEndsAThreadThatWasListening) {
 TEST_F(AcceptThreadTest, AFailedEventEnumerationEndsIt) {
   m_watch.Fail(Call::kEnumEvents, 10050);
   EXPECT_EQ(Run(), 1);
-  const TestClient client(m_watch.Port());
+  const LoopbackClient client(m_watch.Port());
   ASSERT_TRUE(m_watch.ThreadEnds(0, kSoonMs));
   EXPECT_EQ(m_watch.ExitCode(0), kFailedExit);
   EXPECT_THAT(m_log.Lines(), ElementsAre(kStarting,
@@ -148,12 +148,12 @@ TEST_F(AcceptThreadTest, AFailedEventEnumerationEndsIt) {
 TEST_F(AcceptThreadTest, AFailedAcceptCostsOnlyThatConnection) {
   m_watch.Fail(Call::kAccept, 10054);
   EXPECT_EQ(Run(), 1);
-  const TestClient refused(m_watch.Port());
+  const LoopbackClient refused(m_watch.Port());
   const std::wstring line =
       L"Warning WebServerBase::_AcceptThread: WSAAccept(...) failure. Failure "
       L"ignored. WSAGetLastError:10054";
   EXPECT_TRUE(m_log.WaitFor(line, kSoonMs));
-  const TestClient served(m_watch.Port());
+  const LoopbackClient served(m_watch.Port());
   EXPECT_TRUE(m_server->WaitForClients(1));
   EXPECT_EQ(m_server->Clients()[0].first, served.Address());
   EXPECT_EQ(m_server->Stop(), 1);
@@ -168,7 +168,7 @@ TEST_F(AcceptThreadTest, AWakeUpWithoutAConnectionIsWaitedOver) {
   });
   second.Open();
   EXPECT_EQ(Run(), 1);
-  const TestClient client(m_watch.Port());
+  const LoopbackClient client(m_watch.Port());
   EXPECT_TRUE(second.SomebodyCame());
   EXPECT_EQ(m_watch.Calls(Call::kAccept), 0);
   EXPECT_EQ(m_server->Stop(), 1);
@@ -196,7 +196,7 @@ TEST_F(AcceptThreadTest, BindsToTheGivenAddressAlone) {
 TEST_F(AcceptThreadTest, BindsToAllInterfacesForZero) {
   EXPECT_EQ(m_server->Run(0, 0, 0), 1);
   EXPECT_EQ(m_watch.ListeningAddress().sin_addr.s_addr, 0u);
-  const TestClient client(m_watch.Port());
+  const LoopbackClient client(m_watch.Port());
   EXPECT_TRUE(client.IsConnected());
 }
 
@@ -225,7 +225,7 @@ TEST_F(AcceptedConnections, AreLoggedWithSocketPortsAndPeer) {
     if (m_watch.ThreadsBegun() == 1) gate.Pass();
   });
   EXPECT_EQ(Run(), 1);
-  const TestClient client(m_watch.Port());
+  const LoopbackClient client(m_watch.Port());
   ASSERT_TRUE(gate.SomebodyCame());
   const std::vector<std::wstring> lines = m_log.Lines();
   gate.Open();

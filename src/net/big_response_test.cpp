@@ -18,7 +18,7 @@ using kova::test::ImportPatch;
 using kova::test::kInfoMask;
 using kova::test::kSoonMs;
 using kova::test::LoggingTest;
-using kova::test::TestClient;
+using kova::test::LoopbackClient;
 using kova::test::TestServer;
 using testing::Each;
 using testing::ElementsAre;
@@ -81,13 +81,13 @@ class BigResponse : public LoggingTest,
 
   bool Connect() {
     const UniqueSocket listener(::socket(AF_INET, SOCK_STREAM, 0));
-    sockaddr_in address = TestClient::Loopback(0);
+    sockaddr_in address = LoopbackClient::Loopback(0);
     int bytes = sizeof(address);
     auto* const name = reinterpret_cast<sockaddr*>(&address);
     if (::bind(listener.Get(), name, bytes) != 0) return false;
     if (::listen(listener.Get(), 1) != 0) return false;
     ::getsockname(listener.Get(), name, &bytes);
-    m_client = std::make_unique<TestClient>(::ntohs(address.sin_port));
+    m_client = std::make_unique<LoopbackClient>(::ntohs(address.sin_port));
     m_served.Reset(::accept(listener.Get(), nullptr, nullptr));
     return m_served.IsValid();
   }
@@ -110,7 +110,7 @@ class BigResponse : public LoggingTest,
 
   TestServer m_server;
   const OString m_address = "127.0.0.1:1";
-  std::unique_ptr<TestClient> m_client;
+  std::unique_ptr<LoopbackClient> m_client;
   UniqueSocket m_served;
   UniqueWsaEvent m_readEvent;
   UniqueWsaEvent m_stopEvent;

@@ -8,8 +8,8 @@ namespace {
 
 using kova::test::kInfoMask;
 using kova::test::kSoonMs;
+using kova::test::LoopbackClient;
 using kova::test::ServerTest;
-using kova::test::TestClient;
 using testing::DoubleEq;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -34,7 +34,7 @@ class ConnectionTest : public ServerTest {
 };
 
 TEST_F(ConnectionTest, IsAnsweredAndClosed) {
-  const TestClient client(m_watch.Port());
+  const LoopbackClient client(m_watch.Port());
   EXPECT_TRUE(client.Send("GET / HTTP/1.1\r\n\r\n."));
   const std::string answer = client.ReceiveAll();
   EXPECT_THAT(answer, StartsWith(kRefusal));
@@ -47,7 +47,7 @@ TEST_F(ConnectionTest, IsAnsweredAndClosed) {
 }
 
 TEST_F(ConnectionTest, WaitsForTheLastSegment) {
-  const TestClient client(m_watch.Port());
+  const LoopbackClient client(m_watch.Port());
   EXPECT_TRUE(client.Send("GET /"));
   EXPECT_TRUE(m_log.WaitFor(kLooping, kSoonMs));
   EXPECT_THAT(m_server->Sent(), IsEmpty());
@@ -57,7 +57,7 @@ TEST_F(ConnectionTest, WaitsForTheLastSegment) {
 }
 
 TEST_F(ConnectionTest, EndsWhenThePeerCloses) {
-  TestClient client(m_watch.Port());
+  LoopbackClient client(m_watch.Port());
   EXPECT_TRUE(client.Send("half"));
   EXPECT_TRUE(m_log.WaitFor(kLooping, kSoonMs));
   client.Close();
@@ -71,7 +71,7 @@ TEST_F(ConnectionTest, EndsWhenThePeerCloses) {
 
 TEST_F(ConnectionTest, EndsAfterSilenceOfTheClientTimeout) {
   m_server->SetClientTimeoutMs(50);
-  const TestClient client(m_watch.Port());
+  const LoopbackClient client(m_watch.Port());
   EXPECT_EQ(client.Receive(), "");
   ASSERT_TRUE(m_watch.ThreadEnds(1, kSoonMs));
   EXPECT_EQ(m_watch.ExitCode(1), 1u);
@@ -79,7 +79,7 @@ TEST_F(ConnectionTest, EndsAfterSilenceOfTheClientTimeout) {
 
 TEST_F(ConnectionTest, StaysOpenWithATimeoutOfZeroUntilTheStop) {
   m_server->SetClientTimeoutMs(0);
-  const TestClient client(m_watch.Port());
+  const LoopbackClient client(m_watch.Port());
   ASSERT_TRUE(m_server->WaitForClients(1));
   EXPECT_FALSE(m_watch.ThreadEnds(1, 100));
   EXPECT_EQ(m_server->Stop(), 1);
@@ -88,9 +88,9 @@ TEST_F(ConnectionTest, StaysOpenWithATimeoutOfZeroUntilTheStop) {
 }
 
 TEST_F(ConnectionTest, IsAnnouncedWithItsWholeAddress) {
-  const TestClient first(m_watch.Port());
+  const LoopbackClient first(m_watch.Port());
   ASSERT_TRUE(m_server->WaitForClients(1));
-  const TestClient second(m_watch.Port());
+  const LoopbackClient second(m_watch.Port());
   ASSERT_TRUE(m_server->WaitForClients(2));
   EXPECT_THAT(m_server->Clients(),
               ElementsAre(Pair(first.Address(), first.Port()),
@@ -98,10 +98,10 @@ TEST_F(ConnectionTest, IsAnnouncedWithItsWholeAddress) {
 }
 
 TEST_F(ConnectionTest, IsServedWhileAnotherIsIdle) {
-  const TestClient idle(m_watch.Port());
+  const LoopbackClient idle(m_watch.Port());
   ASSERT_TRUE(m_server->WaitForClients(1));
   for (int i = 0; i < 5; ++i) {
-    const TestClient client(m_watch.Port());
+    const LoopbackClient client(m_watch.Port());
     EXPECT_TRUE(client.Send("x."));
     EXPECT_THAT(client.ReceiveAll(), StartsWith(kRefusal));
   }
@@ -109,7 +109,7 @@ TEST_F(ConnectionTest, IsServedWhileAnotherIsIdle) {
 }
 
 TEST_F(ConnectionTest, ClosesItsSocketAndEventsWhenItEnds) {
-  const TestClient client(m_watch.Port());
+  const LoopbackClient client(m_watch.Port());
   EXPECT_TRUE(client.Send("x."));
   EXPECT_THAT(client.ReceiveAll(), StartsWith(kRefusal));
   ASSERT_TRUE(m_watch.ThreadEnds(1, kSoonMs));

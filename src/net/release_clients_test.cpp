@@ -11,8 +11,8 @@ using kova::test::Call;
 using kova::test::Gate;
 using kova::test::ImportPatch;
 using kova::test::kSoonMs;
+using kova::test::LoopbackClient;
 using kova::test::ServerTest;
-using kova::test::TestClient;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
@@ -26,22 +26,22 @@ class ReleaseClientsTest : public ServerTest {
 
   // Connects a client whose thread comes to the gate before its n-th call of
   // the kind, counted over the whole server.
-  std::unique_ptr<TestClient> ConnectHeldBefore(Call call, int nth) {
+  std::unique_ptr<LoopbackClient> ConnectHeldBefore(Call call, int nth) {
     m_watch.Before(call, [this, call, nth](uint64_t) {
       if (m_watch.Calls(call) == nth) m_gate.Pass();
     });
     EXPECT_EQ(Run(), 1);
-    auto client = std::make_unique<TestClient>(m_watch.Port());
+    auto client = std::make_unique<LoopbackClient>(m_watch.Port());
     EXPECT_TRUE(m_gate.SomebodyCame());
     return client;
   }
   // The same for its first wait for socket events.
-  std::unique_ptr<TestClient> ConnectHeldInItsLoop() {
+  std::unique_ptr<LoopbackClient> ConnectHeldInItsLoop() {
     m_watch.Before(Call::kWait, [this](uint64_t timeoutMs) {
       if (timeoutMs == kWorkerTimeoutMs) m_gate.Pass();
     });
     EXPECT_EQ(Run(), 1);
-    auto client = std::make_unique<TestClient>(m_watch.Port());
+    auto client = std::make_unique<LoopbackClient>(m_watch.Port());
     EXPECT_TRUE(m_gate.SomebodyCame());
     return client;
   }
@@ -62,7 +62,7 @@ class ReleaseClientsTest : public ServerTest {
 
 TEST_F(ReleaseClientsTest, AConnectionThatEndsAtOnceCostsOneLook) {
   EXPECT_EQ(Run(), 1);
-  const TestClient client(m_watch.Port());
+  const LoopbackClient client(m_watch.Port());
   ASSERT_TRUE(m_server->WaitForClients(1));
   EXPECT_EQ(m_server->Stop(), 1);
   EXPECT_LE(m_watch.Calls(Call::kLookAgain), 1);
@@ -107,7 +107,7 @@ TEST_F(ReleaseClientsTest, AKilledConnectionLeavesAServerThatRunsAgain) {
   m_watch.Before(Call::kWait, nullptr);
   m_watch.Before(Call::kLookAgain, nullptr);
   EXPECT_EQ(Run(), 1);
-  const TestClient next(m_watch.Port());
+  const LoopbackClient next(m_watch.Port());
   EXPECT_TRUE(next.Send("x."));
   EXPECT_THAT(next.ReceiveAll(), testing::StartsWith("HTTP/1.1 400"));
 }
@@ -121,9 +121,9 @@ class UnregisteredThread : public ReleaseClientsTest {
     s_calls = 0;
   }
 
-  std::unique_ptr<TestClient> Connect() {
+  std::unique_ptr<LoopbackClient> Connect() {
     EXPECT_EQ(Run(), 1);
-    auto client = std::make_unique<TestClient>(m_watch.Port());
+    auto client = std::make_unique<LoopbackClient>(m_watch.Port());
     EXPECT_TRUE(m_gate.SomebodyCame());
     return client;
   }
@@ -201,9 +201,9 @@ TEST_F(ReleaseClientsTest, AThreadWithoutEventsThatHangsIsKilled) {
 
 TEST_F(ReleaseClientsTest, AllConnectionsAreReleased) {
   EXPECT_EQ(Run(), 1);
-  std::vector<std::unique_ptr<TestClient>> clients;
+  std::vector<std::unique_ptr<LoopbackClient>> clients;
   for (int i = 0; i < 20; ++i) {
-    clients.push_back(std::make_unique<TestClient>(m_watch.Port()));
+    clients.push_back(std::make_unique<LoopbackClient>(m_watch.Port()));
   }
   ASSERT_TRUE(m_server->WaitForClients(20));
   EXPECT_EQ(m_server->Stop(), 1);
@@ -225,13 +225,13 @@ class ConnectionPreparation : public ServerTest,
 TEST_P(ConnectionPreparation, FailsForThatConnectionAlone) {
   EXPECT_EQ(Run(), 1);
   m_watch.Fail(GetParam().call, WSAENOBUFS, GetParam().callsBefore);
-  const TestClient refused(m_watch.Port());
+  const LoopbackClient refused(m_watch.Port());
   EXPECT_EQ(refused.Receive(), "");
   ASSERT_TRUE(m_watch.ThreadEnds(1, kSoonMs));
   EXPECT_EQ(m_watch.ExitCode(1), 0u);
   EXPECT_EQ(m_watch.Calls(Call::kEnumEvents), 1);
 
-  const TestClient served(m_watch.Port());
+  const LoopbackClient served(m_watch.Port());
   EXPECT_TRUE(served.Send("x."));
   EXPECT_EQ(served.ReceiveAll().substr(0, 12), "HTTP/1.1 400");
 }
@@ -256,12 +256,12 @@ TEST_P(ConnectionStart, FailsSilently) {
 TEST_P(ConnectionStart, FailsForThatConnectionAlone) {
   EXPECT_EQ(Run(), 1);
   m_watch.Fail(GetParam(), EAGAIN);
-  const TestClient refused(m_watch.Port());
+  const LoopbackClient refused(m_watch.Port());
   EXPECT_EQ(refused.Receive(), "");
   EXPECT_THAT(m_server->Clients(),
               ElementsAre(Pair(refused.Address(), refused.Port())));
 
-  const TestClient served(m_watch.Port());
+  const LoopbackClient served(m_watch.Port());
   EXPECT_TRUE(served.Send("x."));
   EXPECT_EQ(served.ReceiveAll().substr(0, 12), "HTTP/1.1 400");
   EXPECT_EQ(m_server->Stop(), 1);

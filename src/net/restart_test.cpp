@@ -9,8 +9,8 @@ namespace {
 
 using kova::test::kInfoMask;
 using kova::test::kSoonMs;
+using kova::test::LoopbackClient;
 using kova::test::ServerTest;
-using kova::test::TestClient;
 using testing::IsEmpty;
 
 constexpr int kRounds = 200;
@@ -35,7 +35,7 @@ class Visitors {
     for (int visit = 0; !m_done; ++visit) {
       const uint16_t port = m_watch.Port();
       if (port == 0) continue;
-      const TestClient client(port);
+      const LoopbackClient client(port);
       if (!client.IsConnected()) continue;
       ++m_connected;
       if (visit % 3 == 0) continue;

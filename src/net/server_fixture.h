@@ -10,7 +10,7 @@
 
 #include "log/log_channel.h"
 #include "net/call_watch.h"
-#include "net/test_client.h"
+#include "net/loopback_client.h"
 #include "net/test_server.h"
 #include "net/winsock_session.h"
 #include "test/support/fake_tick_count.h"

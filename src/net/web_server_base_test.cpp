@@ -10,8 +10,8 @@ using kova::test::Call;
 using kova::test::Gate;
 using kova::test::kInfoMask;
 using kova::test::kSoonMs;
+using kova::test::LoopbackClient;
 using kova::test::ServerTest;
-using kova::test::TestClient;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -35,7 +35,7 @@ class OccupiedPort {
     const BOOL exclusive = TRUE;
     ::setsockopt(m_socket.Get(), SOL_SOCKET, SO_EXCLUSIVEADDRUSE,
                  reinterpret_cast<const char*>(&exclusive), sizeof(exclusive));
-    sockaddr_in address = TestClient::Loopback(0);
+    sockaddr_in address = LoopbackClient::Loopback(0);
     int bytes = sizeof(address);
     ::bind(m_socket.Get(), reinterpret_cast<sockaddr*>(&address), bytes);
     ::listen(m_socket.Get(), 1);
@@ -61,10 +61,10 @@ TEST_F(WebServerBaseTest, StartsStopped) {
 TEST_F(WebServerBaseTest, ListensFromRunToStop) {
   EXPECT_EQ(Run(), 1);
   EXPECT_TRUE(m_server->IsRunning());
-  EXPECT_TRUE(TestClient(m_watch.Port()).IsConnected());
+  EXPECT_TRUE(LoopbackClient(m_watch.Port()).IsConnected());
   EXPECT_EQ(m_server->Stop(), 1);
   EXPECT_FALSE(m_server->IsRunning());
-  EXPECT_FALSE(TestClient(m_watch.Port()).IsConnected());
+  EXPECT_FALSE(LoopbackClient(m_watch.Port()).IsConnected());
   EXPECT_EQ(m_server->Stop(), 0);
   EXPECT_THAT(m_log.Lines(), ElementsAre(kStarting));
 }
@@ -89,7 +89,7 @@ TEST_F(WebServerBaseTest, ASecondRunIsRefusedAndChangesNothing) {
                           L"running"));
   EXPECT_EQ(m_server->ClientTimeoutMs(), 5u);
   EXPECT_EQ(m_watch.ThreadsBegun(), 1u);
-  EXPECT_TRUE(TestClient(port).IsConnected());
+  EXPECT_TRUE(LoopbackClient(port).IsConnected());
 }
 
 TEST_F(WebServerBaseTest, ReportsAThreadThatCannotBeStarted) {
@@ -202,7 +202,7 @@ class StuckAcceptThread : public WebServerBaseTest {
   void GetStuck() {
     ASSERT_EQ(Run(), 1);
     m_watch.Before(Call::kAccept, [this](uint64_t) { m_gate.Pass(); });
-    const TestClient client(m_watch.Port());
+    const LoopbackClient client(m_watch.Port());
     ASSERT_TRUE(m_gate.SomebodyCame());
   }
   ~StuckAcceptThread() override { m_gate.Open(); }
@@ -229,7 +229,7 @@ TEST_F(StuckAcceptThread, LeavesItsPortFree) {
   m_watch.Before(Call::kAccept, nullptr);
   EXPECT_EQ(m_server->Run(port, 0, INADDR_LOOPBACK), 1);
   EXPECT_TRUE(m_server->IsRunning());
-  const TestClient client(port);
+  const LoopbackClient client(port);
   EXPECT_TRUE(m_server->WaitForClients(1));
   EXPECT_EQ(m_server->Stop(), 1);
 }

@@ -1,7 +1,5 @@
 #include "test/support/server_fixture.h"
 
-#include <thread>
-
 #include "test/support/test_client.h"
 
 namespace kova::test {
@@ -68,9 +66,9 @@ void ServerFixture::UsePort(uint16_t port) {
   m_settings.SetPort(port);
 }
 
-void ServerFixture::Start() { std::thread(m_start).join(); }
+void ServerFixture::Start() { m_start(); }
 
-void ServerFixture::Stop() { std::thread(m_stop).join(); }
+void ServerFixture::Stop() { m_stop(); }
 
 bool ServerFixture::Unload() {
   m_start = nullptr;

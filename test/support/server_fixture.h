@@ -43,8 +43,7 @@ class ServerFixture {
   // Names another port in the settings; a restart or the next start uses it.
   void UsePort(uint16_t port);
 
-  // The two exports. Each is called on a thread that ends with the call: what a
-  // thread that logs has of its own keeps the library loaded until it ends.
+  // The two exports, called on the calling thread.
   void Start();
   void Stop();
   // Gives the reference to the library back; Stop() first. The library's last

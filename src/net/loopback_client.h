@@ -1,4 +1,5 @@
-// A TCP client of this machine, for tests.
+// A TCP client for tests of the listener. It opens no Winsock session of its
+// own, so that the tests can count the server's.
 #pragma once
 
 #include <cstdint>
@@ -11,9 +12,9 @@ namespace kova::test {
 
 // Connects in its constructor and closes in its destructor. Receives wait for
 // 10 s at most.
-class TestClient {
+class LoopbackClient {
  public:
-  explicit TestClient(uint16_t port)
+  explicit LoopbackClient(uint16_t port)
       : m_socket(::socket(AF_INET, SOCK_STREAM, 0)) {
     const DWORD mostMs = 10000;
     ::setsockopt(m_socket.Get(), SOL_SOCKET, SO_RCVTIMEO,
