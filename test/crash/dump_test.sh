@@ -10,7 +10,7 @@ trap 'rm -rf "$kept"' EXIT
 make_dumps() {
   KOVA_KEPT_DUMPS="Z:$kept" "$here/script/wine" \
     "$KOVA_BUILD/test-bin/whole_crash_tests.exe" \
-    --gtest_filter='*WritesToNull*:*CodeOfTheLibrary*:*CodeOfTheSample*'
+    --gtest_filter='*WritesToNull*:*Overflows*:*CodeOf*'
 }
 
 # read_dump DUMP [FOLDER SYMBOLS]: what lldb says of a dump. FOLDER holds the
@@ -33,24 +33,31 @@ expect() {
   grep -qE "$2" "$kept/$1.txt" || fail "nothing in $1.dmp matches: $2"
 }
 
-# check_crash DUMP FUNCTION: one thread has faulted, in that function, inside
-# the guard.
+# check_crash DUMP CODE FUNCTION: one thread has faulted, with that code, in
+# that function, inside the guard.
 check_crash() {
   local faulting
-  faulting=$(grep -cE '^\* thread #[0-9]+: tid = .*0xc0000005' "$kept/$1.txt")
+  faulting=$(grep -cE "^\* thread #[0-9]+: tid = .*$2" "$kept/$1.txt" || true)
   [ "$faulting" = 1 ] || fail "$1.dmp has $faulting faulting threads, not 1"
-  expect "$1" "stop reason = Exception 0xc0000005"
-  expect "$1" "^ *\* frame #0: .*$2"
+  expect "$1" "stop reason = Exception $2"
+  expect "$1" "^ *\* frame #0: .*$3"
   expect "$1" 'KOVAServer\.dll`kova::RunGuarded.* at guard\.cpp:'
 }
 
 make_dumps
 read_dump library
-check_crash library 'KOVAServer\.dll`WebServerBase::StartAcceptThread'
+check_crash library 0xc0000005 \
+  'KOVAServer\.dll`WebServerBase::StartAcceptThread'
 read_dump null "$KOVA_BUILD/test-bin/extensions/scripted" \
   test_extension_scripted
-check_crash null 'Corvane_V3_NetMon\.dll`kova::test::WriteToNull'
+check_crash null 0xc0000005 \
+  'Corvane_V3_NetMon\.dll`kova::test::WriteToNull'
 expect null 'KOVAServer\.dll`.*Network_ClientThread::'
+read_dump overflow "$KOVA_BUILD/test-bin/extensions/scripted" \
+  test_extension_scripted
+check_crash overflow 0xc00000fd \
+  'Corvane_V3_NetMon\.dll`kova::test::.*Recurse'
 read_dump sample "$KOVA_BUILD/bin/sample-extension" sample_extension
-check_crash sample 'Corvane_V3_NetMon\.dll`sample::.* at printer_facts\.cpp:'
+check_crash sample 0xc0000005 \
+  'Corvane_V3_NetMon\.dll`sample::.* at printer_facts\.cpp:'
 echo "dumps: all as expected"

@@ -15,10 +15,11 @@ constexpr NamedFault kFaults[] = {{"null", &WriteToNull},
                                   {"overflow", &OverflowTheStack}};
 
 __attribute__((noinline)) unsigned Recurse(volatile char* outer) {
-  volatile char block[4096] = {};
+  // Less than a page, so that no helper of the compiler touches it first.
+  volatile char block[2048] = {};
   block[0] = outer[0];
   // Never true, but the compiler cannot know.
-  if (block[4095] == 1) return 0;
+  if (block[2047] == 1) return 0;
   return Recurse(block) + static_cast<unsigned>(block[0]);
 }
 
