@@ -95,18 +95,16 @@ bool WebServerBase::HasStrayAcceptThread() {
 
 int WebServerBase::Stop() {
   const ScopedLock held(m_lifecycle);
-  if (!IsRunning()) return 0;
+  return IsRunning() ? StopRunning() : 0;
+}
+
+int WebServerBase::StopRunning() {
   const kova::UniqueWsaEvent shutdown(
       m_shutdownSignal.exchange(WSA_INVALID_EVENT));
   if (shutdown.IsValid()) ::WSASetEvent(shutdown.Get());
   const DWORD waited = ::WaitForSingleObject(m_acceptThread.Get(), kEndMs);
   const bool ended = waited != WAIT_TIMEOUT && waited != WAIT_FAILED;
-  if (!ended) {
-    ::TerminateThread(m_acceptThread.Get(), kKilledAcceptThread);
-    // Windows kills a thread asynchronously; what it uses is closed next.
-    ::WaitForSingleObject(m_acceptThread.Get(), kEndMs);
-    CloseListener();
-  }
+  if (!ended) KillAcceptThread();
   m_acceptThread.Reset();
   ReleaseClients();
   m_running = 0;
@@ -116,11 +114,21 @@ int WebServerBase::Stop() {
 void WebServerBase::JoinAcceptThread() {
   const ScopedLock held(m_lifecycle);
   if (!HasStrayAcceptThread()) return;
-  ::TerminateThread(m_acceptThread.Get(), kKilledAcceptThread);
-  ::WaitForSingleObject(m_acceptThread.Get(), kEndMs);
-  CloseListener();
+  // It may have begun to listen after all, and then ends as every other does.
+  if (IsRunning()) {
+    StopRunning();
+    return;
+  }
+  KillAcceptThread();
   ReleaseClients();
   m_running = 0;
+}
+
+void WebServerBase::KillAcceptThread() {
+  ::TerminateThread(m_acceptThread.Get(), kKilledAcceptThread);
+  // Windows kills a thread asynchronously; what it uses is closed next.
+  ::WaitForSingleObject(m_acceptThread.Get(), kEndMs);
+  CloseListener();
 }
 
 int WebServerBase::AddClient(SOCKET socket, const std::string& address,

@@ -96,6 +96,8 @@ class WebServerBase {
   int AwaitAcceptThread() KOVA_REQUIRES(m_lifecycle);
   void GiveUpStartedEvent() KOVA_REQUIRES(m_lifecycle);
   bool HasStrayAcceptThread() KOVA_REQUIRES(m_lifecycle);
+  int StopRunning() KOVA_REQUIRES(m_lifecycle);
+  void KillAcceptThread() KOVA_REQUIRES(m_lifecycle);
 
   // The accept thread's own steps.
   unsigned AcceptConnections();

@@ -196,6 +196,21 @@ TEST_F(LateAcceptThread, IsKilledWhenTheServerGoes) {
   EXPECT_TRUE(m_watch.ThreadEnds(0, kSoonMs));
 }
 
+TEST_F(LateAcceptThread, IsStoppedIfItListensByTheTimeTheServerGoes) {
+  Gate listening;
+  m_watch.Before(Call::kWait, [&](uint64_t) { listening.Pass(); });
+  EXPECT_EQ(Run(), 0);
+  m_watch.Before(Call::kAwaitEnd, [&](uint64_t) {
+    m_gate.Open();
+    EXPECT_TRUE(listening.SomebodyCame());
+    listening.Open();
+  });
+  m_watch.Fail(Call::kAwaitEnd, 0);
+  m_server.reset();
+  EXPECT_THAT(m_watch.Terminations(), IsEmpty());
+  EXPECT_TRUE(m_watch.ThreadEnds(0, kSoonMs));
+}
+
 // An accept thread that ignores the shutdown event.
 class StuckAcceptThread : public WebServerBaseTest {
  protected:
