@@ -21,7 +21,7 @@ bool IsThrown(DWORD code) {
 // A fault in an instruction that stands in the guarded block itself may not
 // reach the filter, because the compiler models calls only; hence the call
 // that cannot be inlined.
-__attribute__((noinline)) unsigned CallBody(GuardedBody body, void* argument) {
+__declspec(noinline) unsigned CallBody(GuardedBody body, void* argument) {
   return body(argument);
 }
 
