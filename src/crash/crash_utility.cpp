@@ -44,6 +44,8 @@ bool TryToHold(HANDLE mutex, const Crash& crash) {
     case WAIT_ABANDONED:
       return true;
     case WAIT_TIMEOUT:
+      // Deliberate: not waited for, although this thread may end the process
+      // before the other one's dump is complete.
       crash.Say(
           L"Not creating dump file on this thread.  "
           L"Another thread is already creating it.");
@@ -71,6 +73,7 @@ void LeaveDump(const std::wstring& path, const Crash& crash,
                            FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                            CREATE_ALWAYS, 0, nullptr));
   if (!file.IsValid()) {
+    // Deliberate: the text begins with a comma.
     crash.Say(L", Unable to create dump file.");
     return;
   }

@@ -9,6 +9,7 @@
 namespace kova {
 namespace {
 
+// Deliberate: the slashes stay as they are, in the log lines, too.
 constexpr wchar_t kDumpFolder[] = L"Corvane/Drivers/Dump";
 
 // 0x41
@@ -32,6 +33,8 @@ std::filesystem::path MakeDumpFolder() {
 std::wstring ChooseDumpFile() {
   const std::filesystem::path folder = MakeDumpFolder();
   std::wstring path;
+  // Deliberate: gaps are filled, and where every number is taken the last dump
+  // is overwritten.
   for (int number = 0; number < kDumpFileCount; ++number) {
     path = (folder / DumpFileName(number)).native();
     if (!Exists(path)) break;

@@ -78,6 +78,7 @@ void PrepareSourceOf(const tk::Logger& logger) {
   if (::RegCreateKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr,
                         REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS, nullptr,
                         key.Receive(), &disposition) != ERROR_SUCCESS) {
+    // Deliberate: the thread's last error, which registry calls do not set.
     const DWORD error = ::GetLastError();
     TellDebugger(error);
     return;
