@@ -42,6 +42,7 @@ unsigned ServeRestarts(void* argument) {
   auto& server = *static_cast<WebServerHTTP*>(argument);
   NetworkMonitorState& monitor = server.Monitor();
   for (;;) {
+    const bool ending = monitor.ending;
     switch (WaitForRequest(monitor)) {
       case Woken::kRestart:
         LogLine(LogChannel::DetailInfo, kRestartThread)
@@ -54,8 +55,9 @@ unsigned ServeRestarts(void* argument) {
         return 0;
       case Woken::kErrant:
         LogLine(LogChannel::Error, kRestartThread) << L"errant event triggered";
-        // A server whose events could not be made must still come to its end.
-        if (monitor.ending) return 0;
+        // A server whose events could not be made must still come to its end;
+        // one whose events work sees the shutdown event at the next wait.
+        if (ending) return 0;
         break;
     }
   }
