@@ -24,7 +24,6 @@ using kova::test::ExtensionPrinter;
 using kova::test::ImportPatch;
 using kova::test::TestExtension;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 std::mutex g_mutex;
 std::vector<std::wstring> g_loads;

@@ -32,9 +32,9 @@ class StorageSlot {
     if (m_index == FLS_OUT_OF_INDEXES) return std::make_shared<LogStorage>();
     auto* holder = static_cast<Holder*>(::FlsGetValue(m_index));
     if (holder != nullptr) return *holder;
-    auto fresh = std::make_unique<Holder>(std::make_shared<LogStorage>());
-    const Holder storage = *fresh;
-    if (::FlsSetValue(m_index, fresh.get())) (void)fresh.release();
+    const Holder storage = std::make_shared<LogStorage>();
+    holder = new Holder(storage);
+    if (!::FlsSetValue(m_index, holder)) delete holder;
     return storage;
   }
 

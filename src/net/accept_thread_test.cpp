@@ -4,14 +4,12 @@
 namespace {
 
 using kova::test::Call;
-using kova::test::CallWatch;
 using kova::test::Gate;
 using kova::test::kInfoMask;
 using kova::test::kSoonMs;
 using kova::test::LoopbackClient;
 using kova::test::ServerTest;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr DWORD kFailedExit = 4660;
 constexpr wchar_t kStarting[] =

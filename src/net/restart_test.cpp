@@ -7,7 +7,6 @@
 
 namespace {
 
-using kova::test::kInfoMask;
 using kova::test::kSoonMs;
 using kova::test::LoopbackClient;
 using kova::test::ServerTest;

@@ -37,7 +37,7 @@ class OccupiedPort {
                  reinterpret_cast<const char*>(&exclusive), sizeof(exclusive));
     sockaddr_in address = LoopbackClient::Loopback(0);
     int bytes = sizeof(address);
-    ::bind(m_socket.Get(), reinterpret_cast<sockaddr*>(&address), bytes);
+    (void)::bind(m_socket.Get(), reinterpret_cast<sockaddr*>(&address), bytes);
     ::listen(m_socket.Get(), 1);
     ::getsockname(m_socket.Get(), reinterpret_cast<sockaddr*>(&address),
                   &bytes);

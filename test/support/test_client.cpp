@@ -8,7 +8,7 @@
 namespace kova::test {
 namespace {
 
-constexpr size_t kPieceBytes = 64 * 1024;
+constexpr size_t kPieceBytes = size_t{64} * 1024;
 
 sockaddr_in Loopback(uint16_t port) {
   sockaddr_in address = {};

@@ -10,7 +10,7 @@ using kova::test::Pattern;
 using kova::test::RoutingFixture;
 using kova::test::TestClient;
 
-constexpr size_t kEightMiB = 8 * 1024 * 1024;
+constexpr size_t kEightMiB = size_t{8} * 1024 * 1024;
 
 class ConnectionTest : public RoutingFixture {
  protected:

@@ -73,7 +73,7 @@ bool AddWineDriver() {
 }
 
 std::wstring FindDriver() {
-  const std::wstring driver = PickDriver(InstalledDrivers());
+  std::wstring driver = PickDriver(InstalledDrivers());
   if (!driver.empty()) return driver;
   return AddWineDriver() ? kOwnDriverName : std::wstring();
 }

@@ -40,8 +40,8 @@ class TakenPort {
   TakenPort() : m_socket(::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP)) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    ::bind(m_socket.Get(), reinterpret_cast<sockaddr*>(&address),
-           sizeof(address));
+    (void)::bind(m_socket.Get(), reinterpret_cast<sockaddr*>(&address),
+                 sizeof(address));
     ::listen(m_socket.Get(), 5);
     int size = sizeof(address);
     ::getsockname(m_socket.Get(), reinterpret_cast<sockaddr*>(&address), &size);

@@ -20,7 +20,6 @@ using ::kova::ctl::LinePump;
 using ::kova::ctl::Output;
 using ::kova::ctl::test::CapturedOutput;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 
 class LinePumpTest : public ::testing::Test {
  protected:

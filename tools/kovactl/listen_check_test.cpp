@@ -7,7 +7,6 @@
 namespace {
 
 using ::kova::ctl::ExitCode;
-using ::kova::ctl::Failure;
 using ::kova::ctl::JudgeStart;
 using ::kova::ctl::ServerSettings;
 using ::testing::HasSubstr;
