@@ -19,7 +19,6 @@ namespace {
 constexpr DWORD kAnswerMs = 30000;
 constexpr DWORD kEndMs = 1000;
 constexpr DWORD kLookAgainMs = 100;
-constexpr DWORD kGateMs = 10000;
 constexpr std::chrono::seconds kBeginTime{10};
 
 int WSAAPI Startup(WORD version, LPWSADATA data);
@@ -450,27 +449,6 @@ DWORD CallWatch::ExitCode(size_t thread) const {
 std::vector<DWORD> CallWatch::Terminations() const {
   const Lock lock(g_state->mutex);
   return g_state->terminations;
-}
-
-Gate::Gate()
-    : m_open(::CreateEventW(nullptr, TRUE, FALSE, nullptr)),
-      m_came(::CreateEventW(nullptr, TRUE, FALSE, nullptr)) {}
-
-Gate::~Gate() {
-  ::CloseHandle(m_open);
-  ::CloseHandle(m_came);
-}
-
-void Gate::Pass() {
-  // In one call: a test may kill the thread as soon as it has come, and a
-  // thread that is killed outside a wait may hold anything.
-  ::SignalObjectAndWait(m_came, m_open, INFINITE, FALSE);
-}
-
-void Gate::Open() { ::SetEvent(m_open); }
-
-bool Gate::SomebodyCame() {
-  return ::WaitForSingleObject(m_came, kGateMs) == WAIT_OBJECT_0;
 }
 
 }  // namespace kova::test

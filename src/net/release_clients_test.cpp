@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include "net/server_fixture.h"
+#include "net/test_gate.h"
 #include "test/support/import_patch.h"
 
 namespace {

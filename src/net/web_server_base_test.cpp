@@ -2,6 +2,7 @@
 #include <cerrno>
 
 #include "net/server_fixture.h"
+#include "net/test_gate.h"
 
 namespace {
 
