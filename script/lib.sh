@@ -37,7 +37,8 @@ need_build_tools() {
     g++-mingw-w64-x86-64-posix
   need_packages "message compiler" binutils-mingw-w64-x86-64
   need_packages "build system" cmake ninja-build
-  need_packages "libraries of the tools and tests" googletest libcli11-dev
+  need_packages "libraries of the tools and tests" \
+    googletest libcli11-dev nlohmann-json3-dev
 }
 
 need_wine() {

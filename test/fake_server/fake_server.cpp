@@ -10,7 +10,7 @@
 #include <string>
 
 #include "base/handles.h"
-#include "tools/kovactl/server_settings.h"
+#include "tools/kovactl/common/server_settings.h"
 
 namespace {
 

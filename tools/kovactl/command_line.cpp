@@ -5,10 +5,10 @@
 #include <exception>
 #include <sstream>
 
-#include "exit_code.h"
-#include "output.h"
-#include "utf8.h"
-#include "verb_run.h"
+#include "common/exit_code.h"
+#include "common/output.h"
+#include "common/utf8.h"
+#include "run/verb_run.h"
 
 namespace kova::ctl {
 namespace {

@@ -6,9 +6,9 @@
 #include <string>
 
 #include "base/handles.h"
-#include "program_run.h"
-#include "saved_value.h"
-#include "server_settings.h"
+#include "common/program_run.h"
+#include "common/saved_value.h"
+#include "common/server_settings.h"
 
 namespace {
 

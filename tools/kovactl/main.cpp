@@ -6,7 +6,7 @@
 #include <shellapi.h>
 
 #include "command_line.h"
-#include "utf8.h"
+#include "common/utf8.h"
 
 // The narrow argument vector is in the ANSI code page, which cannot hold every
 // path; the wide command line can.

@@ -1,0 +1,49 @@
+// Carries lines from the threads that make them to the screen.
+#pragma once
+
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "common/output.h"
+
+namespace kova::ctl {
+
+// Shows lines in the order in which they come, on a thread of its own: a
+// console that stands still, because its user marks text, must not hold up the
+// server's threads. Any thread may push. The destructor shows what is left.
+class LinePump {
+ public:
+  // `output` must outlive the pump.
+  LinePump(const Output& output, bool color);
+  ~LinePump();
+
+  LinePump(const LinePump&) = delete;
+  LinePump& operator=(const LinePump&) = delete;
+
+  // A log line of the server.
+  void PushLine(std::wstring line);
+  // A message of this tool.
+  void PushNotice(std::wstring_view notice);
+
+  // The log lines of channel Error so far, in order.
+  [[nodiscard]] std::vector<std::wstring> ErrorLines() const;
+
+ private:
+  void Push(std::wstring styled);
+  void Show();
+
+  const Output& m_output;
+  const bool m_color;
+  mutable std::mutex m_mutex;
+  std::condition_variable m_changed;
+  std::deque<std::wstring> m_waiting;
+  std::vector<std::wstring> m_errors;
+  bool m_closing = false;
+  std::thread m_thread;
+};
+
+}  // namespace kova::ctl

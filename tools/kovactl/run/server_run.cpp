@@ -1,0 +1,116 @@
+#include "run/server_run.h"
+
+#include "common/saved_value.h"
+#include "common/server_settings.h"
+#include "run/debug_output_hook.h"
+#include "run/demo_printer.h"
+#include "run/line_pump.h"
+#include "run/listen_check.h"
+#include "run/server_library.h"
+#include "run/stop_signal.h"
+
+namespace kova::ctl {
+namespace {
+
+std::wstring LibraryPath(const RunOptions& options) {
+  return options.library.empty() ? ProgramFolder() + L"\\KOVAServer.dll"
+                                 : options.library;
+}
+
+std::wstring PackageFolder(const RunOptions& options) {
+  return options.package.empty() ? ProgramFolder() + L"\\sample-extension"
+                                 : FullPath(options.package);
+}
+
+std::optional<Failure> SetPort(SavedValue& portValue, uint32_t port) {
+  const LSTATUS status = portValue.Set(port);
+  if (status == ERROR_SUCCESS) return std::nullopt;
+  return SystemFailure(ExitCode::kInternalError,
+                       L"cannot set the server's port in the registry",
+                       static_cast<unsigned long>(status));
+}
+
+// Without it the run is less talkative, but still a run.
+void SetLogMask(SavedValue& maskValue, bool verbose, LinePump& pump) {
+  if (maskValue.Set(LogMaskForRun(ReadLogMask(), verbose)) != ERROR_SUCCESS) {
+    pump.PushNotice(
+        L"The log masks cannot be changed without administrator rights: only "
+        L"errors and warnings are shown.");
+  }
+}
+
+void TellWhatToTry(uint32_t port, LinePump& pump) {
+  const std::wstring url = L"http://127.0.0.1:" + std::to_wstring(port) + L"/";
+  pump.PushNotice(L"Try, in a browser or another terminal:");
+  pump.PushNotice(L"  " + url + L"?printer=Demo+Printer");
+  pump.PushNotice(L"  curl '" + url + L"?printer=Demo+Printer'");
+  pump.PushNotice(L"  curl -d text=hello '" + url + L"?share=demo'");
+}
+
+void TellThatItRuns(const RunOptions& options, uint32_t port, LinePump& pump) {
+  if (options.demo) TellWhatToTry(port, pump);
+  std::wstring until = L"Ctrl-C stops it.";
+  if (options.seconds) {
+    until = L"It stops after " + std::to_wstring(*options.seconds) +
+            L" s, or on Ctrl-C.";
+  }
+  pump.PushNotice(L"The server listens on port " + std::to_wstring(port) +
+                  L". " + until);
+}
+
+void StopTimed(const ServerLibrary& library, LinePump& pump) {
+  pump.PushNotice(L"Stopping ...");
+  const ULONGLONG start = ::GetTickCount64();
+  library.Stop();
+  pump.PushNotice(L"Stopped in " + std::to_wstring(::GetTickCount64() - start) +
+                  L" ms.");
+}
+
+// From start to stop, with everything prepared.
+std::optional<Failure> StartAndStop(const RunOptions& options,
+                                    const ServerLibrary& library,
+                                    const StopSignal& stop, LinePump& pump) {
+  const DebugOutputHook hook(library.Module(), pump);
+  if (!hook.IsInstalled()) {
+    pump.PushNotice(
+        L"This library's log lines cannot be shown: it does not "
+        L"import OutputDebugStringW.");
+  }
+  library.Start();
+  const ServerSettings settings = ReadServerSettings();
+  std::optional<Failure> failure =
+      JudgeStart(settings, pump.ErrorLines(),
+                 settings.tcpEnabled && AcceptsConnections(settings.port));
+  if (!failure) {
+    TellThatItRuns(options, settings.port, pump);
+    static_cast<void>(stop.Wait(options.seconds));
+  }
+  StopTimed(library, pump);
+  return failure;
+}
+
+}  // namespace
+
+// The order of the objects matters: what is put back, is put back when the
+// server has stopped, and a closing console waits for all of it.
+std::optional<Failure> RunServer(const RunOptions& options) {
+  const StopSignal stop;
+  SavedValue portValue(HKEY_LOCAL_MACHINE, SettingsKeyPath(), kPortValue);
+  SavedValue maskValue(HKEY_LOCAL_MACHINE, kLogMasksKeyPath, kServerLoggerName);
+  ServerLibrary library;
+  if (auto failure = library.Load(LibraryPath(options))) return failure;
+  if (options.demo) {
+    if (auto failure = EnsureDemoPrinter(PackageFolder(options))) {
+      return failure;
+    }
+  }
+  if (options.port) {
+    if (auto failure = SetPort(portValue, *options.port)) return failure;
+  }
+  const Output output(STD_OUTPUT_HANDLE);
+  LinePump pump(output, output.TakesColor(options.color));
+  SetLogMask(maskValue, options.verbose, pump);
+  return StartAndStop(options, library, stop, pump);
+}
+
+}  // namespace kova::ctl

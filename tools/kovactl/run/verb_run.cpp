@@ -1,0 +1,114 @@
+#include "run/verb_run.h"
+
+#include <memory>
+#include <string>
+
+#include "common/utf8.h"
+#include "common/verb.h"
+#include "run/server_run.h"
+
+namespace kova::ctl {
+namespace {
+
+constexpr uint32_t kMostSeconds = 24 * 60 * 60;
+
+constexpr char kExamples[] =
+    "Examples:\n"
+    "  kovactl run\n"
+    "      run the server beside this program until Ctrl-C\n"
+    "  kovactl run --demo --port 8080\n"
+    "      with a demonstration printer, on another port for this run\n"
+    "  kovactl run --demo --package .\\mine\n"
+    "      with your own extension, .\\mine\\Corvane_V3_NetMon.dll\n"
+    "  kovactl run --verbose --seconds 10 --color always > log.txt\n"
+    "      ten seconds of every log channel, coloured, into a file";
+
+struct ColorWord {
+  const char* word;
+  ColorMode mode;
+};
+
+constexpr ColorWord kColorWords[] = {
+    {"auto", ColorMode::kAuto},
+    {"always", ColorMode::kAlways},
+    {"never", ColorMode::kNever},
+};
+
+// The library would show the limits in the help text in its own notation.
+CLI::Validator Limits(uint32_t least, uint32_t most) {
+  return CLI::Range(least, most).description("");
+}
+
+// Fills `mode` from one of the words above.
+CLI::Validator ColorWords(ColorMode& mode) {
+  return CLI::Validator(
+      [&mode](std::string& text) {
+        for (const ColorWord& row : kColorWords) {
+          if (text != row.word) continue;
+          mode = row.mode;
+          return std::string();
+        }
+        return "\"" + text + "\" is not one of auto, always, never";
+      },
+      "");
+}
+
+// What the command line fills in, before it becomes RunOptions.
+struct Arguments {
+  RunOptions options;
+  std::string library;
+  std::string package;
+  std::string color;
+};
+
+void AddOptions(CLI::App& verb, Arguments& arguments) {
+  RunOptions& options = arguments.options;
+  verb.add_option("--dll", arguments.library,
+                  "The server's library (default: KOVAServer.dll beside this "
+                  "program)")
+      ->type_name("PATH");
+  verb.add_option("--seconds", options.seconds,
+                  "Stop after N seconds (default: run until Ctrl-C)")
+      ->type_name("N")
+      ->check(Limits(0, kMostSeconds));
+  CLI::Option* const demo = verb.add_flag(
+      "--demo", options.demo,
+      "Make the printer \"Demo Printer\", shared as \"demo\", which the sample "
+      "extension answers for; it stays installed");
+  verb.add_option("--package", arguments.package,
+                  "Let the extension library in this folder answer for the "
+                  "demonstration printer")
+      ->type_name("FOLDER")
+      ->needs(demo);
+  verb.add_option("--port", options.port,
+                  "Listen on port N in this run; the setting is put back "
+                  "afterwards")
+      ->type_name("N")
+      ->check(Limits(1, 65535));
+  verb.add_flag("--verbose", options.verbose, "Show every log channel");
+  verb.add_option("--color", arguments.color,
+                  "Colour the log: auto (on a terminal), always or never")
+      ->type_name("WHEN")
+      ->check(ColorWords(options.color));
+}
+
+void Run(Arguments& arguments) {
+  arguments.options.library = ToWide(arguments.library);
+  arguments.options.package = ToWide(arguments.package);
+  EndVerb(RunServer(arguments.options));
+}
+
+}  // namespace
+
+void AddRunVerb(CLI::App& app) {
+  CLI::App* const verb =
+      app.add_subcommand("run",
+                         "Run the server in this console and show its "
+                         "log");
+  const auto arguments = std::make_shared<Arguments>();
+  AddOptions(*verb, *arguments);
+  verb->footer(kExamples);
+  verb->callback([arguments] { Run(*arguments); });
+}
+
+}  // namespace kova::ctl
