@@ -4,7 +4,7 @@
 
 #include "base/handles.h"
 #include "base/windows_api.h"
-#include "run/server_library.h"
+#include "common/file_path.h"
 
 namespace kova::ctl::test {
 namespace {

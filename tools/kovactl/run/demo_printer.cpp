@@ -4,8 +4,8 @@
 #include <vector>
 
 #include "base/handles.h"
+#include "common/file_path.h"
 #include "kova/extension.h"
-#include "run/server_library.h"
 
 namespace kova::ctl {
 namespace {

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "base/windows_api.h"
-#include "run/server_library.h"
+#include "common/file_path.h"
 #include "test/support/import_patch.h"
 
 namespace {

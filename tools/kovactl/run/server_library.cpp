@@ -1,5 +1,7 @@
 #include "run/server_library.h"
 
+#include "common/file_path.h"
+
 namespace kova::ctl {
 namespace {
 
@@ -10,27 +12,6 @@ Function* Find(HMODULE module, const char* name) {
 }
 
 }  // namespace
-
-std::wstring ProgramFolder() {
-  wchar_t program[MAX_PATH * 4] = {};
-  ::GetModuleFileNameW(nullptr, program,
-                       static_cast<DWORD>(std::size(program)));
-  const std::wstring path = program;
-  return path.substr(0, path.find_last_of(L'\\'));
-}
-
-std::wstring FullPath(const std::wstring& path) {
-  wchar_t full[MAX_PATH * 4] = {};
-  const DWORD length = ::GetFullPathNameW(
-      path.c_str(), static_cast<DWORD>(std::size(full)), full, nullptr);
-  return length == 0 || length >= std::size(full) ? path : full;
-}
-
-bool FileExists(const std::wstring& path) {
-  const DWORD attributes = ::GetFileAttributesW(path.c_str());
-  return attributes != INVALID_FILE_ATTRIBUTES &&
-         (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
-}
 
 std::optional<Failure> ServerLibrary::Load(const std::wstring& path) {
   const std::wstring full = FullPath(path);

@@ -10,16 +10,6 @@
 
 namespace kova::ctl {
 
-// The folder this program lies in, without a trailing separator.
-std::wstring ProgramFolder();
-
-// `path` made absolute. A relative one counts from the current folder, as its
-// user means it; the loader and the spooler would look elsewhere.
-std::wstring FullPath(const std::wstring& path);
-
-// Whether `path` names a file (not a folder) that is there.
-bool FileExists(const std::wstring& path);
-
 // Owns the loaded library; unloads it when destroyed, which requires that the
 // server was stopped. One thread at a time.
 class ServerLibrary {

@@ -1,5 +1,6 @@
 #include "run/server_run.h"
 
+#include "common/file_path.h"
 #include "common/saved_value.h"
 #include "common/server_settings.h"
 #include "run/debug_output_hook.h"

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "common/captured_output.h"
-#include "run/server_library.h"
+#include "common/file_path.h"
 #include "test/support/import_patch.h"
 
 namespace {
