@@ -9,7 +9,7 @@ namespace {
 
 constexpr DWORD kVirtualTerminal = 0x0004;
 
-bool IsConsole(HANDLE handle) {
+bool HasConsole(HANDLE handle) {
   DWORD mode = 0;
   return ::GetConsoleMode(handle, &mode) != FALSE;
 }
@@ -31,7 +31,7 @@ void WriteBytes(HANDLE handle, std::string_view bytes) {
 
 Output::Output(DWORD standardHandle)
     : m_handle(::GetStdHandle(standardHandle)),
-      m_isConsole(IsConsole(m_handle)) {}
+      m_isConsole(HasConsole(m_handle)) {}
 
 void Output::Write(std::wstring_view text) const {
   if (m_isConsole) {

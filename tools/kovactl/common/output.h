@@ -23,6 +23,9 @@ class Output {
   // can be made to understand them. Switches the console over if needed.
   [[nodiscard]] bool TakesColor(ColorMode mode) const;
 
+  // Whether somebody reads the texts as they come.
+  [[nodiscard]] bool IsConsole() const { return m_isConsole; }
+
  private:
   const HANDLE m_handle;  // weak
   const bool m_isConsole;

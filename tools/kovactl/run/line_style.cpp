@@ -1,5 +1,7 @@
 #include "run/line_style.h"
 
+#include "common/plain_text.h"
+
 namespace kova::ctl {
 namespace {
 
@@ -32,23 +34,6 @@ std::wstring_view ColorOf(std::wstring_view word) {
     if (row.channel == word) return row.sequence;
   }
   return IsLetteredChannel(word) ? kLetteredColor : std::wstring_view();
-}
-
-bool IsControl(wchar_t c) { return c < 0x20 || (c >= 0x7F && c < 0xA0); }
-
-// `text` without its last line ends, further lines indented by `indent`.
-std::wstring Harmless(std::wstring_view text, size_t indent) {
-  const size_t last = text.find_last_not_of(L"\r\n");
-  text = last == std::wstring_view::npos ? L"" : text.substr(0, last + 1);
-  std::wstring shown;
-  for (const wchar_t c : text) {
-    if (c == L'\n') {
-      shown.append(1, L'\n').append(indent, L' ');
-    } else if (c != L'\r') {
-      shown += c == L'\t' ? L' ' : IsControl(c) ? L'\xFFFD' : c;
-    }
-  }
-  return shown;
 }
 
 }  // namespace
