@@ -1,9 +1,9 @@
 #include "log/event_log_sink.h"
 
 #include <mutex>
-#include <sstream>
 
 #include "base/handles.h"
+#include "base/text_append.h"
 #include "log/event_source.h"
 
 namespace kova {
@@ -64,10 +64,11 @@ void ReportToEventLog(HANDLE source, tk::Logger* logger, tk::LogChannel channel,
 }
 
 void TellDebugger(DWORD error) {
-  std::wostringstream text;
-  text << L"WinEventLogSink(...) - RegCreateKeyEx(...) failed with error "
-       << std::hex << error << L"\n";
-  ::OutputDebugStringW(text.str().c_str());
+  std::wstring text =
+      L"WinEventLogSink(...) - RegCreateKeyEx(...) failed with error ";
+  AppendHex(text, error);
+  text += L'\n';
+  ::OutputDebugStringW(text.c_str());
 }
 
 void PrepareSourceOf(const tk::Logger& logger) {

@@ -2,17 +2,6 @@
 
 namespace kova {
 
-std::wostream& operator<<(std::wostream& stream, Hex number) {
-  wchar_t digits[16];
-  wchar_t* const end = digits + 16;
-  wchar_t* first = end;
-  do {
-    *--first = L"0123456789abcdef"[number.value & 0xF];
-    number.value >>= 4;
-  } while (number.value != 0);
-  return stream.write(first, end - first);
-}
-
 LogLine::LogLine(const std::shared_ptr<tk::Logger>& logger,
                  tk::LogChannel channel, const char* method)
     : m_channel(channel) {
@@ -30,11 +19,11 @@ void LogLine::Begin(tk::Logger* logger, const char* method) {
 void LogLine::Write() {
   tk::Logger* const logger = m_text->logger;
   if (m_channel == tk::LogChannel::Error) {
-    logger->Error(m_text->stream.str());
+    logger->Error(m_text->text);
   } else if (m_channel == tk::LogChannel::Warning) {
-    logger->Warning(m_text->stream.str());
+    logger->Warning(m_text->text);
   } else {
-    logger->Log(m_channel, m_text->stream.str());
+    logger->Log(m_channel, m_text->text);
   }
 }
 

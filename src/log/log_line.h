@@ -1,13 +1,15 @@
 // Composes one log line and writes it.
 #pragma once
 
+#include <concepts>
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <ostream>
-#include <sstream>
+#include <string>
+#include <string_view>
 
 #include "base/last_error_keeper.h"
+#include "base/text_append.h"
 #include "log/log_channel.h"
 #include "log/logger.h"
 #include "log/server_logger.h"
@@ -19,7 +21,6 @@ struct Hex {
   explicit Hex(uint64_t number) : value(number) {}
   uint64_t value;
 };
-std::wostream& operator<<(std::wostream& stream, Hex number);
 
 // One log line under construction: "<method>: " and whatever is streamed into
 // it, written when it goes out of scope. Used as one statement:
@@ -76,12 +77,12 @@ class LogLine {
   struct Text {
     explicit Text(tk::Logger* target) : logger(target) {}
 
-    // First, so that it outlasts the stream.
+    // First, so that it outlasts the text.
     LastErrorKeeper keeper;
     tk::Logger* const logger;
     // What keeps the logger alive, if something must.
     std::shared_ptr<tk::Logger> owner;
-    std::wostringstream stream;
+    std::wstring text;
   };
 
   template <typename Character>
@@ -94,7 +95,28 @@ class LogLine {
   template <typename T>
   void Add(const T& value) {
     const LastErrorKeeper keeper;
-    m_text->stream << value;
+    Append(m_text->text, value);
+  }
+  static void Append(std::wstring& text, std::wstring_view value) {
+    text += value;
+  }
+  static void Append(std::wstring& text, const char* value) {
+    AppendNarrow(text, value);
+  }
+  static void Append(std::wstring& text, Hex number) {
+    AppendHex(text, number.value);
+  }
+  static void Append(std::wstring& text, wchar_t character) {
+    text += character;
+  }
+  static void Append(std::wstring& text, char character) {
+    AppendNarrow(text, std::string_view(&character, 1));
+  }
+  static void Append(std::wstring& text, std::signed_integral auto number) {
+    AppendDecimal(text, int64_t{number});
+  }
+  static void Append(std::wstring& text, std::unsigned_integral auto number) {
+    AppendDecimal(text, uint64_t{number});
   }
 
   void Begin(tk::Logger* logger, const char* method);

@@ -44,6 +44,11 @@ class StorageSlot {
   const DWORD m_index;
 };
 
+// Made when the library is loaded. Not a local static: this runtime guards the
+// first use of one with a record of the calling thread, two handles and a
+// slot of thread-local storage, which a host that unloads the library keeps.
+StorageSlot g_slot;
+
 }  // namespace
 
 LogStorage::LogStorage()
@@ -52,8 +57,7 @@ LogStorage::LogStorage()
       m_formatterFactories{&kova::MakeChannelFormatter} {}
 
 std::shared_ptr<LogStorage> LogStorage::OfThisThread() {
-  static StorageSlot slot;
-  return slot.Get();
+  return g_slot.Get();
 }
 
 }  // namespace tk
