@@ -1,0 +1,157 @@
+#include "test/failing_calls/scenario.h"
+
+#include <algorithm>
+
+#include "test/support/bad_request.h"
+#include "test/support/process_counts.h"
+#include "test/support/test_client.h"
+
+namespace kova::test {
+namespace {
+
+// A client that waits for something that a failed call has swallowed gives up
+// soon; one that waits while nothing has failed yet has all the time.
+constexpr DWORD kSwallowedMs = 700;
+constexpr DWORD kRestartMs = 3000;
+constexpr uint32_t kLargeBytes = 700000;
+// The waits of the library that a test cannot wait out are scaled down.
+constexpr DWORD kAnswerMs = 30000;
+constexpr DWORD kShortAnswerMs = 300;
+constexpr wchar_t kRestarting[] =
+    L"Info NetworkMonitor::ServerRestart: Restarting KOVA server...";
+
+void WINAPI ShortSleep(DWORD) { ::SleepEx(5, FALSE); }
+
+decltype(&::WaitForSingleObject) g_wait = nullptr;
+
+DWORD WINAPI ShortWait(HANDLE handle, DWORD timeoutMs) {
+  return g_wait(handle, timeoutMs == kAnswerMs ? kShortAnswerMs : timeoutMs);
+}
+
+std::string Request(const std::string& actions) {
+  return "GET /?printer=KOVA+failing&act=" + actions + " HTTP/1.1\r\n\r\n";
+}
+
+std::string Pattern(size_t count) {
+  std::string bytes(count, '\0');
+  for (size_t i = 0; i < count; ++i) bytes[i] = static_cast<char>('a' + i % 26);
+  return bytes;
+}
+
+bool IsTrouble(const std::wstring& line) {
+  return line.starts_with(L"Error ") || line.starts_with(L"Warning ");
+}
+
+}  // namespace
+
+// One loaded library, from its load to its unloading.
+class Scenario::Life {
+ public:
+  explicit Life(const FailingCall& failing)
+      : m_thunks(m_server.Module(), failing),
+        m_sleep(m_server.Module(), "Sleep", &ShortSleep),
+        m_wait(m_server.Module(), "WaitForSingleObject", &ShortWait) {
+    g_wait = m_wait.Original();
+  }
+
+  void Live(Outcome& outcome) {
+    const uint64_t startMs = ::GetTickCount64();
+    m_server.Start();
+    outcome.refused = Ask("GET / HTTP/1.1\r\n\r\n", BadRequest());
+    outcome.routed = Ask(Request("bytes-1000"), Pattern(1000));
+    const std::string large = "bytes-" + std::to_string(kLargeBytes);
+    outcome.large = Ask(Request(large), Pattern(kLargeBytes));
+    Restart();
+    outcome.afterRestart = Ask(Request("bytes-2000"), Pattern(2000));
+    m_server.Stop();
+    outcome.elapsedMs = ::GetTickCount64() - startMs;
+    outcome.failed = m_thunks.HasFailed();
+    outcome.troubles = m_capture.Take();
+    std::erase_if(outcome.troubles,
+                  [](const std::wstring& line) { return !IsTrouble(line); });
+  }
+
+  bool ServesAgain() {
+    m_thunks.LetAllSucceed();
+    m_server.UsePort(FreePort());
+    m_server.Start();
+    const Got got = Ask("GET / HTTP/1.1\r\n\r\n", BadRequest());
+    m_server.Stop();
+    return got == Got::kAnswer;
+  }
+
+  std::vector<std::pair<std::string, uint32_t>> Calls() const {
+    std::vector<std::pair<std::string, uint32_t>> calls;
+    for (const std::string& name : ImportNames(m_server.Module())) {
+      calls.emplace_back(name, m_thunks.Calls(name));
+    }
+    return calls;
+  }
+
+ private:
+  Got Ask(const std::string& request, const std::string& answer) {
+    TestClient client(m_server.Port());
+    if (!client.IsConnected() || !client.Send(request)) return Got::kNothing;
+    std::string got = client.ReceiveAll(kSwallowedMs);
+    if (!client.ClosedByPeer() && !m_thunks.HasFailed()) {
+      got += client.ReceiveAll();
+    }
+    return Judge(MaskDate(got), answer, client.ClosedByPeer());
+  }
+
+  static Got Judge(const std::string& got, const std::string& answer,
+                   bool closed) {
+    if (got == answer) return closed ? Got::kAnswer : Got::kSilence;
+    if (got == BadRequest()) return Got::kOwn400;
+    if (!answer.starts_with(got)) return Got::kOther;
+    if (!closed) return Got::kSilence;
+    return got.empty() ? Got::kNothing : Got::kCut;
+  }
+
+  // Has the extension ask for a restart, and waits until the new listener
+  // takes connections, or cannot any more.
+  void Restart() {
+    TestClient client(m_server.Port());
+    if (!client.IsConnected() || !client.Send(Request("restart"))) return;
+    if (!m_capture.WaitFor(kRestarting, kRestartMs)) return;
+    const uint64_t deadlineMs = ::GetTickCount64() + kRestartMs;
+    (void)client.ReceiveAll(kRestartMs);
+    while (!m_server.IsListening() && ::GetTickCount64() < deadlineMs) {
+      ::SleepEx(1, FALSE);
+    }
+  }
+
+  ServerFixture m_server;
+  CallThunks m_thunks;
+  ImportPatch<decltype(::Sleep)> m_sleep;
+  ImportPatch<decltype(::WaitForSingleObject)> m_wait;
+  LogCapture m_capture{m_server.Module()};
+};
+
+Scenario::Scenario() { m_printer.SetDriverPackage(m_extension.Folder()); }
+
+bool Scenario::IsReady() const {
+  return m_extension.IsLoaded() && m_printer.IsInstalled();
+}
+
+Outcome Scenario::Run(const FailingCall& failing) {
+  Outcome outcome;
+  m_extension.Forget();
+  const size_t threads = CountThreads();
+  const size_t handles = CountHandles();
+  {
+    Life life(failing);
+    life.Live(outcome);
+    m_calls = life.Calls();
+    outcome.servesAgain = life.ServesAgain();
+  }
+  outcome.unloaded = ::GetModuleHandleW(L"KOVAServer.dll") == nullptr;
+  outcome.threadsLeft =
+      static_cast<int>(CountThreads()) - static_cast<int>(threads);
+  outcome.handlesLeft =
+      static_cast<int>(CountHandles()) - static_cast<int>(handles);
+  outcome.responsesLeft = m_extension.Record().live;
+  return outcome;
+}
+
+}  // namespace kova::test
