@@ -1,5 +1,7 @@
 # The few target shapes this project has: a room (static library), a room's
-# unit tests (one program), and an image (DLL or EXE) with its symbols.
+# unit tests (one program), and an image (DLL or EXE) with its symbols and its
+# version. Folders that can be built alone, too, are projects of their own: no
+# path here may depend on which project calls.
 
 set(KOVA_BIN ${PROJECT_BINARY_DIR}/bin)
 set(KOVA_TEST_BIN ${PROJECT_BINARY_DIR}/test-bin)
@@ -22,14 +24,14 @@ function(kova_compile_options target)
   target_compile_options(${target} PRIVATE
     -Wall -Wextra -Werror -Wthread-safety)
   target_include_directories(${target} PUBLIC
-    ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/include)
+    ${KOVAServer_SOURCE_DIR}/src ${KOVAServer_SOURCE_DIR}/include)
   if(WIN32)
     target_compile_options(${target} PRIVATE -fms-extensions -g -gcodeview)
     target_compile_definitions(${target} PRIVATE
       UNICODE _UNICODE _WIN32_WINNT=0x0601 WINVER=0x0601)
   else()
     target_include_directories(${target} BEFORE PUBLIC
-      ${PROJECT_SOURCE_DIR}/test/native)
+      ${KOVAServer_SOURCE_DIR}/test/native)
     target_compile_options(${target} PRIVATE
       -g -fno-omit-frame-pointer -fsanitize=${KOVA_SANITIZERS}
       -fno-sanitize-recover=all)
@@ -57,7 +59,7 @@ function(kova_tests program)
   cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
   add_executable(${program} ${ARG_SOURCES})
   kova_compile_options(${program})
-  target_include_directories(${program} PRIVATE ${PROJECT_SOURCE_DIR})
+  target_include_directories(${program} PRIVATE ${KOVAServer_SOURCE_DIR})
   target_link_libraries(${program} PRIVATE
     ${ARG_LINK} GTest::gmock_main)
   kova_image_symbols(${program})
@@ -76,4 +78,15 @@ function(kova_image_symbols target)
       -Wl,--pdb=${KOVA_SYMBOLS}/${target}.pdb
       -Wl,-Xlink=/pdbaltpath:${target}.pdb)
   endif()
+endfunction()
+
+# kova_version_resource(<target> TYPE VFT_APP|VFT_DLL FILE <name>
+#   DESCRIPTION <text>)
+# Gives an image the version that the explorer and installers read.
+function(kova_version_resource target)
+  cmake_parse_arguments(ARG "" "TYPE;FILE;DESCRIPTION" "" ${ARGN})
+  configure_file(${KOVAServer_SOURCE_DIR}/cmake/version.rc.in
+    ${CMAKE_CURRENT_BINARY_DIR}/${target}_version.rc @ONLY)
+  target_sources(${target} PRIVATE
+    ${CMAKE_CURRENT_BINARY_DIR}/${target}_version.rc)
 endfunction()

@@ -24,11 +24,14 @@ random_free_port() {
   echo "$port"
 }
 
-# start_server PORT: 0 once the server listens, else kovactl's exit code.
+# start_server PORT [OPTION...]: 0 once the server listens, else kovactl's exit
+# code.
 start_server() {
+  local port=$1
+  shift
   : >"$check_log"
-  wine "$KOVA_BUILD/bin/kovactl.exe" run --demo --verbose --port "$1" \
-    --seconds 300 </dev/null >"$check_log" 2>&1 &
+  wine "$KOVA_BUILD/bin/kovactl.exe" run --demo --verbose --port "$port" \
+    --seconds 300 "$@" </dev/null >"$check_log" 2>&1 &
   check_server=$!
   while kill -0 "$check_server" 2>/dev/null; do
     ! grep -q '^The server listens' "$check_log" || return 0
@@ -40,12 +43,14 @@ start_server() {
   return "$code"
 }
 
+# start_on_free_port [OPTION...]: further options of "kovactl run".
+# shellcheck disable=SC2120
 start_on_free_port() {
   local attempt code
   for attempt in 1 2 3 4 5; do
     check_port=$(random_free_port)
     code=0
-    start_server "$check_port" || code=$?
+    start_server "$check_port" "$@" || code=$?
     [ "$code" -ne 0 ] || return 0
     # 5: another program took the port meanwhile.
     [ "$code" -eq 5 ] ||
