@@ -9,9 +9,6 @@
 namespace kova {
 namespace {
 
-// Deliberate: the slashes stay as they are, in the log lines, too.
-constexpr wchar_t kDumpFolder[] = L"Corvane/Drivers/Dump";
-
 // 0x41
 constexpr MINIDUMP_TYPE kContents = static_cast<MINIDUMP_TYPE>(
     MiniDumpWithDataSegs | MiniDumpWithIndirectlyReferencedMemory);

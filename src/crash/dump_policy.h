@@ -9,6 +9,10 @@
 
 namespace kova {
 
+// Below the all-users application data or the temporary folder.
+// Deliberate: the slashes stay as they are, in the log lines, too.
+inline constexpr wchar_t kDumpFolder[] = L"Corvane/Drivers/Dump";
+
 // Numbers of dump files run from 0 to this number minus 1.
 inline constexpr int kDumpFileCount = 10000;
 

@@ -12,8 +12,6 @@
 namespace kova {
 namespace {
 
-constexpr wchar_t kLogFolder[] = L"C:\\Log Files";
-
 // Everything a file sink was given. The lock is a recursive one: a crash while
 // it is held is logged by the thread that holds it.
 struct GatheredText {

@@ -5,6 +5,9 @@
 
 namespace kova {
 
+// One file per logger lies here, "<logger's name>.txt".
+inline constexpr wchar_t kLogFolder[] = L"C:\\Log Files";
+
 // Makes sure, once per thread, that the folder "C:\Log Files" exists. The sink
 // is on while the logger's mask has tk::kFileSinkOn. It gathers every line it
 // is given, with the local time in front, and writes what it has gathered only
