@@ -1,0 +1,65 @@
+#include "logs/dump_folders.h"
+
+#include <algorithm>
+
+#include "base/handles.h"
+#include "crash/dump_policy.h"
+#include "registry/common_folders.h"
+
+namespace kova::ctl {
+namespace {
+
+struct FindTraits {
+  using Value = HANDLE;
+  static Value None() { return INVALID_HANDLE_VALUE; }
+  static void Close(Value value) { ::FindClose(value); }
+};
+
+uint64_t Joined(DWORD high, DWORD low) {
+  return (static_cast<uint64_t>(high) << 32) | low;
+}
+
+DumpFile Described(const std::wstring& folder, const WIN32_FIND_DATAW& found) {
+  return {folder + L"\\" + found.cFileName,
+          Joined(found.nFileSizeHigh, found.nFileSizeLow),
+          Joined(found.ftLastWriteTime.dwHighDateTime,
+                 found.ftLastWriteTime.dwLowDateTime)};
+}
+
+}  // namespace
+
+std::vector<std::wstring> DumpFolders() {
+  std::wstring below = kDumpFolder;
+  std::ranges::replace(below, L'/', L'\\');
+  std::vector<std::wstring> folders;
+  for (std::wstring base : {GetCommonAppDataFolder(), GetTempFolder()}) {
+    base.erase(base.find_last_not_of(L'\\') + 1);
+    if (!base.empty()) folders.push_back(base + L"\\" + below);
+  }
+  return folders;
+}
+
+unsigned long ListDumps(const std::wstring& folder,
+                        std::vector<DumpFile>& dumps) {
+  WIN32_FIND_DATAW found{};
+  const UniqueHandle<FindTraits> search(
+      ::FindFirstFileW((folder + L"\\*.dmp").c_str(), &found));
+  if (!search.IsValid()) {
+    const DWORD error = ::GetLastError();
+    const bool isMissing =
+        error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+    return isMissing ? ERROR_SUCCESS : error;
+  }
+  const size_t first = dumps.size();
+  do {
+    if ((found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) continue;
+    dumps.push_back(Described(folder, found));
+  } while (::FindNextFileW(search.Get(), &found));
+  std::sort(dumps.begin() + static_cast<ptrdiff_t>(first), dumps.end(),
+            [](const DumpFile& left, const DumpFile& right) {
+              return left.path < right.path;
+            });
+  return ERROR_SUCCESS;
+}
+
+}  // namespace kova::ctl

@@ -1,0 +1,198 @@
+#include "logs/log_mask.h"
+
+#include <algorithm>
+#include <numeric>
+
+#include "common/server_settings.h"
+#include "log/log_channel.h"
+
+namespace kova::ctl {
+namespace {
+
+constexpr uint32_t kLetteredChannels = 0x0000FFFF;
+constexpr uint32_t kAlwaysInDebugger =
+    tk::Bits(tk::LogChannel::Error) | tk::Bits(tk::LogChannel::Warning);
+
+struct SpecialWord {
+  const wchar_t* word;
+  uint32_t (*bits)();
+};
+
+constexpr SpecialWord kSpecialWords[] = {
+    {L"all", [] { return AllChannels(); }},
+    {L"none", [] { return uint32_t{0}; }},
+    {L"default", [] { return kDefaultLogMask; }},
+};
+
+// The high bits are the grave channels; the letters count up from bit 0.
+bool IsGraver(const MaskBit& left, const MaskBit& right) {
+  const bool leftIsLettered = (left.bit & kLetteredChannels) != 0;
+  const bool rightIsLettered = (right.bit & kLetteredChannels) != 0;
+  if (leftIsLettered != rightIsLettered) return rightIsLettered;
+  return leftIsLettered ? left.bit < right.bit : left.bit > right.bit;
+}
+
+std::vector<MaskBit> MakeMaskBits() {
+  std::vector<MaskBit> bits;
+  for (const auto& [channel, name] : tk::ChannelNames) {
+    bits.push_back({name, tk::Bits(channel), false});
+  }
+  std::ranges::sort(bits, IsGraver);
+  bits.push_back({kDebuggerSwitch, tk::kDebuggerShowsAll, true});
+  bits.push_back({kFileSwitch, tk::kFileSinkOn, true});
+  return bits;
+}
+
+wchar_t Folded(wchar_t c) { return c >= L'A' && c <= L'Z' ? c | 0x20 : c; }
+
+bool SameWord(std::wstring_view left, std::wstring_view right) {
+  return std::ranges::equal(left, right, {}, Folded, Folded);
+}
+
+std::optional<uint32_t> ParseHex(std::wstring_view word) {
+  constexpr size_t kMostDigits = 8;
+  if (word.size() < 3 || word.size() > 2 + kMostDigits ||
+      !SameWord(word.substr(0, 2), L"0x")) {
+    return std::nullopt;
+  }
+  uint32_t number = 0;
+  for (const wchar_t c : word.substr(2)) {
+    const size_t digit = std::wstring_view(L"0123456789abcdef").find(Folded(c));
+    if (digit == std::wstring_view::npos) return std::nullopt;
+    number = number * 16 + static_cast<uint32_t>(digit);
+  }
+  return number;
+}
+
+std::vector<std::wstring> NamesOf(uint32_t mask, bool switches) {
+  std::vector<std::wstring> names;
+  for (const MaskBit& row : MaskBits()) {
+    if (row.isSwitch == switches && (mask & row.bit) != 0) {
+      names.push_back(row.name);
+    }
+  }
+  return names;
+}
+
+void AppendWord(std::wstring& text, const std::wstring& word) {
+  if (!text.empty()) text += L' ';
+  text += word;
+}
+
+// The lettered channels of `mask` from the row `first` on, as long as there is
+// no gap; `first` becomes the row after them.
+std::wstring LetterRun(uint32_t mask, size_t& first) {
+  const std::vector<MaskBit>& bits = MaskBits();
+  const std::wstring begin = bits[first].name;
+  size_t last = first;
+  while (last + 1 < bits.size() &&
+         (bits[last + 1].bit & mask & kLetteredChannels) != 0) {
+    ++last;
+  }
+  const bool isRun = last > first;
+  const std::wstring end = isRun ? L"-" + bits[last].name.substr(10) : L"";
+  first = last + 1;
+  return begin + end;
+}
+
+}  // namespace
+
+const std::vector<MaskBit>& MaskBits() {
+  static const std::vector<MaskBit> bits = MakeMaskBits();
+  return bits;
+}
+
+uint32_t AllChannels() {
+  uint32_t all = 0;
+  for (const MaskBit& row : MaskBits()) all |= row.isSwitch ? 0 : row.bit;
+  return all;
+}
+
+std::wstring HexMask(uint32_t mask) {
+  std::wstring text = L"0x00000000";
+  for (size_t at = text.size(); mask != 0; mask >>= 4) {
+    text[--at] = L"0123456789ABCDEF"[mask & 0xF];
+  }
+  return text;
+}
+
+std::vector<std::wstring> ChannelsOf(uint32_t mask) {
+  return NamesOf(mask, false);
+}
+
+std::vector<std::wstring> SwitchesOf(uint32_t mask) {
+  return NamesOf(mask, true);
+}
+
+uint32_t NamelessBits(uint32_t mask) {
+  return mask & ~(AllChannels() | tk::kDebuggerShowsAll | tk::kFileSinkOn);
+}
+
+std::wstring MaskText(uint32_t mask) {
+  std::wstring text;
+  const std::vector<MaskBit>& bits = MaskBits();
+  for (size_t row = 0; row < bits.size();) {
+    if ((mask & bits[row].bit) == 0) {
+      ++row;
+    } else if ((bits[row].bit & kLetteredChannels) != 0) {
+      AppendWord(text, LetterRun(mask, row));
+    } else {
+      AppendWord(text, bits[row++].name);
+    }
+  }
+  if (NamelessBits(mask) != 0) AppendWord(text, HexMask(NamelessBits(mask)));
+  return text.empty() ? L"nothing" : text;
+}
+
+uint32_t ReachingEventLog(uint32_t mask) { return mask & AllChannels(); }
+
+uint32_t ReachingDebugger(uint32_t mask) {
+  const bool showsAll = (mask & tk::kDebuggerShowsAll) != 0;
+  return mask & (showsAll ? AllChannels() : kAlwaysInDebugger);
+}
+
+uint32_t ReachingFile(uint32_t mask) {
+  return (mask & tk::kFileSinkOn) != 0 ? mask & AllChannels() : 0;
+}
+
+std::optional<uint32_t> ParseMaskWord(std::wstring_view word) {
+  for (const MaskBit& row : MaskBits()) {
+    if (SameWord(word, row.name)) return row.bit;
+  }
+  for (const SpecialWord& row : kSpecialWords) {
+    if (SameWord(word, row.word)) return row.bits();
+  }
+  return ParseHex(word);
+}
+
+std::wstring NearestMaskWord(std::wstring_view word) {
+  std::wstring nearest;
+  size_t least = SIZE_MAX;
+  const auto consider = [&](const std::wstring& candidate) {
+    const size_t distance = WordDistance(word, candidate);
+    if (distance >= least) return;
+    least = distance;
+    nearest = candidate;
+  };
+  for (const MaskBit& row : MaskBits()) consider(row.name);
+  for (const SpecialWord& row : kSpecialWords) consider(row.word);
+  return nearest;
+}
+
+size_t WordDistance(std::wstring_view left, std::wstring_view right) {
+  std::vector<size_t> row(right.size() + 1);
+  std::iota(row.begin(), row.end(), size_t{0});
+  for (size_t i = 0; i < left.size(); ++i) {
+    size_t diagonal = row[0];
+    row[0] = i + 1;
+    for (size_t j = 0; j < right.size(); ++j) {
+      const size_t replaced =
+          diagonal + (Folded(left[i]) == Folded(right[j]) ? 0 : 1);
+      diagonal = row[j + 1];
+      row[j + 1] = std::min({replaced, row[j] + 1, diagonal + 1});
+    }
+  }
+  return row.back();
+}
+
+}  // namespace kova::ctl
