@@ -5,6 +5,7 @@
 #include <exception>
 #include <sstream>
 
+#include "admin/verb_settings.h"
 #include "common/exit_code.h"
 #include "common/output.h"
 #include "common/utf8.h"
@@ -26,6 +27,7 @@ void AddEverything(CLI::App& app) {
   app.require_subcommand(0, 1);
   app.footer(&Footer);
   AddRunVerb(app);
+  AddSettingsVerb(app);
 }
 
 // Which verb's help to point to after a mistake.

@@ -27,6 +27,20 @@ LSTATUS ReadValueState(HKEY key, const wchar_t* name, ValueState& state) {
   return ERROR_SUCCESS;
 }
 
+LSTATUS WriteValueState(HKEY key, const wchar_t* name,
+                        const ValueState& state) {
+  if (!state.present) {
+    const LSTATUS status = ::RegDeleteValueW(key, name);
+    return status == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : status;
+  }
+  // The registry looks for a text's zero behind the given bytes, too, and would
+  // store it: what lies there must be ours, and no zero.
+  std::vector<uint8_t> data = state.data;
+  data.insert(data.end(), 2 * sizeof(wchar_t), 0xFF);
+  return ::RegSetValueExW(key, name, 0, state.type, data.data(),
+                          static_cast<DWORD>(state.data.size()));
+}
+
 SavedValue::SavedValue(HKEY root, std::wstring keyPath, std::wstring valueName)
     : m_root(root),
       m_keyPath(std::move(keyPath)),
@@ -34,13 +48,8 @@ SavedValue::SavedValue(HKEY root, std::wstring keyPath, std::wstring valueName)
 
 SavedValue::~SavedValue() {
   if (!m_key.IsValid()) return;
-  if (m_before.present) {
-    ::RegSetValueExW(m_key.Get(), m_valueName.c_str(), 0, m_before.type,
-                     m_before.data.data(),
-                     static_cast<DWORD>(m_before.data.size()));
-  } else {
-    ::RegDeleteValueW(m_key.Get(), m_valueName.c_str());
-  }
+  static_cast<void>(
+      WriteValueState(m_key.Get(), m_valueName.c_str(), m_before));
 }
 
 LSTATUS SavedValue::Set(DWORD number) {

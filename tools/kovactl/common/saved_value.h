@@ -24,6 +24,11 @@ struct ValueState {
 [[nodiscard]] LSTATUS ReadValueState(HKEY key, const wchar_t* name,
                                      ValueState& state);
 
+// Writes exactly what `state` holds, or deletes the value if it is absent; one
+// that is absent already is a success. Returns the error code.
+[[nodiscard]] LSTATUS WriteValueState(HKEY key, const wchar_t* name,
+                                      const ValueState& state);
+
 // Sets a value and, when destroyed, puts back exactly what was there: type,
 // bytes and size, or its absence. A key that had to be created stays.
 class SavedValue {

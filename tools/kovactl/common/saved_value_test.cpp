@@ -15,6 +15,7 @@ using ::kova::UniqueRegistryKey;
 using ::kova::ctl::ReadValueState;
 using ::kova::ctl::SavedValue;
 using ::kova::ctl::ValueState;
+using ::kova::ctl::WriteValueState;
 using ::kova::test::ImportPatch;
 
 constexpr wchar_t kKeyPath[] = L"Software\\KovaTest\\SavedValue";
@@ -82,6 +83,19 @@ TEST_F(SavedValueTest, PutsBackWhateverTypeAndSizeTheValueHad) {
       EXPECT_EQ(Now(), before) << "type " << type << ", " << bytes.size();
     }
   }
+}
+
+TEST_F(SavedValueTest, WritesTextWithoutItsZeroAsItIs) {
+  const ValueState state{true, REG_SZ, {'a', 0, 'b', 0}};
+  // What lies behind the bytes in memory is zero here.
+  ValueState roomy = state;
+  roomy.data.resize(64, 0);
+  roomy.data.resize(4);
+  EXPECT_EQ(WriteValueState(m_key.Get(), kName, roomy), ERROR_SUCCESS);
+  EXPECT_EQ(Now(), state);
+  EXPECT_EQ(WriteValueState(m_key.Get(), kName, {}), ERROR_SUCCESS);
+  EXPECT_EQ(Now(), ValueState());
+  EXPECT_EQ(WriteValueState(m_key.Get(), kName, {}), ERROR_SUCCESS);
 }
 
 TEST_F(SavedValueTest, PutsTheFirstStateBackHoweverOftenItIsSet) {

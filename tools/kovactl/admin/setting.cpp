@@ -1,0 +1,189 @@
+#include "admin/setting.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "admin/value_text.h"
+#include "base/ascii.h"
+#include "common/server_settings.h"
+
+namespace kova::ctl {
+namespace {
+
+constexpr Setting kSettings[] = {
+    {SettingId::kPort, kPortValue, L"port", 4, REG_DWORD, 5130},
+    {SettingId::kTcpEnabled, kTcpEnabledValue, L"tcp", 1, REG_BINARY, 1},
+    {SettingId::kNetworkCommunication, L"Network Communication",
+     L"communication", 1, REG_BINARY, 1},
+    {SettingId::kNetworkBidirectional, L"Network Bidirectional",
+     L"bidirectional", 1, REG_BINARY, std::nullopt},
+};
+
+struct SwitchWord {
+  std::wstring_view word;
+  uint32_t number;
+};
+
+constexpr SwitchWord kSwitchWords[] = {
+    {L"0", 0},   {L"1", 1},  {L"on", 1},   {L"off", 0},
+    {L"yes", 1}, {L"no", 0}, {L"true", 1}, {L"false", 0},
+};
+
+constexpr uint32_t kMostPort = 65535;
+constexpr size_t kMostPortDigits = 5;
+
+// `name` without what does not count, one text per word that it may begin with:
+// "tcpenabled" and "enabled".
+std::vector<std::wstring> Beginnings(std::wstring_view name) {
+  std::vector<std::wstring> beginnings;
+  bool isWordStart = true;
+  for (const wchar_t c : name) {
+    if (c == L' ' || c == L'-' || c == L'_') {
+      isWordStart = true;
+      continue;
+    }
+    if (isWordStart) beginnings.emplace_back();
+    isWordStart = false;
+    for (std::wstring& beginning : beginnings) beginning += FoldAscii(c);
+  }
+  return beginnings;
+}
+
+// All of `text`, as above; empty if nothing in it counts.
+std::wstring Folded(std::wstring_view text) {
+  const std::vector<std::wstring> beginnings = Beginnings(text);
+  return beginnings.empty() ? std::wstring() : beginnings.front();
+}
+
+std::optional<uint32_t> ParsePort(std::wstring_view text) {
+  if (text.empty() || text.size() > kMostPortDigits) return std::nullopt;
+  uint32_t port = 0;
+  for (const wchar_t c : text) {
+    if (c < L'0' || c > L'9') return std::nullopt;
+    port = port * 10 + static_cast<uint32_t>(c - L'0');
+  }
+  return port <= kMostPort ? std::optional(port) : std::nullopt;
+}
+
+std::wstring PortMeaning(uint32_t port) {
+  if (ListeningPort(port) == 0) {
+    return L"Windows picks a free port at every start, and nothing tells which";
+  }
+  const std::wstring meaning =
+      L"TCP port " + std::to_wstring(ListeningPort(port));
+  return port <= kMostPort ? meaning
+                           : meaning + L": only the low 16 bits count";
+}
+
+}  // namespace
+
+std::span<const Setting> AllSettings() { return kSettings; }
+
+const Setting& SettingOf(SettingId id) {
+  return *std::ranges::find(kSettings, id, &Setting::id);
+}
+
+std::vector<const Setting*> FindSettings(std::wstring_view text) {
+  const std::wstring wanted = Folded(text);
+  std::vector<const Setting*> found;
+  if (wanted.empty()) return found;
+  for (const Setting& setting : kSettings) {
+    if (wanted == Folded(setting.name) ||
+        EqualsNoCase(wanted, setting.shortName)) {
+      return {&setting};
+    }
+    const auto names = Beginnings(setting.name);
+    if (std::ranges::any_of(names, [&](const std::wstring& name) {
+          return name.starts_with(wanted);
+        })) {
+      found.push_back(&setting);
+    }
+  }
+  return found;
+}
+
+Origin OriginOf(const Setting& setting, const ValueState& stored) {
+  if (!stored.present) return Origin::kAbsent;
+  return stored.data.size() == setting.sizeBytes ? Origin::kStored
+                                                 : Origin::kUnusable;
+}
+
+std::optional<uint32_t> EffectiveValue(const Setting& setting,
+                                       const ValueState& stored) {
+  if (OriginOf(setting, stored) != Origin::kStored) return setting.ifAbsent;
+  uint32_t number = 0;
+  std::memcpy(&number, stored.data.data(), stored.data.size());
+  return number;
+}
+
+std::wstring OriginText(const Setting& setting, const ValueState& stored) {
+  const wchar_t* const fallback = setting.ifAbsent ? L"default, " : L"";
+  switch (OriginOf(setting, stored)) {
+    case Origin::kAbsent:
+      return fallback + std::wstring(L"nothing is stored");
+    case Origin::kStored:
+      return L"stored as " + ShapeText(stored);
+    case Origin::kUnusable:
+      return fallback + std::wstring(L"what is stored is passed over");
+  }
+  return {};
+}
+
+std::wstring RemarkText(const Setting& setting, const ValueState& stored) {
+  switch (OriginOf(setting, stored)) {
+    case Origin::kAbsent:
+      return {};
+    case Origin::kStored:
+      return stored.type == setting.type
+                 ? std::wstring()
+                 : L"usually stored as " + TypeText(setting.type) +
+                       L"; the type does not matter to the server";
+    case Origin::kUnusable:
+      return L"stored is " + ShapeText(stored) + L"; the server takes " +
+             BytesText(setting.sizeBytes) + L" of any type";
+  }
+  return {};
+}
+
+std::wstring MeaningText(const Setting& setting,
+                         std::optional<uint32_t> effective) {
+  if (!effective) return L"the server has not written it yet";
+  switch (setting.id) {
+    case SettingId::kPort:
+      return PortMeaning(*effective);
+    case SettingId::kTcpEnabled:
+      return *effective != 0 ? L"the server listens"
+                             : L"the server does not listen at all";
+    case SettingId::kNetworkCommunication:
+      return *effective != 0
+                 ? L"reachable on all of this machine's IPv4 addresses"
+                 : L"reachable from this machine only (127.0.0.1)";
+    case SettingId::kNetworkBidirectional:
+      return L"\"Network Communication\" at the server's last start; the "
+             L"server writes it, drivers read it";
+  }
+  return {};
+}
+
+std::optional<uint32_t> ParseSettingValue(const Setting& setting,
+                                          std::wstring_view text) {
+  if (setting.id == SettingId::kPort) return ParsePort(text);
+  for (const SwitchWord& row : kSwitchWords) {
+    if (EqualsNoCase(text, row.word)) return row.number;
+  }
+  return std::nullopt;
+}
+
+std::wstring AcceptedValues(const Setting& setting) {
+  return setting.id == SettingId::kPort ? L"a whole number from 0 to 65535"
+                                        : L"1 (on) or 0 (off)";
+}
+
+ValueState StoredForm(const Setting& setting, uint32_t number) {
+  ValueState state{true, setting.type, {}};
+  state.data.resize(setting.sizeBytes);
+  std::memcpy(state.data.data(), &number, setting.sizeBytes);
+  return state;
+}
+
+}  // namespace kova::ctl

@@ -1,0 +1,77 @@
+// The server's settings: their names, and what the server makes of a value.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "common/saved_value.h"
+
+namespace kova::ctl {
+
+enum class SettingId {
+  kPort,
+  kTcpEnabled,
+  kNetworkCommunication,
+  kNetworkBidirectional,
+};
+
+// One value under the key of the server's settings.
+struct Setting {
+  SettingId id;
+  const wchar_t* name;       // of the registry value
+  const wchar_t* shortName;  // the shortest form that commands show
+  uint32_t sizeBytes;        // 1 or 4: the server takes no other size
+  DWORD type;                // what is written; the server looks at no type
+  std::optional<uint32_t> ifAbsent;  // empty: the server only writes it
+};
+
+std::span<const Setting> AllSettings();
+const Setting& SettingOf(SettingId id);
+
+// All settings that `text` may mean: letter case, blanks, '-' and '_' do not
+// count, and the beginning of any of the name's words on is enough. One that is
+// meant by its whole name or its short name is the only one.
+std::vector<const Setting*> FindSettings(std::wstring_view text);
+
+enum class Origin {
+  kStored,    // the registry has a value that the server takes
+  kAbsent,    // it has none
+  kUnusable,  // it has one of a size that the server passes over
+};
+Origin OriginOf(const Setting& setting, const ValueState& stored);
+
+// The number the server works with; empty only for a setting that it does not
+// read while it has not written it.
+std::optional<uint32_t> EffectiveValue(const Setting& setting,
+                                       const ValueState& stored);
+
+// Where that number comes from, as half a sentence.
+std::wstring OriginText(const Setting& setting, const ValueState& stored);
+
+// What is odd about the stored value, as half a sentence; empty if nothing is.
+std::wstring RemarkText(const Setting& setting, const ValueState& stored);
+
+// What the number means to the server, as half a sentence.
+std::wstring MeaningText(const Setting& setting,
+                         std::optional<uint32_t> effective);
+
+// The number that a user's word stands for: 0 to 65535 for the port; 0, 1, on,
+// off, yes, no, true, false for a switch. Empty for anything else.
+std::optional<uint32_t> ParseSettingValue(const Setting& setting,
+                                          std::wstring_view text);
+// What ParseSettingValue takes, for messages.
+std::wstring AcceptedValues(const Setting& setting);
+
+// `number` as the server reads it: type, bytes and size.
+ValueState StoredForm(const Setting& setting, uint32_t number);
+
+// TCP ports have 16 bits; the server hands on the lowest of its 32.
+constexpr uint16_t ListeningPort(uint32_t portSetting) {
+  return static_cast<uint16_t>(portSetting & 0xFFFF);
+}
+
+}  // namespace kova::ctl
