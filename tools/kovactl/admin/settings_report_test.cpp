@@ -13,7 +13,6 @@ using ::kova::ctl::Setting;
 using ::kova::ctl::SettingId;
 using ::kova::ctl::SettingJson;
 using ::kova::ctl::SettingOf;
-using ::kova::ctl::SettingState;
 using ::kova::ctl::SettingsText;
 using ::kova::ctl::StoredForm;
 using ::kova::ctl::UndoCommand;
