@@ -12,6 +12,21 @@ file(MAKE_DIRECTORY ${KOVA_BIN} ${KOVA_TEST_BIN} ${KOVA_SYMBOLS})
 set(KOVA_SANITIZERS address,undefined CACHE STRING
   "Sanitizers of native builds")
 
+# One commit gives the same images and symbols in whatever folder it is built:
+# no path of that folder and no time is recorded. The linker puts a hash of the
+# image where the time would stand, by which symbol servers tell builds apart.
+function(kova_reproducible_images)
+  if(NOT WIN32)
+    return()
+  endif()
+  add_compile_options(
+    $<$<COMPILE_LANGUAGE:C,CXX>:-ffile-prefix-map=${PROJECT_BINARY_DIR}=./build>
+    $<$<COMPILE_LANGUAGE:C,CXX>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.>
+    $<$<COMPILE_LANGUAGE:C,CXX>:-ffile-compilation-dir=.>
+    $<$<COMPILE_LANGUAGE:C,CXX>:-gno-codeview-command-line>)
+  add_link_options(-Wl,-Xlink=/Brepro -Wl,-Xlink=/pdbsourcepath:kova)
+endfunction()
+
 # Builds the distribution's GoogleTest sources for whatever target is built.
 function(kova_use_googletest)
   set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
@@ -71,11 +86,12 @@ endfunction()
 
 # Keeps an image's symbols in a folder of their own and records no path to
 # them: some debuggers' helper libraries fail on a symbol file found beside
-# the image.
+# the image. The folder is named from the build folder, where Ninja links: the
+# symbols record the linker's command line.
 function(kova_image_symbols target)
   if(WIN32)
     target_link_options(${target} PRIVATE
-      -Wl,--pdb=${KOVA_SYMBOLS}/${target}.pdb
+      -Wl,--pdb=symbols/${target}.pdb
       -Wl,-Xlink=/pdbaltpath:${target}.pdb)
   endif()
 endfunction()

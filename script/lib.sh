@@ -58,6 +58,15 @@ build_windows() {
     fail "the build failed; the first error above says where"
 }
 
+# What goes into the packages, by target and by the files that these make.
+# shellcheck disable=SC2034
+KOVA_IMAGE_TARGETS=(KOVAServer kovactl sample_extension event_messages)
+# shellcheck disable=SC2034
+KOVA_IMAGE_FILES=(bin/KOVAServer.dll bin/KOVAServer.lib bin/kovactl.exe
+  bin/sample-extension/Corvane_V3_NetMon.dll
+  bin/messages/Corvane_EventMessages.dll
+  symbols/KOVAServer.pdb symbols/kovactl.pdb symbols/sample_extension.pdb)
+
 log_file() {
   mkdir -p "$KOVA_BUILD/logs"
   printf '%s/logs/%s.log' "$KOVA_BUILD" "$1"
