@@ -39,7 +39,7 @@ install(DIRECTORY samples/extension samples/host
 
 install(DIRECTORY docs DESTINATION . COMPONENT documentation
   FILES_MATCHING PATTERN "*.md")
-install(FILES README.md CHANGELOG.md DESTINATION .
+install(FILES packaging/README.md CHANGELOG.md DESTINATION .
   COMPONENT documentation)
 
 foreach(image KOVAServer kovactl sample_extension)

@@ -41,6 +41,13 @@ need_build_tools() {
     googletest libcli11-dev nlohmann-json3-dev
 }
 
+need_package_tools() {
+  need_packages "packs, lists and checks what is packed" \
+    python3-minimal libpython3-stdlib
+  need_packages "turns the manual pages into HTML" cmark-gfm
+  need_packages "makes the installer" nsis
+}
+
 need_wine() {
   need_packages "runs Windows programs here" wine wine64
 }

@@ -1,0 +1,78 @@
+#!/usr/bin/env bash
+# Whole: the packed ZIP files hold what they should, and what they hold runs
+# from where they are unpacked.
+set -euo pipefail
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+. "$here/script/lib.sh"
+. "$here/script/check_run.sh"
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+
+# The one file of that name pattern; a second one would be a leftover.
+the_one() {
+  local found
+  mapfile -t found < <(compgen -G "$KOVA_BUILD/package/$1")
+  [ ${#found[@]} -eq 1 ] || fail "${#found[@]} files $1, not one"
+  echo "${found[0]}"
+}
+
+# Order, times, modes and names, which the same bytes would not show to be good.
+check_entries() {
+  python3 -B - "$1" <<'PY'
+import sys, zipfile
+entries = zipfile.ZipFile(sys.argv[1]).infolist()
+names = [entry.filename for entry in entries]
+assert names == sorted(names), "not sorted"
+assert len({entry.date_time for entry in entries}) == 1, "several times"
+modes = {entry.external_attr >> 16 for entry in entries}
+assert modes <= {0o100644, 0o100755}, "strange modes"
+assert all(name.isascii() and "\\" not in name for name in names), names
+assert len({name.split("/")[0] for name in names}) == 1, "not one folder"
+PY
+}
+
+# Every part of the package that somebody would miss.
+check_contents() {
+  local file
+  for file in bin/KOVAServer.dll bin/kovactl.exe \
+    bin/messages/Corvane_EventMessages.dll lib/KOVAServer.lib \
+    bin/sample-extension/Corvane_V3_NetMon.dll include/kova/server.h \
+    include/kova/extension.h lib/cmake/KOVAServer/KOVAServerConfig.cmake \
+    samples/extension/CMakeLists.txt samples/host/host.cpp README.md \
+    README.html CHANGELOG.md docs/packaging.md docs/packaging.html \
+    licences/GPL-3.txt THIRD-PARTY-NOTICES.txt; do
+    [ -s "$package/$file" ] || fail "the package lacks $file"
+  done
+  ! grep -rlE --include='*.md' --include='*.txt' --include='*.cmake' \
+    --include='*.json' -e "$here" "$package" ||
+    fail "a file of the package names a folder of this machine"
+}
+
+run_tool() {
+  local said
+  # The line ends of a Windows program.
+  said=$(wine "$package/bin/kovactl.exe" --version 2>/dev/null | tr -d '\r')
+  [[ $said =~ ^kovactl\ [0-9]+\.[0-9]+\.[0-9]+$ ]] ||
+    fail "kovactl --version says '$said'"
+  wine "$package/bin/kovactl.exe" run --seconds 1 --port "$(random_free_port)" \
+    </dev/null >"$scratch/run.log" 2>&1 ||
+    { cat "$scratch/run.log"; fail "the packed server does not run"; }
+  grep -q '^Stopped in' "$scratch/run.log" || fail "the server did not stop"
+}
+
+need_wine
+need_package_tools
+"$here/script/package"
+wine_environment
+make_wine_prefix
+(cd "$KOVA_BUILD/package" && sha256sum --check --quiet SHA256SUMS)
+for pattern in 'KOVAServer-*-win64.zip' 'KOVAServer-*-win64-symbols.zip'; do
+  archive=$(the_one "$pattern")
+  check_entries "$archive"
+  python3 -B -m zipfile -e "$archive" "$scratch"
+done
+package=$(echo "$scratch"/KOVAServer-*-win64)
+check_contents
+python3 -B "$here/test/package/bill_test.py" "$package" "$package-symbols"
+run_tool
+echo "the packages hold what they should"
