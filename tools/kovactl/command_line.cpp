@@ -5,6 +5,7 @@
 #include <exception>
 #include <sstream>
 
+#include "admin/verb_printers.h"
 #include "admin/verb_settings.h"
 #include "common/exit_code.h"
 #include "common/output.h"
@@ -27,6 +28,7 @@ void AddEverything(CLI::App& app) {
   app.require_subcommand(0, 1);
   app.footer(&Footer);
   AddRunVerb(app);
+  AddPrintersVerb(app);
   AddSettingsVerb(app);
 }
 

@@ -1,0 +1,180 @@
+#include "admin/image_file.h"
+
+#include <algorithm>
+#include <cstring>
+#include <optional>
+#include <span>
+
+#include "base/windows_api.h"
+#include "logs/exception_name.h"
+
+namespace kova::ctl {
+namespace {
+
+// More than any real library has, and still quickly read.
+constexpr uint32_t kMostExports = 65536;
+constexpr uint32_t kMostImports = 4096;
+constexpr size_t kMostNameBytes = 256;
+
+class ImageReader {
+ public:
+  explicit ImageReader(const ByteSource& file) : m_file(file) {}
+
+  ImageFacts Read() {
+    ImageFacts facts;
+    facts.form = ReadHeaders();
+    if (facts.form != ImageForm::kNoImage) {
+      facts.machine = m_headers.FileHeader.Machine;
+    }
+    if (facts.form != ImageForm::kSound) return facts;
+    if (!ReadSections() || !ReadExports(facts.exports) ||
+        !ReadImports(facts.imports)) {
+      return {ImageForm::kCutShort, facts.machine, {}, {}};
+    }
+    return facts;
+  }
+
+ private:
+  template <typename T>
+  [[nodiscard]] bool ReadAt(uint64_t offset, T& value) const {
+    return m_file.Read(offset, {reinterpret_cast<uint8_t*>(&value), sizeof(T)});
+  }
+
+  // The parts of the headers that all machines share come first, so that an
+  // image for another machine is told from no image.
+  ImageForm ReadHeaders() {
+    IMAGE_DOS_HEADER dos{};
+    if (!ReadAt(0, dos) || dos.e_magic != IMAGE_DOS_SIGNATURE ||
+        dos.e_lfanew < 0) {
+      return ImageForm::kNoImage;
+    }
+    m_headersAt = static_cast<uint64_t>(dos.e_lfanew);
+    if (!ReadAt(m_headersAt, m_headers.Signature) ||
+        m_headers.Signature != IMAGE_NT_SIGNATURE ||
+        !ReadAt(m_headersAt + offsetof(IMAGE_NT_HEADERS64, FileHeader),
+                m_headers.FileHeader)) {
+      return ImageForm::kNoImage;
+    }
+    if (m_headers.FileHeader.Machine != IMAGE_FILE_MACHINE_AMD64) {
+      return ImageForm::kForeign;
+    }
+    return ReadAt(m_headersAt, m_headers) && m_headers.OptionalHeader.Magic ==
+                                                 IMAGE_NT_OPTIONAL_HDR64_MAGIC
+               ? ImageForm::kSound
+               : ImageForm::kCutShort;
+  }
+
+  bool ReadSections() {
+    uint64_t at = m_headersAt + offsetof(IMAGE_NT_HEADERS64, OptionalHeader) +
+                  m_headers.FileHeader.SizeOfOptionalHeader;
+    for (int i = 0; i < m_headers.FileHeader.NumberOfSections; ++i) {
+      IMAGE_SECTION_HEADER section{};
+      if (!ReadAt(at, section)) return false;
+      const uint64_t end =
+          uint64_t{section.PointerToRawData} + section.SizeOfRawData;
+      if (end > m_file.SizeBytes()) return false;
+      m_sections.push_back(section);
+      at += sizeof(section);
+    }
+    return true;
+  }
+
+  // Where the file holds what the loaded image has at `address`.
+  [[nodiscard]] std::optional<uint64_t> OffsetOf(uint32_t address) const {
+    if (address < m_headers.OptionalHeader.SizeOfHeaders) return address;
+    for (const IMAGE_SECTION_HEADER& section : m_sections) {
+      const uint32_t within = address - section.VirtualAddress;
+      if (address >= section.VirtualAddress && within < section.SizeOfRawData) {
+        return uint64_t{section.PointerToRawData} + within;
+      }
+    }
+    return std::nullopt;
+  }
+
+  template <typename T>
+  [[nodiscard]] bool ReadAddress(uint64_t address, T& value) const {
+    if (address > UINT32_MAX) return false;
+    const auto offset = OffsetOf(static_cast<uint32_t>(address));
+    return offset && ReadAt(*offset, value);
+  }
+
+  // A text up to its zero, or its first kMostNameBytes.
+  [[nodiscard]] bool ReadName(uint32_t address, std::string& name) const {
+    const auto offset = OffsetOf(address);
+    if (!offset || *offset >= m_file.SizeBytes()) return false;
+    name.resize(static_cast<size_t>(
+        std::min<uint64_t>(kMostNameBytes, m_file.SizeBytes() - *offset)));
+    if (!m_file.Read(*offset,
+                     {reinterpret_cast<uint8_t*>(name.data()), name.size()})) {
+      return false;
+    }
+    name.resize(::strnlen(name.data(), name.size()));
+    return true;
+  }
+
+  // The address of a table of the image; 0 if it has none.
+  [[nodiscard]] uint32_t TableAddress(uint32_t index) const {
+    return index < m_headers.OptionalHeader.NumberOfRvaAndSizes
+               ? m_headers.OptionalHeader.DataDirectory[index].VirtualAddress
+               : 0;
+  }
+
+  bool ReadExports(std::vector<std::string>& names) const {
+    const uint32_t at = TableAddress(IMAGE_DIRECTORY_ENTRY_EXPORT);
+    if (at == 0) return true;
+    IMAGE_EXPORT_DIRECTORY table{};
+    if (!ReadAddress(at, table) || table.NumberOfNames > kMostExports) {
+      return false;
+    }
+    for (uint64_t i = 0; i < table.NumberOfNames; ++i) {
+      uint32_t nameAt = 0;
+      if (!ReadAddress(table.AddressOfNames + i * sizeof(nameAt), nameAt) ||
+          !ReadName(nameAt, names.emplace_back())) {
+        return false;
+      }
+    }
+    return true;
+  }
+
+  bool ReadImports(std::vector<std::string>& names) const {
+    const uint32_t at = TableAddress(IMAGE_DIRECTORY_ENTRY_IMPORT);
+    if (at == 0) return true;
+    for (uint64_t i = 0; i < kMostImports; ++i) {
+      IMAGE_IMPORT_DESCRIPTOR row{};
+      if (!ReadAddress(at + i * sizeof(row), row)) return false;
+      if (row.Name == 0) return true;
+      if (!ReadName(row.Name, names.emplace_back())) return false;
+    }
+    return false;
+  }
+
+  const ByteSource& m_file;
+  uint64_t m_headersAt = 0;
+  IMAGE_NT_HEADERS64 m_headers{};
+  std::vector<IMAGE_SECTION_HEADER> m_sections;
+};
+
+}  // namespace
+
+bool ImageFacts::Exports(const char* name) const {
+  return std::ranges::find(exports, name) != exports.end();
+}
+
+ImageFacts ReadImage(const ByteSource& file) {
+  return ImageReader(file).Read();
+}
+
+std::wstring MachineText(uint16_t machine) {
+  switch (machine) {
+    case IMAGE_FILE_MACHINE_AMD64:
+      return L"64-bit (x64)";
+    case IMAGE_FILE_MACHINE_I386:
+      return L"32-bit (x86)";
+    case IMAGE_FILE_MACHINE_ARM64:
+      return L"64-bit (ARM64)";
+    default:
+      return L"machine type " + HexText(machine, 4);
+  }
+}
+
+}  // namespace kova::ctl
