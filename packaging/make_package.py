@@ -2,9 +2,12 @@
 """
 import argparse
 import os
+import shlex
+import subprocess
 
 from archive import write_zip
 from bill_of_materials import make_bill
+from installer import make_installer
 from linked import linked_components, package_version
 from notices import write_notices
 from pages import write_pages
@@ -15,6 +18,7 @@ IMAGES = {
     "bin/kovactl.exe": "kovactl.pdb",
     "bin/sample-extension/Corvane_V3_NetMon.dll": "sample_extension.pdb",
 }
+MESSAGE_LIBRARY = "bin/messages/Corvane_EventMessages.dll"
 
 
 def arguments():
@@ -28,7 +32,18 @@ def arguments():
     parser.add_argument("--commit", required=True)
     parser.add_argument("--epoch", required=True, type=int,
                         help="seconds since 1970, the time of every file")
+    parser.add_argument("--sign", help="command that signs a file, named "
+                        "behind it")
     return parser.parse_args()
+
+
+def sign(command, *paths):
+    for path in paths if command else ():
+        subprocess.run(shlex.split(command) + [path], check=True)
+
+
+def installer_of(zip_path):
+    return zip_path[:-len(".zip")] + "-setup.exe"
 
 
 def main():
@@ -36,6 +51,8 @@ def main():
     images = {image: os.path.join(told.symbols, "symbols", name)
               for image, name in IMAGES.items()}
     components = linked_components(images, told.build)
+    sign(told.sign, *(os.path.join(told.root, image)
+                      for image in (*IMAGES, MESSAGE_LIBRARY)))
     write_notices(told.root, components, package_version("nsis-common"))
     write_pages(told.root)
     bill = make_bill([told.root, told.symbols], components, told.version,
@@ -46,6 +63,10 @@ def main():
     for root in (told.root, told.symbols):
         path = os.path.join(told.output, os.path.basename(root) + ".zip")
         write_zip(path, root, told.epoch)
+        if root == told.root:
+            make_installer(installer_of(path), root, told.version, told.epoch,
+                           told.sign)
+            sign(told.sign, installer_of(path))
 
 
 if __name__ == "__main__":

@@ -26,8 +26,7 @@ What the programs call of Windows is not part of the package.
 INSTALLER = """\
 The installer and the uninstaller are made by the Nullsoft Scriptable Install
 System {version} (Debian package nsis-common, zlib licence), whose start-up code
-and plug-in "System" (zlib and MIT licences) they hold. None of it is in the
-ZIP.
+and plug-in "UserInfo" they hold. None of it is in the ZIP.
 
 """
 

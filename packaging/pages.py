@@ -32,24 +32,40 @@ def page_title(markdown):
     return found.group(1) if found else "KOVA Server"
 
 
+def with_anchor(heading):
+    """A heading that links lead to by its words, in lower case."""
+    level, text = heading.groups()
+    words = re.sub(r"<[^>]*>|[^\w\- ]", "", text).lower().replace(" ", "-")
+    return f'<h{level} id="{words}">{text}</h{level}>'
+
+
 def write_page(path):
     """path: a Markdown file; the page goes beside it."""
     with open(path, encoding="utf-8") as file:
         title = page_title(file.read())
     body = output_of("cmark-gfm", "--extension", "table", path)
+    body = re.sub(r"<h([1-6])>(.*?)</h\1>", with_anchor, body)
     body = re.sub(r'(href="[^":]+)\.md(["#])', r"\1.html\2", body)
     with open(path[:-len(".md")] + ".html", "w", encoding="utf-8",
               newline="\n") as file:
         file.write(PAGE.format(title=title, body=body))
 
 
+def has_anchor(path, anchor):
+    with open(path, encoding="utf-8") as file:
+        return f'id="{anchor}"' in file.read()
+
+
 def check_links(path):
     """Stops if a page has a link that leads to nothing in the package."""
     with open(path, encoding="utf-8") as file:
-        links = re.findall(r'href="([^"#:]+)(?:#[^"]*)?"', file.read())
-    for link in links:
-        if not os.path.exists(os.path.join(os.path.dirname(path), link)):
+        links = re.findall(r'href="([^"#:]*)(?:#([^":]*))?"', file.read())
+    for link, anchor in links:
+        target = os.path.join(os.path.dirname(path), link) if link else path
+        if not os.path.exists(target):
             raise SystemExit(f"error: {path}: no such page or file: {link}")
+        if anchor and not has_anchor(target, anchor):
+            raise SystemExit(f"error: {path}: no such heading: {link}#{anchor}")
 
 
 def write_pages(root):

@@ -48,6 +48,19 @@ check_contents() {
     fail "a file of the package names a folder of this machine"
 }
 
+# A command that only notes what it is given. The uninstaller has a name of
+# makensis's own choice.
+check_signing() {
+  printf '#!/bin/sh\necho "${2##*/}" >>"$1"\n' >"$scratch/sign"
+  chmod +x "$scratch/sign"
+  KOVA_SIGN="$scratch/sign $scratch/signed.txt" "$here/script/package" \
+    >"$scratch/sign.log" 2>&1 || { cat "$scratch/sign.log"; return 1; }
+  sed -n '5!p' "$scratch/signed.txt" | sed 's/[0-9]*\.[0-9]*\.[0-9]*/VERSION/' |
+    diff - <(printf '%s\n' KOVAServer.dll kovactl.exe Corvane_V3_NetMon.dll \
+      Corvane_EventMessages.dll KOVAServer-VERSION-win64-setup.exe) ||
+    fail "not every image was given to the signing command"
+}
+
 run_tool() {
   local said
   # The line ends of a Windows program.
@@ -62,6 +75,7 @@ run_tool() {
 
 need_wine
 need_package_tools
+check_signing
 "$here/script/package"
 wine_environment
 make_wine_prefix

@@ -1,0 +1,224 @@
+#!/usr/bin/env bash
+# Whole: the installer puts on a machine what the package holds and registers
+# what the server would; the uninstaller takes back just that. In a Wine prefix
+# of its own, for both change the whole machine.
+set -euo pipefail
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+. "$here/script/lib.sh"
+. "$here/script/check_run.sh"
+scratch=$(mktemp -d)
+export WINEPREFIX=$scratch/wine
+disk=$WINEPREFIX/drive_c
+system=$disk/windows/system32
+sources='HKLM\System\CurrentControlSet\Services\Eventlog\Application'
+masks='HKLM\Software\Corvane Tessaly\Drivers\DebugLogMasks'
+entry='HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall\KOVAServer'
+default_folder='C:\Program Files\Corvane Tessaly\KOVA Server'
+
+finish() {
+  wineserver -k 2>/dev/null || true
+  wineserver -w 2>/dev/null || true
+  rm -rf "$scratch"
+}
+trap finish EXIT
+
+wine_quietly() { wine "$@" </dev/null >"$scratch/wine.log" 2>&1; }
+registry() { wine reg "$@" 2>/dev/null </dev/null | tr -d '\r'; }
+has_key() { wine_quietly reg query "$1"; }
+
+# expect_code WANTED COMMAND...
+expect_code() {
+  local wanted=$1 code=0
+  shift
+  wine_quietly "$@" || code=$?
+  [ "$code" -eq "$wanted" ] || fail "$* ended with code $code, not $wanted"
+}
+
+# export_key KEY: the key and all below it, as text.
+export_key() {
+  rm -f "$scratch/export.reg"
+  wine_quietly regedit /E "Z:${scratch//\//\\}\\export.reg" "$1" ||
+    fail "cannot export $1"
+  iconv -f UTF-16 -t UTF-8 "$scratch/export.reg" | tr -d '\r'
+}
+
+# snapshot NAME: every file and everything in the registry that setting up a
+# program could touch.
+snapshot() {
+  {
+    (cd "$disk" && find . -not -path './users/*/Temp/*' -type d -printf '%p/\n' \
+      -o -not -path './users/*/Temp/*' -type f -printf '%p %s\n' | sort)
+    export_key 'HKEY_LOCAL_MACHINE\Software'
+    export_key 'HKEY_LOCAL_MACHINE\System\CurrentControlSet\Services'
+    export_key 'HKEY_CURRENT_USER'
+  } >"$scratch/$1.txt"
+}
+expect_same() {
+  diff "$scratch/$1.txt" "$scratch/$2.txt" || fail "$3"
+}
+
+# Wine quotes an argument with a blank in it, which /D= does not allow.
+install_to() { expect_code 0 "$setup" /S "/D=$1"; }
+
+# uninstall FOLDER [OPTION...]. The uninstaller goes on in a copy of itself, so
+# that it can remove itself, too.
+uninstall() {
+  local folder=$1
+  shift
+  expect_code 0 "$folder\\uninstall.exe" /S "$@"
+  for _ in $(seq 100); do
+    has_key "$entry" || return 0
+    sleep 0.1
+  done
+  fail "the uninstaller does not come to an end"
+}
+
+run_server() {
+  wine_quietly "$1\\kovactl.exe" run --seconds 1 \
+    --port "$(random_free_port)" || {
+    cat "$scratch/wine.log"
+    fail "the server in $1 does not run"
+  }
+}
+
+source_values() {
+  export_key "${sources/HKLM/HKEY_LOCAL_MACHINE}\\$1"
+}
+
+# The sources as the server makes them, which are then removed again. The log
+# mask and a setting stay, as an administrator's would.
+learn_from_server() {
+  local name
+  run_server "Z:${package//\//\\}\\bin"
+  for name in "Corvane KOVA Server" DispatcherUtil; do
+    source_values "$name" >"$scratch/server-$name.txt"
+    grep -q TypesSupported "$scratch/server-$name.txt" ||
+      fail "the server made no source $name"
+    wine_quietly reg delete "$sources\\$name" /f
+  done
+  rm -rf "$disk/Log Files"
+  wine_quietly reg add "$masks" /f /v "Another logger" /t REG_DWORD /d 1
+}
+
+check_files() {
+  local file
+  (cd "$package" && find . -type f | sort) >"$scratch/packed.txt"
+  while read -r file; do
+    cmp "$package/$file" "$1/$file" || fail "$file is not what was packed"
+  done <"$scratch/packed.txt"
+  cmp "$package/bin/messages/Corvane_EventMessages.dll" \
+    "$system/Corvane_EventMessages.dll" || fail "no message library installed"
+}
+
+check_registry() {
+  local name listed
+  for name in "Corvane KOVA Server" DispatcherUtil; do
+    source_values "$name" | diff "$scratch/server-$name.txt" - ||
+      fail "the source $name is not what the server would have made"
+  done
+  has_key "$sources\\Another logger" || fail "a logger got no source"
+  listed=$(registry query "$entry")
+  for name in "DisplayName.*KOVA Server" "DisplayVersion.*[0-9]\.[0-9]" \
+    "Publisher.*Corvane Tessaly" "QuietUninstallString.*uninstall.exe\" /S" \
+    "EstimatedSize.*0x"; do
+    grep -q "$name" <<<"$listed" || fail "the list of programs lacks $name"
+  done
+  ! has_key 'HKLM\Software\Wow6432Node\Microsoft\Windows\CurrentVersion\Uninstall\KOVAServer' ||
+    fail "the 32-bit registry was written"
+}
+
+check_installed() {
+  check_files "$disk/Program Files/Corvane Tessaly/KOVA Server"
+  check_registry
+  wine "$1\\bin\\kovactl.exe" --version 2>/dev/null </dev/null |
+    grep -q '^kovactl [0-9]' || fail "the installed tool does not run"
+  run_server "$1\\bin"
+}
+
+# A later installation replaces the earlier one, wherever that is.
+check_replaced() {
+  install_to 'C:\Kova'
+  [ ! -e "$disk/Program Files/Corvane Tessaly" ] ||
+    fail "the earlier installation is left"
+  check_files "$disk/Kova"
+  check_registry
+}
+
+# What is in use stays as it is, all of it.
+check_refusal() {
+  local tool='C:\Kova\bin\kovactl.exe' host
+  wine "$tool" run --port "$(random_free_port)" </dev/null \
+    >"$scratch/host.log" 2>&1 &
+  host=$!
+  for _ in $(seq 100); do
+    ! grep -q '^The server listens' "$scratch/host.log" || break
+    sleep 0.1
+  done
+  expect_code 2 'C:\Kova\uninstall.exe' /S '_?=C:\Kova'
+  expect_code 2 "$setup" /S
+  kill -INT "$host"
+  wait "$host" || fail "the server did not survive the refusals"
+  check_files "$disk/Kova"
+  check_registry
+}
+
+# Somebody else's source, message library and file in the folder.
+check_others_are_left() {
+  local other=$disk/Kova/notes.txt
+  wine_quietly reg add "$sources\\DispatcherUtil" /f /v TypesSupported \
+    /t REG_DWORD /d 1
+  echo other >"$system/Corvane_EventMessages.dll"
+  mkdir -p "$disk/Kova"
+  echo mine >"$other"
+  snapshot others
+  install_to 'C:\Kova'
+  [ "$(cat "$system/Corvane_EventMessages.dll")" = other ] ||
+    fail "somebody else's message library was replaced"
+  uninstall 'C:\Kova'
+  snapshot after-others
+  expect_same others after-others "what belonged to others has changed"
+}
+
+check_purge() {
+  install_to 'C:\Kova'
+  run_server 'C:\Kova\bin'
+  has_key "$sources\\Corvane KOVA Server" || fail "there is nothing to purge"
+  mkdir -p "$disk/ProgramData/Corvane/Drivers/Dump"
+  echo dump >"$disk/ProgramData/Corvane/Drivers/Dump/KOVAServerCrash_0007.dmp"
+  uninstall 'C:\Kova' /PURGE
+  registry query "$masks" >"$scratch/masks.txt"
+  grep -q "Another logger" "$scratch/masks.txt" ||
+    fail "another logger's mask was purged"
+  ! grep -q "Corvane KOVA Server" "$scratch/masks.txt" ||
+    fail "the server's mask was not purged"
+  ! has_key 'HKLM\Software\Corvane Tessaly\Drivers\Network' ||
+    fail "the server's settings were not purged"
+  [ ! -e "$disk/ProgramData/Corvane" ] && [ ! -e "$disk/Log Files" ] ||
+    fail "the server's files were not purged"
+}
+
+need_wine
+need_package_tools
+"$here/script/package" >"$scratch/package.log" 2>&1 ||
+  { cat "$scratch/package.log"; fail "packing failed"; }
+wine_environment
+make_wine_prefix
+python3 -B -m zipfile -e "$KOVA_BUILD"/package/KOVAServer-*-win64.zip "$scratch"
+package=$(echo "$scratch"/KOVAServer-*-win64)
+setup=$(echo "$KOVA_BUILD"/package/KOVAServer-*-setup.exe)
+say "Learning what the server registers"
+learn_from_server
+snapshot before
+say "Installing, replacing and refusing"
+expect_code 0 "$setup" /S
+check_installed "$default_folder"
+check_replaced
+check_refusal
+say "Uninstalling"
+rm -rf "$disk/Log Files"
+uninstall 'C:\Kova'
+snapshot after
+expect_same before after "uninstalling left or took something else"
+check_others_are_left
+check_purge
+echo "installer and uninstaller leave what they should"
