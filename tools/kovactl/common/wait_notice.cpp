@@ -28,6 +28,11 @@ WaitNotice::~WaitNotice() {
   m_teller.join();
 }
 
+void WaitNotice::Say(std::wstring what) {
+  const std::lock_guard held(m_mutex);
+  m_what = std::move(what);
+}
+
 void WaitNotice::Tell() {
   std::unique_lock held(m_mutex);
   const auto isEnded = [this] { return m_isEnded; };
@@ -37,7 +42,10 @@ void WaitNotice::Tell() {
   const Seconds step = console ? kOnConsole : kInPipe;
   std::wstring line;
   do {
+    const size_t before = line.size();
     line = m_what + L" (" + std::to_wstring(passed.count()) + L" s)";
+    // A shorter line must cover what a longer one left.
+    if (console && line.size() < before) line.resize(before, L' ');
     m_errors.Write(console ? L"\r" + line : L"kovactl: " + line + L"\n");
     passed += step;
   } while (!m_ended.wait_for(held, step, isEnded));

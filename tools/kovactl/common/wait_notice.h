@@ -19,13 +19,16 @@ class WaitNotice {
   explicit WaitNotice(std::wstring what);
   ~WaitNotice();
 
+  // From now on it is waited for `what`. Any thread.
+  void Say(std::wstring what);
+
   WaitNotice(const WaitNotice&) = delete;
   WaitNotice& operator=(const WaitNotice&) = delete;
 
  private:
   void Tell();
 
-  const std::wstring m_what;
+  std::wstring m_what;
   const Output m_errors;
   std::mutex m_mutex;
   std::condition_variable m_ended;
