@@ -1,0 +1,250 @@
+// A network extension with one fault at a time, to see how kovactl
+// check-extension and the server take it. Without a fault it is a sound one.
+// What to set KOVA_FAULT to:
+//
+//   X-Y  where X is one of crash, throw, hang and exit, and Y one of versions,
+//        restart, initialize, handle, length, copy and release
+//
+//   refuses-load        does not load
+//   no-version          speaks version 2 alone
+//   unwritten-versions  writes no version
+//   many-versions       writes eleven versions
+//   null-context        initialising yields null
+//   slow-initialize     initialising takes a second and a half
+//   null-response       gives no response
+//   refuses-post        gives no response to POST
+//   zero-length         reports the length 0
+//   changing-length     reports one byte more at each call
+//   failing-copy        copies nothing and says so
+//   copies-past         writes one byte behind the buffer
+//   copies-before       writes one byte in front of the buffer
+//   copies-half         leaves the buffer's second half unwritten
+//   writes-request      changes a byte of the request
+//   reads-past          reads the byte behind the request
+//   writes-address      changes a character of the client's address
+//   reads-address       looks for the end of the client's address
+//   wide-flag           takes the keep-open flag for a 64-bit number
+//   odd-flag            writes 0xCCCCCCCC to the keep-open flag
+//   sticky-flag         never takes the keep-open flag back
+//   kept-unmeasured     keeps the connection open without Content-Length
+//   garbage             answers what is no HTTP
+//   short               answers half a status line
+//   bad-header          has a blank in a header's name
+//   bare-lf             ends its lines with LF alone
+//   endless-headers     has no empty line
+//   unmeasured          has no Content-Length
+//   odd-length          has the Content-Length "ten"
+//   long-length         Content-Length is more than the body
+//   short-length        Content-Length is less than the body
+//   bad-chunks          the last chunk is missing
+//   body-204            has a body with status 204
+//   body-head           has a body in the answer to HEAD
+//   one-buffer          all requests share one buffer for the answer
+//   leak                releases nothing
+//   crash-thread        a thread of its own crashes
+//   calls-restart       calls the restart routine while it handles a request,
+//                       which is no fault
+#define KOVA_BUILDING_EXTENSION
+#include "kova/extension.h"
+
+#include <windows.h>
+
+#include <atomic>
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "faults.h"
+
+namespace {
+
+using faulty::Has;
+using faulty::Misbehave;
+
+KOVA_RestartRoutine* g_restart = nullptr;
+
+// For "one-buffer". The lock keeps the string whole, and does not help.
+std::mutex g_lock;
+std::string g_shared;
+
+void Share(const std::string& bytes) {
+  const std::lock_guard lock(g_lock);
+  g_shared = bytes;
+}
+
+std::string TakeShared() {
+  const std::lock_guard lock(g_lock);
+  return g_shared;
+}
+
+struct Response {
+  std::string bytes;
+  std::atomic<uint32_t> lengthCalls{0};
+};
+
+Response* AsResponse(KOVA_Response response) {
+  return static_cast<Response*>(response);
+}
+
+bool StartsWith(std::string_view text, std::string_view start) {
+  return text.substr(0, start.size()) == start;
+}
+
+struct Variant {
+  const char* fault;
+  const char* answer;
+};
+
+// What is answered whatever was asked.
+constexpr Variant kVariants[] = {
+    {"garbage", "%PDF-1.4 this is no HTTP"},
+    {"short", "HTTP/1.1 2"},
+    {"bad-header", "HTTP/1.1 200 OK\r\nX Y: z\r\nContent-Length: 2\r\n\r\nok"},
+    {"bare-lf", "HTTP/1.1 200 OK\nContent-Length: 2\n\nok"},
+    {"endless-headers", "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n"},
+    {"unmeasured", "HTTP/1.1 200 OK\r\n\r\nok"},
+    {"kept-unmeasured", "HTTP/1.1 200 OK\r\n\r\nok"},
+    {"odd-length", "HTTP/1.1 200 OK\r\nContent-Length: ten\r\n\r\nok"},
+    {"long-length", "HTTP/1.1 200 OK\r\nContent-Length: 3\r\n\r\nok"},
+    {"short-length", "HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\nok"},
+    {"bad-chunks",
+     "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n2\r\nok\r\n"},
+    {"body-204", "HTTP/1.1 204 No Content\r\n\r\nok"},
+};
+
+std::string SoundAnswer(std::string_view request, bool keepOpen) {
+  const bool isHead = StartsWith(request, "HEAD ");
+  std::string answer = "HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\n";
+  answer += "Content-Length: " + std::to_string(request.size());
+  answer += keepOpen ? "\r\nConnection: keep-alive\r\n\r\n"
+                     : "\r\nConnection: close\r\n\r\n";
+  if (!isHead || Has("body-head")) answer += request;
+  return answer;
+}
+
+std::string MakeAnswer(std::string_view request, bool keepOpen) {
+  // None of the variants is one for HEAD.
+  if (StartsWith(request, "HEAD ")) return SoundAnswer(request, keepOpen);
+  for (const Variant& variant : kVariants) {
+    if (Has(variant.fault)) return variant.answer;
+  }
+  return SoundAnswer(request, keepOpen);
+}
+
+bool WantsKeepOpen(std::string_view request) {
+  return request.find("\r\nConnection: keep-alive\r\n") !=
+         std::string_view::npos;
+}
+
+// Returns what the answer is to say about the connection.
+bool SetFlag(std::string_view request, uint32_t* keepOpen) {
+  const bool keep = WantsKeepOpen(request) || Has("kept-unmeasured");
+  if (Has("wide-flag")) {
+    const uint64_t wide = keep ? 1 : 0;
+    std::memcpy(keepOpen, &wide, sizeof(wide));
+  } else if (Has("odd-flag")) {
+    *keepOpen = 0xCCCCCCCC;
+  } else if (!Has("sticky-flag") || keep) {
+    *keepOpen = keep ? 1 : 0;
+  }
+  return keep;
+}
+
+// What must not be done to the arguments.
+void Spoil(const void* request, uint32_t requestLengthBytes,
+           const wchar_t* clientAddress, uint32_t clientAddressLength) {
+  auto* const bytes = static_cast<char*>(const_cast<void*>(request));
+  if (Has("writes-request")) bytes[requestLengthBytes - 1] = '\0';
+  if (Has("reads-past")) {
+    (void)static_cast<volatile char*>(bytes)[requestLengthBytes];
+  }
+  if (Has("writes-address")) {
+    const_cast<wchar_t*>(clientAddress)[clientAddressLength - 1] = L'\0';
+  }
+  if (Has("reads-address")) {
+    (void)static_cast<const volatile wchar_t*>(
+        clientAddress)[clientAddressLength];
+  }
+}
+
+void CrashOnOwnThread() {
+  std::thread([] { Misbehave("thread"); }).join();
+}
+
+}  // namespace
+
+void WSIE_GetInterfaceVersionsSupported(uint32_t* versions, uint32_t capacity) {
+  Misbehave("versions");
+  if (Has("unwritten-versions")) return;
+  const uint32_t count = Has("many-versions") ? capacity + 1 : 1;
+  for (uint32_t i = 0; i < count; ++i) {
+    versions[i] = Has("no-version") ? 2 : KOVA_INTERFACE_VERSION;
+  }
+}
+
+void WSIE_SetKOVAServerRestartRoutine(KOVA_RestartRoutine* routine) {
+  Misbehave("restart");
+  g_restart = routine;
+}
+
+KOVA_Context WSIE_WebServerInitialize(void) {
+  Misbehave("initialize");
+  if (Has("slow-initialize")) ::Sleep(1500);
+  return Has("null-context") ? nullptr : &g_shared;
+}
+
+KOVA_Response WSIE_HandleServerRequest(KOVA_Context, const void* request,
+                                       uint32_t requestLengthBytes,
+                                       const wchar_t* clientAddress,
+                                       uint32_t clientAddressLength,
+                                       uint32_t* keepOpen) {
+  Misbehave("handle");
+  if (Has("crash-thread")) CrashOnOwnThread();
+  const std::string_view bytes(static_cast<const char*>(request),
+                               requestLengthBytes);
+  Spoil(request, requestLengthBytes, clientAddress, clientAddressLength);
+  if (Has("null-response")) return nullptr;
+  if (Has("refuses-post") && StartsWith(bytes, "POST ")) return nullptr;
+  if (Has("calls-restart") && g_restart != nullptr) g_restart();
+  const bool keep = SetFlag(bytes, keepOpen);
+  auto* const response = new Response;
+  response->bytes = MakeAnswer(bytes, keep);
+  if (Has("one-buffer")) {
+    // The others' requests come in between.
+    Share(response->bytes);
+    ::Sleep(1);
+    response->bytes = TakeShared();
+  }
+  return response;
+}
+
+uint32_t WSIE_GetResponseLength(KOVA_Context, KOVA_Response response) {
+  Misbehave("length");
+  if (Has("zero-length")) return 0;
+  const uint32_t calls = AsResponse(response)->lengthCalls++;
+  return static_cast<uint32_t>(AsResponse(response)->bytes.size()) +
+         (Has("changing-length") ? calls : 0);
+}
+
+int32_t WSIE_GetResponse(KOVA_Context, KOVA_Response response, void* buffer,
+                         uint32_t bufferLengthBytes) {
+  Misbehave("copy");
+  if (Has("failing-copy")) return 0;
+  const std::string& bytes = AsResponse(response)->bytes;
+  auto* const out = static_cast<char*>(buffer);
+  std::memcpy(out, bytes.data(),
+              Has("copies-half") ? bufferLengthBytes / 2 : bufferLengthBytes);
+  if (Has("copies-past")) out[bufferLengthBytes] = '\0';
+  if (Has("copies-before")) out[-1] = '\0';
+  return 1;
+}
+
+void WSIE_ReleaseResponse(KOVA_Context, KOVA_Response response) {
+  Misbehave("release");
+  if (!Has("leak")) delete AsResponse(response);
+}
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID) {
+  return reason == DLL_PROCESS_ATTACH && Has("refuses-load") ? FALSE : TRUE;
+}
