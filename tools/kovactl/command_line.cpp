@@ -7,6 +7,7 @@
 
 #include "admin/verb_printers.h"
 #include "admin/verb_settings.h"
+#include "check/verb_check.h"
 #include "common/exit_code.h"
 #include "common/output.h"
 #include "common/utf8.h"
@@ -28,6 +29,7 @@ void AddEverything(CLI::App& app) {
   app.require_subcommand(0, 1);
   app.footer(&Footer);
   AddRunVerb(app);
+  AddCheckExtensionVerb(app);
   AddPrintersVerb(app);
   AddSettingsVerb(app);
 }

@@ -1,0 +1,74 @@
+// The memory that the two processes of a check share: what is to be checked,
+// and what the extension is doing at this moment. It stays readable after the
+// process that runs the extension has ended, however that came about.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "base/handles.h"
+#include "check/entry.h"
+
+namespace kova::ctl::check {
+
+inline constexpr size_t kMostThreads = 64;
+
+// Written before the worker starts. Texts are zero-terminated.
+struct Order {
+  wchar_t library[1024];
+  char printer[512];          // UTF-8
+  wchar_t requestFile[1024];  // empty without one
+  uint32_t requests;
+  uint32_t threads;
+  uint32_t firstStep;
+  HANDLE messages;  // weak; an inherited pipe's writing end
+};
+
+// Where one thread is.
+struct Slot {
+  std::atomic<Entry> entry;
+  std::atomic<uint64_t> sinceMs;  // of GetTickCount64
+};
+
+// An exception that left the extension.
+struct CrashRecord {
+  uint32_t code;
+  Entry entry;
+  uint64_t offset;     // of the instruction in its module
+  wchar_t module[64];  // the file's name, empty if in none
+  bool isAccess;       // an access violation
+  bool isWrite;
+  uint64_t accessed;
+};
+
+struct Board {
+  Order order;
+  Slot slots[kMostThreads + 1];  // the main thread's first
+  std::atomic<bool> crashed;     // set after `crash` was written
+  CrashRecord crash;
+};
+
+// Owns a view of the board; the parent owns the section, too.
+class SharedBoard {
+ public:
+  // A board of zeroes whose handle a child process inherits.
+  [[nodiscard]] bool Create();
+  // The board behind an inherited handle; false if it is none.
+  [[nodiscard]] bool Open(HANDLE inherited);
+  ~SharedBoard();
+
+  SharedBoard() = default;
+  SharedBoard(const SharedBoard&) = delete;
+  SharedBoard& operator=(const SharedBoard&) = delete;
+
+  [[nodiscard]] HANDLE Section() const { return m_section.Get(); }
+  [[nodiscard]] Board& Get() const { return *m_board; }
+
+ private:
+  [[nodiscard]] bool Map();
+
+  UniqueKernelHandle m_section;
+  Board* m_board = nullptr;
+};
+
+}  // namespace kova::ctl::check

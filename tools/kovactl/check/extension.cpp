@@ -1,0 +1,61 @@
+#include "check/extension.h"
+
+#include <span>
+
+namespace kova::ctl::check {
+namespace {
+
+template <typename Function>
+void Find(HMODULE module, const char* name, Function*& entry) {
+  entry = reinterpret_cast<Function*>(
+      reinterpret_cast<void*>(::GetProcAddress(module, name)));
+}
+
+template <typename Type>
+const Type* At(HMODULE module, DWORD offset) {
+  return reinterpret_cast<const Type*>(reinterpret_cast<const char*>(module) +
+                                       offset);
+}
+
+// The offsets of the names in the export table of a loaded module.
+std::span<const DWORD> ExportNames(HMODULE module) {
+  const auto* const dos = At<IMAGE_DOS_HEADER>(module, 0);
+  const auto* const header =
+      At<IMAGE_NT_HEADERS64>(module, static_cast<DWORD>(dos->e_lfanew));
+  const IMAGE_DATA_DIRECTORY& directory =
+      header->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_EXPORT];
+  if (directory.Size == 0) return {};
+  const auto* const exports =
+      At<IMAGE_EXPORT_DIRECTORY>(module, directory.VirtualAddress);
+  return {At<DWORD>(module, exports->AddressOfNames), exports->NumberOfNames};
+}
+
+}  // namespace
+
+void FindEntries(Extension& extension) {
+  const HMODULE module = extension.module;
+  Find(module, "WSIE_GetInterfaceVersionsSupported", extension.versions);
+  Find(module, "WSIE_SetKOVAServerRestartRoutine", extension.setRestart);
+  Find(module, "WSIE_WebServerInitialize", extension.initialize);
+  Find(module, "WSIE_HandleServerRequest", extension.handle);
+  Find(module, "WSIE_GetResponseLength", extension.length);
+  Find(module, "WSIE_GetResponse", extension.copy);
+  Find(module, "WSIE_ReleaseResponse", extension.release);
+}
+
+std::string DecoratedExport(HMODULE module, const std::string& name) {
+  for (const DWORD offset : ExportNames(module)) {
+    const std::string exported = At<char>(module, offset);
+    const size_t at = exported.find(name);
+    if (at == std::string::npos || exported == name) continue;
+    // WSIE_GetResponse is a part of WSIE_GetResponseLength's own name.
+    if (at == 0 && exported.starts_with("WSIE_") &&
+        exported.find('@') == std::string::npos) {
+      continue;
+    }
+    return exported;
+  }
+  return {};
+}
+
+}  // namespace kova::ctl::check

@@ -1,0 +1,173 @@
+#include "check/finding.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace kova::ctl::check {
+namespace {
+
+constexpr char kGets400[] = "Gets status 400 from the server itself.";
+constexpr char kHostEnds[] =
+    "Loses the connection: the host process ends, with every printer in it.";
+constexpr char kHostMemory[] =
+    "Nothing at first; later wrong answers, or a host process that ends.";
+
+// One row for each flaw, in the order of the enumeration.
+constexpr FlawKind kKinds[] = {
+    {"file-name", Severity::kWarning, "The file has another name",
+     "Gets status 400: the server looks for Corvane_V3_NetMon.dll alone.",
+     "Name the library Corvane_V3_NetMon.dll in the driver's package."},
+    {"missing-export", Severity::kFault, "A function is not exported",
+     "Gets status 400 for every request, or the host's memory fills up.",
+     "Define KOVA_BUILDING_EXTENSION before including kova/extension.h and "
+     "define all seven functions."},
+    {"missing-optional-export", Severity::kWarning,
+     "A function that the server can do without is not exported",
+     "Nothing. The server logs an error when it loads the library.",
+     "Export all seven functions; one that does nothing will do."},
+    {"no-version-1", Severity::kFault, "Version 1 is not offered",
+     "Gets status 400 for every request: the server unloads the library.",
+     "Write KOVA_INTERFACE_VERSION to versions[0]."},
+    {"versions-overrun", Severity::kFault, "Writes past the version array",
+     kHostMemory, "Write at most `capacity` entries."},
+    {"null-context", Severity::kFault, "Initialising yields null",
+     "Gets status 400 until the host is restarted: the server unloads the "
+     "library and does not try again.",
+     "Return any pointer but null; put off what can fail to the first "
+     "request."},
+    {"slow-initialize", Severity::kWarning, "Initialising takes long",
+     "Waits: no request of any printer's extension is served meanwhile.",
+     "Start long work on a thread of your own and return at once."},
+    {"null-response", Severity::kFault, "A plain request gets no response",
+     kGets400,
+     "Answer with a response of your own, of status 404 or 500 if need be. If "
+     "this request is not for you, name one that is with --request FILE."},
+    {"refused-request", Severity::kWarning,
+     "A well-formed request gets no response", kGets400,
+     "Answer with a status that says why, such as 405, 413 or 415."},
+    {"zero-length", Severity::kFault, "The response's length is 0", kGets400,
+     "Report the length of the whole response, status line and headers "
+     "included."},
+    {"changing-length", Severity::kFault,
+     "The length changes between two calls",
+     "Gets an answer that is cut off or has rubbish at its end.",
+     "Make the whole response in WSIE_HandleServerRequest and keep it "
+     "unchanged until WSIE_ReleaseResponse."},
+    {"copy-failed", Severity::kFault, "The copy fails", kGets400,
+     "Return non-zero after copying. The buffer always has the length that "
+     "you reported."},
+    {"copy-overrun", Severity::kFault, "Copies past the end of the buffer",
+     kHostMemory, "Copy exactly `bufferLengthBytes` bytes."},
+    {"copy-underrun", Severity::kFault,
+     "Writes in front of the buffer or of the flag", kHostMemory,
+     "Write to the addresses that you are given, and upwards."},
+    {"copy-incomplete", Severity::kFault, "Copies less than it reported",
+     "Gets bytes of the host's memory at the end of the answer.",
+     "Copy as many bytes as WSIE_GetResponseLength reported."},
+    {"request-written", Severity::kFault, "Writes into the request",
+     kHostMemory, "Copy what you want to change, such as tokens to be cut."},
+    {"request-overread", Severity::kFault, "Reads past the request's end",
+     kHostEnds,
+     "Stop at requestLengthBytes: the request is not zero-terminated, so "
+     "strlen and strstr do not stop in time."},
+    {"address-written", Severity::kFault, "Writes into the client's address",
+     kHostMemory, "Copy the text if you want to change it."},
+    {"address-overread", Severity::kWarning, "Reads past the client's address",
+     "Nothing, as long as a zero happens to follow the text.",
+     "Stop at clientAddressLength; nothing promises a terminator."},
+    {"keep-open-overrun", Severity::kFault, "Writes past the keep-open flag",
+     kHostMemory, "The flag has 32 bits: assign to *keepOpen, cast nothing."},
+    {"keep-open-value", Severity::kWarning, "The keep-open flag is odd",
+     "Is kept connected, perhaps without anybody having meant it.",
+     "Write 0 or 1."},
+    {"keep-open-without-length", Severity::kFault,
+     "Keeps the connection open, but the answer's end cannot be told",
+     "Waits for more until it gives up.",
+     "Send Content-Length, or leave the keep-open flag 0."},
+    {"connection-disagrees", Severity::kWarning,
+     "The Connection header and the keep-open flag disagree",
+     "Waits for an end that does not come, or finds the connection closed.",
+     "Write the flag for every request: 1 with keep-alive, 0 with close. It "
+     "keeps its value from request to request."},
+    {"status-line", Severity::kFault,
+     "The answer does not begin with a status line",
+     "Reports an invalid answer.",
+     "Begin with \"HTTP/1.1 200 OK\" and CR LF, or another status."},
+    {"header-line", Severity::kFault, "A header line is malformed",
+     "Reports an invalid answer, or ignores the line.",
+     "Write name, colon, blank, value, CR LF; no blank before the colon, no "
+     "control characters in the value."},
+    {"line-end", Severity::kFault, "A line does not end with CR LF",
+     "May refuse the answer; the lenient ones take it.",
+     "End the status line and each header line with \"\\r\\n\"."},
+    {"no-empty-line", Severity::kFault, "No empty line ends the headers",
+     "Takes the body for headers and reports an incomplete answer.",
+     "Write one more \"\\r\\n\" after the last header line."},
+    {"content-length-text", Severity::kFault,
+     "Content-Length is not one number", "Reports an invalid answer.",
+     "Send one Content-Length line with decimal digits alone."},
+    {"content-length-wrong", Severity::kFault,
+     "Content-Length is not the body's length",
+     "Waits for bytes that do not come, or loses the end of the body.",
+     "Count the body's bytes as they are sent, after any encoding."},
+    {"no-content-length", Severity::kWarning,
+     "An answer with a body has no Content-Length",
+     "Cannot tell a complete answer from a broken connection.",
+     "Send Content-Length with every body."},
+    {"chunks", Severity::kFault, "The chunks are malformed",
+     "Reports an invalid answer, or waits for more.",
+     "Send Content-Length in place of chunks: the whole answer is at hand."},
+    {"forbidden-body", Severity::kFault,
+     "A body follows a status that has none",
+     "Takes the body for the beginning of the next answer.",
+     "Send no body with the statuses 1xx, 204 and 304; do not answer with 1xx "
+     "alone."},
+    {"head-body", Severity::kWarning, "The answer to HEAD has a body",
+     "Takes the body for the beginning of the next answer.",
+     "Answer HEAD with the headers alone."},
+    {"mixed-answers", Severity::kFault,
+     "An answer holds what another client sent", "Gets somebody else's answer.",
+     "Keep each response in memory of its own; lock or avoid what requests "
+     "share, static buffers first."},
+    {"differing-answers", Severity::kFault,
+     "Answers differ when several threads ask at once",
+     "Gets a wrong answer now and then.",
+     "Keep each response in memory of its own; lock or avoid what requests "
+     "share, static buffers first."},
+    {"memory-growth", Severity::kFault, "Memory grows with every request",
+     "Nothing for days; then the host process runs out of memory.",
+     "Free in WSIE_ReleaseResponse what WSIE_HandleServerRequest allocated."},
+    {"crash", Severity::kFault, "Crashes", kHostEnds,
+     "Look the address up in a debugger or in the map file of your linker."},
+    {"exception", Severity::kFault, "Lets a C++ exception out", kHostEnds,
+     "Catch everything in each of the seven functions: the server catches "
+     "nothing."},
+    {"hang", Severity::kFault, "Does not return",
+     "Waits until it gives up; a thread of the host is lost.",
+     "Give every wait a limit. If this much time is meant, raise --timeout."},
+    {"ended-process", Severity::kFault, "Ends the process", kHostEnds,
+     "Do not call exit or abort; an exception that leaves a noexcept function "
+     "ends the process, too."},
+};
+
+static_assert(std::size(kKinds) ==
+              static_cast<size_t>(Flaw::kEndedProcess) + 1);
+
+}  // namespace
+
+const FlawKind& KindOf(Flaw flaw) { return kKinds[static_cast<size_t>(flaw)]; }
+
+std::optional<Flaw> FlawWithCode(std::string_view code) {
+  const auto* const found = std::ranges::find(
+      kKinds, code, [](const FlawKind& kind) { return kind.code; });
+  if (found == std::end(kKinds)) return std::nullopt;
+  return static_cast<Flaw>(found - std::begin(kKinds));
+}
+
+bool HasFault(const Findings& findings) {
+  return std::ranges::any_of(findings, [](const Finding& finding) {
+    return KindOf(finding.flaw).severity == Severity::kFault;
+  });
+}
+
+}  // namespace kova::ctl::check

@@ -1,0 +1,83 @@
+// What a check can find wrong with an extension.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "check/entry.h"
+
+namespace kova::ctl::check {
+
+enum class Severity { kWarning, kFault };
+
+enum class Flaw {
+  kFileName,
+  kMissingExport,
+  kMissingOptionalExport,
+  kNoVersion1,
+  kVersionsOverrun,
+  kNullContext,
+  kSlowInitialize,
+  kNullResponse,
+  kRefused,
+  kZeroLength,
+  kChangingLength,
+  kCopyFailed,
+  kCopyOverrun,
+  kCopyUnderrun,
+  kCopyIncomplete,
+  kRequestWritten,
+  kRequestOverread,
+  kAddressWritten,
+  kAddressOverread,
+  kKeepOpenOverrun,
+  kKeepOpenValue,
+  kKeepOpenWithoutLength,
+  kConnectionDisagrees,
+  kStatusLine,
+  kHeaderLine,
+  kLineEnd,
+  kNoEmptyLine,
+  kContentLengthText,
+  kContentLengthWrong,
+  kNoContentLength,
+  kChunks,
+  kForbiddenBody,
+  kHeadBody,
+  kMixedAnswers,
+  kDifferingAnswers,
+  kMemoryGrowth,
+  kCrash,
+  kException,
+  kHang,
+  kEndedProcess,
+};
+
+// What all findings of one flaw have in common. The texts are ASCII sentences:
+// `client` says what becomes of the server's clients, `advice` what to do.
+struct FlawKind {
+  const char* code;  // for machines, never changed once released
+  Severity severity;
+  const char* title;
+  const char* client;
+  const char* advice;
+};
+const FlawKind& KindOf(Flaw flaw);
+
+// The flaw with this code.
+std::optional<Flaw> FlawWithCode(std::string_view code);
+
+// One flaw seen once. `detail` says what was seen, in UTF-8; may be empty.
+struct Finding {
+  Flaw flaw;
+  Entry entry = Entry::kNone;
+  std::string detail;
+};
+using Findings = std::vector<Finding>;
+
+// Whether `findings` hold a fault.
+bool HasFault(const Findings& findings);
+
+}  // namespace kova::ctl::check

@@ -1,0 +1,61 @@
+#include "check/finding_sink.h"
+
+#include <string>
+
+namespace kova::ctl::check {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr ULONGLONG kProgressEveryMs = 250;
+
+void WriteLine(HANDLE pipe, const Json& message) {
+  const std::string line =
+      message.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+  DWORD written = 0;
+  ::WriteFile(pipe, line.data(), static_cast<DWORD>(line.size()), &written,
+              nullptr);
+}
+
+}  // namespace
+
+void FindingSink::Send(const Json& message) {
+  const std::lock_guard lock(m_mutex);
+  WriteLine(m_pipe, message);
+}
+
+void FindingSink::Report(const Finding& finding) {
+  const std::lock_guard lock(m_mutex);
+  if (!m_seen.emplace(finding.flaw, finding.entry).second) return;
+  WriteLine(m_pipe, {{"finding", KindOf(finding.flaw).code},
+                     {"entry", static_cast<uint32_t>(finding.entry)},
+                     {"detail", finding.detail}});
+}
+
+void FindingSink::BeginStep(size_t step) {
+  const std::lock_guard lock(m_mutex);
+  m_seen.clear();
+  m_requests = 0;
+  WriteLine(m_pipe, {{"begin", step}});
+}
+
+void FindingSink::EndStep(const std::string& note) { Finish(note, false); }
+
+void FindingSink::SkipStep(const std::string& note) { Finish(note, true); }
+
+void FindingSink::CountRequest() {
+  const std::lock_guard lock(m_mutex);
+  ++m_requests;
+  const ULONGLONG now = ::GetTickCount64();
+  if (now - m_progressMs < kProgressEveryMs) return;
+  m_progressMs = now;
+  WriteLine(m_pipe, {{"progress", m_requests}});
+}
+
+void FindingSink::Finish(const std::string& note, bool skipped) {
+  const std::lock_guard lock(m_mutex);
+  WriteLine(m_pipe,
+            {{skipped ? "skip" : "end", note}, {"requests", m_requests}});
+}
+
+}  // namespace kova::ctl::check

@@ -1,0 +1,48 @@
+// Where the process that runs the extension reports to.
+#pragma once
+
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <utility>
+
+#include "base/windows_api.h"
+#include "check/finding.h"
+
+namespace kova::ctl::check {
+
+// Writes messages, one JSON object a line, to the process that started this
+// one. Any number of threads may report at once.
+class FindingSink {
+ public:
+  // pipe  weak; the writing end.
+  explicit FindingSink(HANDLE pipe) : m_pipe(pipe) {}
+
+  void Send(const nlohmann::ordered_json& message);
+
+  // Sends a finding, the first time in a step that its flaw is seen in its
+  // entry. At once, because the extension may end the process next.
+  void Report(const Finding& finding);
+
+  // Begins and ends a step; see step_list.h for the numbers.
+  void BeginStep(size_t step);
+  // note: what there is to say when nothing is wrong, UTF-8; may be empty.
+  void EndStep(const std::string& note);
+
+  // The step was left out, for the reason `note`.
+  void SkipStep(const std::string& note);
+
+  // One more request was handed over.
+  void CountRequest();
+
+ private:
+  void Finish(const std::string& note, bool skipped);
+
+  const HANDLE m_pipe;  // weak
+  std::mutex m_mutex;
+  std::set<std::pair<Flaw, Entry>> m_seen;  // in this step
+  uint64_t m_requests = 0;                  // in this step
+  ULONGLONG m_progressMs = 0;
+};
+
+}  // namespace kova::ctl::check

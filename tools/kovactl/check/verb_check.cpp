@@ -1,0 +1,129 @@
+#include "check/verb_check.h"
+
+#include <memory>
+#include <string>
+
+#include "check/check_run.h"
+#include "check/library_file.h"
+#include "check/worker.h"
+#include "common/file_path.h"
+#include "common/utf8.h"
+#include "common/verb.h"
+#include "common/wait_notice.h"
+
+namespace kova::ctl {
+namespace {
+
+using check::CheckOptions;
+using check::CheckReport;
+
+constexpr char kExamples[] =
+    "Examples:\n"
+    "  kovactl check-extension .\\mine\\Corvane_V3_NetMon.dll\n"
+    "      try everything the server does to it, and more\n"
+    "  kovactl check-extension .\\mine --printer \"Office 2\" --threads 32\n"
+    "      the extension in that folder, for another printer, under more load\n"
+    "  kovactl check-extension .\\mine --request save.http --timeout 2\n"
+    "      with a request of your own, each call within two seconds\n"
+    "  kovactl check-extension .\\mine --json > report.json\n"
+    "      for another program; exit code 0 without faults, 1 with faults";
+
+// What the command line fills in.
+struct Arguments {
+  CheckOptions options;
+  std::string path;
+  std::string requestFile;
+  bool json = false;
+};
+
+CLI::Validator Limits(uint32_t least, uint32_t most) {
+  return CLI::Range(least, most).description("");
+}
+
+void AddOptions(CLI::App& verb, Arguments& arguments) {
+  CheckOptions& options = arguments.options;
+  verb.add_option("path", arguments.path,
+                  "The extension's library, or the package folder it is in")
+      ->type_name("PATH")
+      ->required();
+  verb.add_option("--printer", options.printer,
+                  "Ask for this printer (default: Demo Printer)")
+      ->type_name("NAME");
+  verb.add_option("--request", arguments.requestFile,
+                  "Send the bytes of this file, too, and under load instead of "
+                  "the usual requests")
+      ->type_name("FILE");
+  verb.add_option("--requests", options.requests,
+                  "Watch the memory over N requests (default: 1000)")
+      ->type_name("N")
+      ->check(Limits(100, 10000000));
+  verb.add_option("--threads", options.threads,
+                  "Ask on N threads at once (default: 8)")
+      ->type_name("N")
+      ->check(Limits(2, check::kMostThreads));
+  verb.add_option("--timeout", options.timeoutSeconds,
+                  "Give each call N seconds to return (default: 10)")
+      ->type_name("N")
+      ->check(Limits(1, 3600));
+  AddJsonFlag(verb, arguments.json);
+}
+
+std::wstring ProgramPath() { return ProgramFolder() + L"\\kovactl.exe"; }
+
+CheckReport CheckWithNotice(const CheckOptions& options) {
+  WaitNotice notice(L"checking " + options.library);
+  return check::CheckExtension(options, [&notice](size_t step,
+                                                  uint64_t requests) {
+    std::string text = std::string("checking: ") + check::kSteps[step].title;
+    if (requests > 0) text += ", request " + std::to_string(requests);
+    notice.Say(ToWide(text));
+  });
+}
+
+void Run(Arguments& arguments) {
+  CheckOptions& options = arguments.options;
+  options.library = check::LibraryPath(ToWide(arguments.path));
+  options.program = ProgramPath();
+  EndVerb(check::CheckLibraryFile(options.library));
+  if (!arguments.requestFile.empty()) {
+    options.requestFile = FullPath(ToWide(arguments.requestFile));
+    EndVerb(check::CheckRequestFile(options.requestFile));
+  }
+  const CheckReport report = CheckWithNotice(options);
+  EndVerb(report.failure);
+  if (arguments.json) {
+    ShowJson(check::ReportJson(report));
+  } else {
+    ShowText(check::ReportText(report));
+  }
+  if (report.Count(check::Severity::kFault) > 0) {
+    throw CLI::RuntimeError(static_cast<int>(ExitCode::kInternalError));
+  }
+}
+
+void AddWorkerVerb(CLI::App& app) {
+  CLI::App* const verb = app.add_subcommand(
+      "check-extension-worker", "The process that runs the extension");
+  verb->group("");
+  const auto board = std::make_shared<uint64_t>(0);
+  verb->add_option("board", *board)->required();
+  verb->callback([board] {
+    if (check::RunWorker(*board)) return;
+    EndVerb(Failure{ExitCode::kWrongUsage,
+                    L"this verb is a part of check-extension; use that one"});
+  });
+}
+
+}  // namespace
+
+void AddCheckExtensionVerb(CLI::App& app) {
+  CLI::App* const verb = app.add_subcommand(
+      "check-extension", "Try an extension library and report its faults");
+  const auto arguments = std::make_shared<Arguments>();
+  AddOptions(*verb, *arguments);
+  verb->footer(kExamples);
+  verb->callback([arguments] { Run(*arguments); });
+  AddWorkerVerb(app);
+}
+
+}  // namespace kova::ctl
