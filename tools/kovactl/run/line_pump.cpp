@@ -24,11 +24,11 @@ void LinePump::PushLine(std::wstring line) {
     const std::lock_guard held(m_mutex);
     m_errors.push_back(std::move(line));
   }
-  Push(std::move(styled));
+  PushText(std::move(styled));
 }
 
 void LinePump::PushNotice(std::wstring_view notice) {
-  Push(StyleNotice(notice, m_color));
+  PushText(StyleNotice(notice, m_color));
 }
 
 std::vector<std::wstring> LinePump::ErrorLines() const {
@@ -36,7 +36,7 @@ std::vector<std::wstring> LinePump::ErrorLines() const {
   return m_errors;
 }
 
-void LinePump::Push(std::wstring styled) {
+void LinePump::PushText(std::wstring styled) {
   {
     const std::lock_guard held(m_mutex);
     m_waiting.push_back(std::move(styled));

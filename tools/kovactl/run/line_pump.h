@@ -26,6 +26,8 @@ class LinePump {
 
   // A log line of the server.
   void PushLine(std::wstring line);
+  // A text that is shown as it is.
+  void PushText(std::wstring text);
   // A message of this tool.
   void PushNotice(std::wstring_view notice);
 
@@ -33,7 +35,6 @@ class LinePump {
   [[nodiscard]] std::vector<std::wstring> ErrorLines() const;
 
  private:
-  void Push(std::wstring styled);
   void Show();
 
   const Output& m_output;

@@ -8,7 +8,7 @@
 #include "run/line_pump.h"
 #include "run/listen_check.h"
 #include "run/server_library.h"
-#include "run/stop_signal.h"
+#include "common/stop_signal.h"
 
 namespace kova::ctl {
 namespace {

@@ -24,6 +24,10 @@ class StopSignal {
   // Waits until the signal is raised, at most `seconds`; without a limit if
   // there is none. True if it was raised.
   [[nodiscard]] bool Wait(std::optional<uint32_t> seconds) const;
+
+  // Set once the signal is raised; to be waited for together with others. Not
+  // the caller's to close.
+  [[nodiscard]] HANDLE Event() const;
 };
 
 }  // namespace kova::ctl

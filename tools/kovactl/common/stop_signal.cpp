@@ -1,4 +1,4 @@
-#include "run/stop_signal.h"
+#include "common/stop_signal.h"
 
 namespace kova::ctl {
 namespace {
@@ -34,5 +34,7 @@ bool StopSignal::Wait(std::optional<uint32_t> seconds) const {
   const DWORD milliseconds = seconds ? *seconds * 1000 : INFINITE;
   return ::WaitForSingleObject(g_raised, milliseconds) == WAIT_OBJECT_0;
 }
+
+HANDLE StopSignal::Event() const { return g_raised; }
 
 }  // namespace kova::ctl
