@@ -11,6 +11,8 @@
 #include "common/exit_code.h"
 #include "common/output.h"
 #include "common/utf8.h"
+#include "logs/verb_dumps.h"
+#include "logs/verb_log.h"
 #include "run/verb_run.h"
 
 namespace kova::ctl {
@@ -30,6 +32,8 @@ void AddEverything(CLI::App& app) {
   app.footer(&Footer);
   AddRunVerb(app);
   AddCheckExtensionVerb(app);
+  AddDumpsVerb(app);
+  AddLogVerb(app);
   AddPrintersVerb(app);
   AddSettingsVerb(app);
 }

@@ -19,14 +19,14 @@ uint64_t Joined(DWORD high, DWORD low) {
   return (static_cast<uint64_t>(high) << 32) | low;
 }
 
-DumpFile Described(const std::wstring& folder, const WIN32_FIND_DATAW& found) {
-  return {folder + L"\\" + found.cFileName,
-          Joined(found.nFileSizeHigh, found.nFileSizeLow),
-          Joined(found.ftLastWriteTime.dwHighDateTime,
-                 found.ftLastWriteTime.dwLowDateTime)};
-}
-
 }  // namespace
+
+DumpFile Described(const std::wstring& path,
+                   const WIN32_FILE_ATTRIBUTE_DATA& data) {
+  return {path, Joined(data.nFileSizeHigh, data.nFileSizeLow),
+          Joined(data.ftLastWriteTime.dwHighDateTime,
+                 data.ftLastWriteTime.dwLowDateTime)};
+}
 
 std::vector<std::wstring> DumpFolders() {
   std::wstring below = kDumpFolder;
@@ -53,7 +53,10 @@ unsigned long ListDumps(const std::wstring& folder,
   const size_t first = dumps.size();
   do {
     if ((found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) continue;
-    dumps.push_back(Described(folder, found));
+    const WIN32_FILE_ATTRIBUTE_DATA data = {
+        found.dwFileAttributes, found.ftCreationTime, found.ftLastAccessTime,
+        found.ftLastWriteTime,  found.nFileSizeHigh,  found.nFileSizeLow};
+    dumps.push_back(Described(folder + L"\\" + found.cFileName, data));
   } while (::FindNextFileW(search.Get(), &found));
   std::sort(dumps.begin() + static_cast<ptrdiff_t>(first), dumps.end(),
             [](const DumpFile& left, const DumpFile& right) {

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "base/windows_api.h"
+
 namespace kova::ctl {
 
 // The folders that the server may have used, the usual one first: below the
@@ -18,6 +20,10 @@ struct DumpFile {
   // When it was last written: 100 ns units since 1601, UTC.
   uint64_t writtenFileTime = 0;
 };
+
+// The file at `path`, of which the system says `data`.
+DumpFile Described(const std::wstring& path,
+                   const WIN32_FILE_ATTRIBUTE_DATA& data);
 
 // The dumps ("*.dmp") in `folder`, by name; none if there is no such folder.
 // Returns the error code; a missing folder is a success.

@@ -1,0 +1,191 @@
+#include "logs/mask_report.h"
+
+#include "common/file_path.h"
+#include "common/plain_text.h"
+#include "common/server_settings.h"
+#include "common/utf8.h"
+#include "logs/log_mask.h"
+#include "logs/mask_change.h"
+
+namespace kova::ctl {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr size_t kIndent = 18;
+
+// `text` in its column, broken as needed, behind `label`.
+std::wstring Row(const std::wstring& label, const std::wstring& text) {
+  std::wstring lines = Wrapped(text, kIndent);
+  return lines.replace(2, label.size(), label);
+}
+
+std::wstring HeadLine(const std::wstring& name, uint32_t mask) {
+  const std::wstring isDefault =
+      mask == kDefaultLogMask && name == kServerLoggerName ? L" (the default)"
+                                                           : L"";
+  return HarmlessLine(name) + L": " + HexMask(mask) + isDefault + L"\n";
+}
+
+std::wstring DebuggerText(uint32_t mask) {
+  const uint32_t reaching = ReachingDebugger(mask);
+  std::wstring text = MaskText(reaching);
+  if (reaching != ReachingEventLog(mask)) text += L" (DebuggerOutput is off)";
+  return text;
+}
+
+std::wstring FileText(const std::wstring& name, uint32_t mask) {
+  const std::wstring channels = MaskText(ReachingFile(mask));
+  const bool isOn =
+      !SwitchesOf(mask).empty() && SwitchesOf(mask).back() == kFileSwitch;
+  if (!isOn) return channels + L" (LogFile is off)";
+  return channels + L" -> " + HarmlessLine(LogFilePath(name));
+}
+
+// The file's ways surprise everybody who switches it on.
+std::wstring FileRemark(const std::wstring& name, uint32_t mask) {
+  if (ReachingFile(mask) == 0) return {};
+  const std::wstring about =
+      FileExists(LogFilePath(name))
+          ? L"The file exists already, so nothing is written to it: delete it "
+            L"to have it written anew with the next line."
+          : L"The file is written once, with the next line: for a fresh one "
+            L"delete it.";
+  return Wrapped(about + L" Its host keeps every line in memory meanwhile.", 2);
+}
+
+std::wstring SinkRows(const std::wstring& name, uint32_t mask) {
+  return Row(L"Event log", MaskText(ReachingEventLog(mask))) +
+         Row(L"Debugger output", DebuggerText(mask)) +
+         Row(L"Log file", FileText(name, mask)) + FileRemark(name, mask);
+}
+
+std::wstring NamelessRow(uint32_t mask) {
+  if (NamelessBits(mask) == 0) return {};
+  return Row(L"Unused bits", HexMask(NamelessBits(mask)));
+}
+
+std::wstring ValueText(const ValueState& value) {
+  if (!value.present) return L"no value";
+  return L"a value of type " + std::to_wstring(value.type) + L" and " +
+         std::to_wstring(value.data.size()) +
+         L" bytes, where loggers write a REG_DWORD";
+}
+
+// Empty for a value as loggers write it.
+std::wstring OddValueText(const LoggerMask& logger) {
+  if (logger.IsWellFormed()) return {};
+  std::wstring text = L"The registry holds " + ValueText(logger.value);
+  text += logger.Mask()
+              ? L"; the logger takes its first bytes for the mask."
+              : L"; a running logger keeps its mask and writes it back.";
+  return Wrapped(text, 2);
+}
+
+Json Names(const std::vector<std::wstring>& names) {
+  Json list = Json::array();
+  for (const std::wstring& name : names) list.push_back(ToUtf8(name));
+  return list;
+}
+
+Json HexOrNull(std::optional<uint32_t> mask) {
+  return mask ? Json(ToUtf8(HexMask(*mask))) : Json(nullptr);
+}
+
+void AddSinks(Json& json, const std::wstring& name, uint32_t mask) {
+  json["channels"] = Names(ChannelsOf(mask));
+  json["switches"] = Names(SwitchesOf(mask));
+  json["reaches"] = {
+      {"eventLog", Names(ChannelsOf(ReachingEventLog(mask)))},
+      {"debuggerOutput", Names(ChannelsOf(ReachingDebugger(mask)))},
+      {"logFile", Names(ChannelsOf(ReachingFile(mask)))}};
+  json["file"] = ToUtf8(LogFilePath(name));
+}
+
+Json LoggerJson(const LoggerMask& logger) {
+  Json json;
+  json["name"] = ToUtf8(logger.name);
+  json["mask"] = HexOrNull(logger.Mask());
+  json["wellFormed"] = logger.IsWellFormed();
+  if (logger.Mask()) AddSinks(json, logger.name, *logger.Mask());
+  return json;
+}
+
+std::wstring BeforeText(const LoggerMask& before) {
+  const std::optional<uint32_t> mask = before.Mask();
+  return mask ? HexMask(*mask) + L"  " + MaskText(*mask)
+              : ValueText(before.value);
+}
+
+}  // namespace
+
+std::wstring LoggerText(const LoggerMask& logger) {
+  const std::optional<uint32_t> mask = logger.Mask();
+  if (!mask) {
+    return HarmlessLine(logger.name) + L": unknown\n" + OddValueText(logger);
+  }
+  return HeadLine(logger.name, *mask) + OddValueText(logger) +
+         SinkRows(logger.name, *mask) + NamelessRow(*mask);
+}
+
+std::wstring LoggersText(const std::vector<LoggerMask>& loggers) {
+  if (loggers.empty()) {
+    return Wrapped(
+        L"No logger has a mask yet. The server's is made when the "
+        L"server first runs, with " +
+            HexMask(kDefaultLogMask) + L" (" + MaskText(kDefaultLogMask) +
+            L").",
+        0);
+  }
+  std::wstring text;
+  for (const LoggerMask& logger : loggers) {
+    if (!text.empty()) text += L"\n";
+    text += LoggerText(logger);
+  }
+  return text;
+}
+
+Json LoggersJson(const std::vector<LoggerMask>& loggers) {
+  Json list = Json::array();
+  for (const LoggerMask& logger : loggers) list.push_back(LoggerJson(logger));
+  Json json;
+  json["key"] = "HKEY_LOCAL_MACHINE\\" + ToUtf8(kLogMasksKeyPath);
+  json["loggers"] = std::move(list);
+  return json;
+}
+
+std::optional<std::wstring> UndoCommand(const MaskUpdate& update) {
+  const LoggerMask& before = update.before;
+  if (before.Mask()) return SetCommand(before.name, *before.Mask());
+  if (before.name != kServerLoggerName) return std::nullopt;
+  return SetCommand(before.name, kDefaultLogMask);
+}
+
+std::wstring UpdateText(const MaskUpdate& update) {
+  const std::wstring& name = update.before.name;
+  std::wstring text = HarmlessLine(name) + L"\n";
+  text += Row(L"Before", BeforeText(update.before));
+  text += Row(L"Now", HexMask(update.now) + L"  " + MaskText(update.now));
+  text += SinkRows(name, update.now);
+  text +=
+      Row(L"Takes effect", L"within " + std::to_wstring(kFollowsWithinMs) +
+                               L" ms in a host that runs, else when it starts");
+  const std::optional<std::wstring> undo = UndoCommand(update);
+  // A command is copied as a whole, so it is not broken.
+  return text + (undo ? L"  Undo with:      " + *undo + L"\n"
+                      : Row(L"Undo with:", L"(no mask was there before)"));
+}
+
+Json UpdateJson(const MaskUpdate& update) {
+  const std::optional<std::wstring> undo = UndoCommand(update);
+  Json json;
+  json["logger"] = ToUtf8(update.before.name);
+  json["before"] = HexOrNull(update.before.Mask());
+  json["now"] = ToUtf8(HexMask(update.now));
+  AddSinks(json, update.before.name, update.now);
+  json["takesEffectWithinMs"] = kFollowsWithinMs;
+  json["undo"] = undo ? Json(ToUtf8(*undo)) : Json(nullptr);
+  return json;
+}
+
+}  // namespace kova::ctl
