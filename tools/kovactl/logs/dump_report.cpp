@@ -77,8 +77,11 @@ std::wstring FolderOf(const LoadedDump& loaded) {
   return loaded.file.path.substr(0, loaded.file.path.find_last_of(L"\\/"));
 }
 
+// What a file says may be empty or blank.
 std::wstring Row(const std::wstring& label, const std::wstring& text) {
-  return Wrapped(text, kRowIndent).replace(2, label.size(), label);
+  std::wstring lines = Wrapped(text, kRowIndent);
+  if (lines.empty()) lines = std::wstring(kRowIndent, L' ') + L"-\n";
+  return lines.replace(2, label.size(), label);
 }
 
 std::wstring ExceptionRows(const Minidump& dump) {
@@ -102,7 +105,7 @@ std::wstring HeadRows(const LoadedDump& loaded) {
                           SizeText(loaded.file.sizeBytes));
   // The program comes first in the list of modules.
   const std::wstring program =
-      dump.modules.empty() ? L"" : dump.modules.front().FileName();
+      dump.modules.empty() ? L"(unknown)" : dump.modules.front().FileName();
   const std::wstring id =
       dump.processId ? L", process " + std::to_wstring(*dump.processId) : L"";
   text += Row(L"Program", HarmlessLine(program) + id);
