@@ -131,8 +131,8 @@ void AddFollow(CLI::App& log) {
 }  // namespace
 
 void AddLogVerb(CLI::App& app) {
-  CLI::App* const log = app.add_subcommand(
-      "log", "Show and change what the server logs, and follow it");
+  CLI::App* const log =
+      app.add_subcommand("log", "Show, change and follow what the server logs");
   log->require_subcommand(1);
   AddShow(*log);
   for (const Change& change : kChanges) AddChange(*log, change);
