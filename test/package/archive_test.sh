@@ -48,6 +48,23 @@ check_contents() {
     fail "a file of the package names a folder of this machine"
 }
 
+# Those that script/check-images knows, and no other.
+check_images() {
+  local setup headers
+  diff <(cd "$package" && find . -iname '*.exe' -o -iname '*.dll' | sort) \
+    <(printf './bin/%s\n' KOVAServer.dll kovactl.exe \
+      messages/Corvane_EventMessages.dll \
+      sample-extension/Corvane_V3_NetMon.dll) ||
+    fail "there are other images in the package than expected"
+  "$here/script/check-images"
+  setup=$(the_one 'KOVAServer-*-win64-setup.exe')
+  headers=$(llvm-readobj-19 --file-headers "$setup")
+  [[ $headers == *IMAGE_FILE_MACHINE_AMD64* ]] ||
+    fail "a 32-bit Windows would start the installer"
+  [[ $headers == *IMAGE_DLL_CHARACTERISTICS_NX_COMPAT* ]] ||
+    fail "the installer lacks NX_COMPAT"
+}
+
 # A command that only notes what it is given. The uninstaller has a name of
 # makensis's own choice.
 check_signing() {
@@ -87,6 +104,7 @@ for pattern in 'KOVAServer-*-win64.zip' 'KOVAServer-*-win64-symbols.zip'; do
 done
 package=$(echo "$scratch"/KOVAServer-*-win64)
 check_contents
+check_images
 python3 -B "$here/test/package/bill_test.py" "$package" "$package-symbols"
 run_tool
 echo "the packages hold what they should"
