@@ -6,7 +6,9 @@
 #include <sstream>
 
 #include "admin/verb_printers.h"
+#include "admin/verb_probe.h"
 #include "admin/verb_settings.h"
+#include "admin/verb_status.h"
 #include "check/verb_check.h"
 #include "common/exit_code.h"
 #include "common/output.h"
@@ -35,7 +37,9 @@ void AddEverything(CLI::App& app) {
   AddDumpsVerb(app);
   AddLogVerb(app);
   AddPrintersVerb(app);
+  AddProbeVerb(app);
   AddSettingsVerb(app);
+  AddStatusVerb(app);
 }
 
 // Which verb's help to point to after a mistake.

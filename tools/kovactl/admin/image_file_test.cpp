@@ -22,7 +22,6 @@ using ::kova::ctl::ReadImage;
 using ::kova::ctl::test::MemorySource;
 using ::kova::test::ExtensionFolder;
 using ::testing::Contains;
-using ::testing::UnorderedElementsAre;
 
 std::wstring Library(const wchar_t* extension) {
   return ExtensionFolder(extension) + L"\\Corvane_V3_NetMon.dll";
@@ -106,8 +105,8 @@ TEST(ImageFile, IsNeverSoundWhenCutShort) {
   ASSERT_EQ(FormOf(whole), ImageForm::kSound);
   for (size_t size = 0; size < whole.size() - 1;
        size += size < 2048 ? 1 : 4099) {
-    const ImageFacts facts =
-        ReadImage(MemorySource({whole.begin(), whole.begin() + size}));
+    const ImageFacts facts = ReadImage(MemorySource(
+        {whole.begin(), whole.begin() + static_cast<ptrdiff_t>(size)}));
     EXPECT_NE(facts.form, ImageForm::kSound) << size;
     EXPECT_TRUE(facts.exports.empty()) << size;
   }

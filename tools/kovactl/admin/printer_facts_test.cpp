@@ -21,7 +21,6 @@ using ::kova::ctl::Diagnose;
 using ::kova::ctl::ListPrinters;
 using ::kova::ctl::LookAtPrinter;
 using ::kova::ctl::PackageForm;
-using ::kova::ctl::PrinterFacts;
 using ::kova::ctl::PrinterName;
 using ::kova::ctl::test::ProgramResult;
 using ::kova::ctl::test::RunKovactl;

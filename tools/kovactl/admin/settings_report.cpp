@@ -10,6 +10,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr size_t kNameWidth = 23;
+constexpr size_t kNumberWidth = 7;
 constexpr size_t kDetailIndent = 4;
 
 // A command line has to fit the 8191 characters of a console.
@@ -64,7 +65,7 @@ std::wstring SettingsText(const std::vector<SettingState>& states,
     const std::optional<uint32_t> value = EffectiveValue(*setting, stored);
     text.append(indent, L' ');
     text += Padded(setting->name, kNameWidth) +
-            Padded(NumberText(value), kDetailIndent + 2) +
+            Padded(NumberText(value), kNumberWidth) +
             OriginText(*setting, stored) + L"\n" +
             Wrapped(RemarkText(*setting, stored), indent + kDetailIndent) +
             Wrapped(MeaningText(*setting, value), indent + kDetailIndent);

@@ -23,15 +23,15 @@ const Setting& Tcp() { return SettingOf(SettingId::kTcpEnabled); }
 
 TEST(SettingsText, HasAColumnEachForNameNumberAndOrigin) {
   EXPECT_EQ(SettingsText({{&Port(), {}}, {&Tcp(), {true, 3, {0}}}}, 2),
-            L"  KOVA Server Port       5130  default, nothing is stored\n"
+            L"  KOVA Server Port       5130   default, nothing is stored\n"
             L"      TCP port 5130\n"
-            L"  TCP Enabled            0     stored as REG_BINARY, 1 byte\n"
+            L"  TCP Enabled            0      stored as REG_BINARY, 1 byte\n"
             L"      the server does not listen at all\n");
 }
 
 TEST(SettingsText, SaysWhatIsOddAboutAStoredValue) {
   EXPECT_EQ(SettingsText({{&Port(), {true, 1, {0x35, 0}}}}, 0),
-            L"KOVA Server Port       5130  default, what is stored is passed "
+            L"KOVA Server Port       5130   default, what is stored is passed "
             L"over\n"
             L"    stored is REG_SZ, 2 bytes; the server takes 4 bytes of any "
             L"type\n"

@@ -100,7 +100,7 @@ TEST_F(SettingsVerbTest, ShowsOneSettingInText) {
   EXPECT_EQ(result.exitCode, 0u);
   EXPECT_THAT(result.output, StartsWith("HKEY_LOCAL_MACHINE\\SOFTWARE\\"));
   EXPECT_THAT(result.output,
-              HasSubstr("\n\nKOVA Server Port       5130  default, nothing is "
+              HasSubstr("\n\nKOVA Server Port       5130   default, nothing is "
                         "stored\n    TCP port 5130\n\nThe server reads "));
 }
 
