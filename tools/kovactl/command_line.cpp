@@ -31,6 +31,8 @@ void AddEverything(CLI::App& app) {
   app.name("kovactl");
   app.set_version_flag("--version", "kovactl " KOVA_VERSION);
   app.require_subcommand(0, 1);
+  // A path may begin with a slash; no option does.
+  app.allow_windows_style_options(false);
   app.footer(&Footer);
   AddRunVerb(app);
   AddCheckExtensionVerb(app);

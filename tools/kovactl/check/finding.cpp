@@ -164,10 +164,4 @@ std::optional<Flaw> FlawWithCode(std::string_view code) {
   return static_cast<Flaw>(found - std::begin(kKinds));
 }
 
-bool HasFault(const Findings& findings) {
-  return std::ranges::any_of(findings, [](const Finding& finding) {
-    return KindOf(finding.flaw).severity == Severity::kFault;
-  });
-}
-
 }  // namespace kova::ctl::check

@@ -77,7 +77,4 @@ struct Finding {
 };
 using Findings = std::vector<Finding>;
 
-// Whether `findings` hold a fault.
-bool HasFault(const Findings& findings);
-
 }  // namespace kova::ctl::check

@@ -3,8 +3,8 @@
 namespace kova::ctl::check {
 namespace {
 
-constexpr size_t kLargeBytes = 1024 * 1024;
-constexpr size_t kLongTargetBytes = 16 * 1024;
+constexpr size_t kLargeBytes = 0x100000;
+constexpr size_t kLongTargetBytes = 0x4000;
 constexpr std::string_view kMarkStart = "kovacheck";
 
 std::string Target(const std::string& printer) {
@@ -106,13 +106,12 @@ Requests KeepOpenRequests(const std::string& printer) {
 Requests MalformedRequests(const std::string& printer) {
   const std::string target = Target(printer);
   const std::string get = "GET " + target;
-  const std::string host = "\r\nHost: a\r\n";
   Requests requests;
   for (const std::string& bytes : {
            get + " HTTP/1.1\nHost: a\n\n",
            get + "\r\n\r\n",
-           get + " HTTP/9.9 and more" + host + "\r\n",
-           get + "&x=%&y=%zz&=&&%00=%00 HTTP/1.1" + host + "\r\n",
+           get + " HTTP/9.9 and more\r\nHost: a\r\n\r\n",
+           get + "&x=%&y=%zz&=&&%00=%00 HTTP/1.1\r\nHost: a\r\n\r\n",
            get + " HTTP/1.1\r\nno colon here\r\n: no name\r\n\t\r\n\r\n",
            get + " HTTP/1.1\r\nHost: \x80\xFF\xC3\x28\x01\x7F\r\n\r\n",
            "POST " + target + " HTTP/1.1\r\nContent-Length: abc\r\n\r\nbody",

@@ -14,7 +14,6 @@ namespace {
 
 using ::kova::ctl::test::ProgramResult;
 using ::kova::ctl::test::RunKovactl;
-using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
@@ -79,6 +78,7 @@ TEST(VerbCheckTest, WritesJsonForPrograms) {
 
 TEST(VerbCheckTest, RefusesWhatCannotBeChecked) {
   ExpectRefusal(L"check-extension nowhere\\x.dll", 3, "there is no library ");
+  ExpectRefusal(L"check-extension /nowhere/x.dll", 3, "nowhere\\x.dll; name");
   ExpectRefusal(L"check-extension .", 3, "Corvane_V3_NetMon.dll; name the");
   ExpectRefusal(L"check-extension ..\\build.ninja", 4, "is not a library");
   ExpectRefusal(L"check-extension", 2, "path");
