@@ -3,6 +3,7 @@
 #include <cstring>
 #include <ctime>
 #include <string_view>
+#include <vector>
 
 #include "base/ascii.h"
 #include "base/string_codec.h"
@@ -90,17 +91,20 @@ void HTTPResponse::AddStandardHeaders() {
 bool HTTPResponse::Serialize(kova::ByteBuffer& out) {
   AddStandardHeaders();
   const OString statusLine = m_version + " " + m_statusText;
-  uint64_t size = statusLine.NarrowView().size() + 2 * kLineEnd.size();
+  // Asked for once: a conversion that the system refuses gives an empty text,
+  // and may give the whole one when asked again.
+  std::vector<std::string_view> lines = {statusLine.NarrowView()};
   for (int32_t i = 0; i < m_headerLines.Count(); ++i) {
-    size += m_headerLines[i].NarrowView().size() + kLineEnd.size();
+    lines.push_back(m_headerLines[i].NarrowView());
   }
-  out.ResizeDiscarding(size + m_body.Size());
+  uint64_t size = kLineEnd.size() + m_body.Size();
+  for (const std::string_view line : lines)
+    size += line.size() + kLineEnd.size();
+  out.ResizeDiscarding(size);
 
   Writer writer(out.Data());
-  writer.Write(statusLine.NarrowView());
-  writer.Write(kLineEnd);
-  for (int32_t i = 0; i < m_headerLines.Count(); ++i) {
-    writer.Write(m_headerLines[i].NarrowView());
+  for (const std::string_view line : lines) {
+    writer.Write(line);
     writer.Write(kLineEnd);
   }
   writer.Write(kLineEnd);
