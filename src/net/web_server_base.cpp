@@ -82,7 +82,12 @@ void WebServerBase::GiveUpStartedEvent() {
   // The accept thread took the event and is about to signal it: it must not be
   // closed under it. A thread that died on the way ends the wait, too.
   const HANDLE either[] = {m_startedEvent.Get(), m_acceptThread.Get()};
-  ::WaitForMultipleObjects(2, either, FALSE, INFINITE);
+  if (::WaitForMultipleObjects(2, either, FALSE, kEndMs) != WAIT_TIMEOUT) {
+    return;
+  }
+  // It listens, so its signal failed: an event that may yet be signalled is
+  // better lost than closed.
+  (void)m_startedEvent.Release();
 }
 
 // An accept thread that has not ended although the server does not run is one
@@ -103,6 +108,11 @@ int WebServerBase::StopRunning() {
       m_shutdownSignal.exchange(WSA_INVALID_EVENT));
   if (shutdown.IsValid()) ::WSASetEvent(shutdown.Get());
   const DWORD waited = ::WaitForSingleObject(m_acceptThread.Get(), kEndMs);
+  // After a wait that failed at once the thread may be about to end, inside a
+  // system call whose lock it would keep if it were killed there.
+  if (waited == WAIT_FAILED) {
+    ::WaitForSingleObject(m_acceptThread.Get(), kEndMs);
+  }
   const bool ended = waited != WAIT_TIMEOUT && waited != WAIT_FAILED;
   if (!ended) KillAcceptThread();
   m_acceptThread.Reset();

@@ -8,6 +8,7 @@ namespace {
 
 // After its last touch of the server the restart thread has only to end.
 constexpr DWORD kThreadEndMs = 1000;
+constexpr DWORD kAskAgainMs = 1000;
 
 HANDLE CreateAutoResetEvent() {
   return ::CreateEventW(nullptr, FALSE, FALSE, nullptr);
@@ -43,18 +44,27 @@ bool WebServerHTTP::IsRequestComplete(const OTypedArray<char>& received) {
 
 void WebServerHTTP::JoinRestartThread() {
   if (!m_monitor.restartThread.IsValid()) return;
-  // A host that stops the server while it holds the loader's lock would wait
-  // for ever for the thread itself; hence the event beside it. A thread that
-  // was killed with the rest of its process never sets the event; hence the
-  // thread beside it.
-  const HANDLE thread = m_monitor.restartThread.Get();
-  const HANDLE ended = m_monitor.endedEvent.Get();
-  if (ended == nullptr) {
-    ::WaitForSingleObject(thread, INFINITE);
-  } else {
-    const HANDLE either[] = {ended, thread};
-    ::WaitForMultipleObjects(2, either, FALSE, INFINITE);
-    ::WaitForSingleObject(thread, kThreadEndMs);
+  // Asked again and again: a signal that the system refused would otherwise
+  // leave the host waiting for ever.
+  while (!AwaitRestartThread()) {
+    if (m_monitor.shutdownEvent.IsValid()) {
+      ::SetEvent(m_monitor.shutdownEvent.Get());
+    }
   }
+  ::WaitForSingleObject(m_monitor.restartThread.Get(), kThreadEndMs);
   m_monitor.restartThread.Reset();
+}
+
+// Whether the restart thread has stopped touching this object; waits for it for
+// a while. A host that stops the server while it holds the loader's lock would
+// wait for ever for the thread itself; hence the event beside it. A thread that
+// was killed with the rest of its process never sets the event; hence the
+// thread beside it.
+bool WebServerHTTP::AwaitRestartThread() const {
+  const HANDLE either[] = {m_monitor.restartThread.Get(),
+                           m_monitor.endedEvent.Get()};
+  const DWORD count = m_monitor.endedEvent.IsValid() ? 2 : 1;
+  const DWORD woken =
+      ::WaitForMultipleObjects(count, either, FALSE, kAskAgainMs);
+  return woken == WAIT_OBJECT_0 || woken == WAIT_OBJECT_0 + 1;
 }

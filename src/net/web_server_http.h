@@ -50,5 +50,7 @@ class WebServerHTTP : public WebServerBase {
   void JoinRestartThread();
 
  private:
+  [[nodiscard]] bool AwaitRestartThread() const;
+
   NetworkMonitorState m_monitor;
 };
