@@ -63,12 +63,12 @@ void WriteThunk(uint8_t* at, CallThunks::Import* import) {
   code.Pointer(import);
   code.Bytes({0x48, 0xB8});  // mov rax, MustFail
   code.Pointer(reinterpret_cast<const void*>(&MustFail));
-  code.Bytes({0xFF, 0xD0});                    // call rax
-  code.Bytes({0x0F, 0x28, 0x44, 0x24, 0x20});  // movaps xmm0, [rsp+20]
-  code.Bytes({0x0F, 0x28, 0x4C, 0x24, 0x30});  // movaps xmm1, [rsp+30]
-  code.Bytes({0x0F, 0x28, 0x54, 0x24, 0x40});  // movaps xmm2, [rsp+40]
-  code.Bytes({0x0F, 0x28, 0x5C, 0x24, 0x50});  // movaps xmm3, [rsp+50]
-  code.Bytes({0x48, 0x83, 0xC4, 0x68});        // add rsp, 0x68
+  code.Bytes({0xFF, 0xD0});                          // call rax
+  code.Bytes({0x0F, 0x28, 0x44, 0x24, 0x20});        // movaps xmm0, [rsp+20]
+  code.Bytes({0x0F, 0x28, 0x4C, 0x24, 0x30});        // movaps xmm1, [rsp+30]
+  code.Bytes({0x0F, 0x28, 0x54, 0x24, 0x40});        // movaps xmm2, [rsp+40]
+  code.Bytes({0x0F, 0x28, 0x5C, 0x24, 0x50});        // movaps xmm3, [rsp+50]
+  code.Bytes({0x48, 0x83, 0xC4, 0x68});              // add rsp, 0x68
   code.Bytes({0x41, 0x59, 0x41, 0x58, 0x5A, 0x59});  // pop r9, r8, rdx, rcx
   code.Bytes({0x84, 0xC0});                          // test al, al
   code.Bytes({0x75, 0x0C});                          // jnz past the jump
@@ -104,12 +104,7 @@ CallThunks::CallThunks(HMODULE module, FailingCall failing) {
   }
 }
 
-CallThunks::~CallThunks() {
-  for (const auto& import : m_imports) {
-    WriteImportSlot(import->slot, import->function);
-  }
-  ::VirtualFree(m_code, 0, MEM_RELEASE);
-}
+CallThunks::~CallThunks() { ::VirtualFree(m_code, 0, MEM_RELEASE); }
 
 uint32_t CallThunks::Calls(const std::string& function) const {
   for (const auto& import : m_imports) {
@@ -132,7 +127,8 @@ void CallThunks::LetAllSucceed() {
 std::vector<std::string> ImportNames(HMODULE module) {
   char* const base = reinterpret_cast<char*>(module);
   const auto* dos = reinterpret_cast<IMAGE_DOS_HEADER*>(base);
-  const auto* headers = reinterpret_cast<IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
+  const auto* headers =
+      reinterpret_cast<IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
   const DWORD table =
       headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT]
           .VirtualAddress;

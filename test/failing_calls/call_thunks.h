@@ -26,11 +26,11 @@ struct FailingCall {
   CallFailure failure;
 };
 
-// From construction to destruction, every import of `module` passes through a
-// piece of code that counts it and either jumps on to the function, with all
-// arguments and the stack as they were, or returns the failure. Calls are
-// counted on all threads together. One thread makes and destroys it; the
-// module's threads must have ended by then.
+// From construction on, every import of `module` passes through a piece of code
+// that counts it and either jumps on to the function, with all arguments and
+// the stack as they were, or returns the failure. Calls are counted on all
+// threads together. To be destroyed after the module has been unloaded: its
+// threads make their last calls on their way out.
 class CallThunks {
  public:
   CallThunks(HMODULE module, FailingCall failing);

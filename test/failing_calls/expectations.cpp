@@ -1,0 +1,277 @@
+#include "test/failing_calls/expectations.h"
+
+namespace kova::test {
+namespace {
+
+constexpr uint64_t kFalse = 0;
+constexpr uint64_t kNull = 0;
+constexpr uint64_t kSocketError = 0xFFFFFFFF;
+constexpr uint64_t kWaitFailed = 0xFFFFFFFF;
+constexpr uint64_t kInvalidHandle = ~uint64_t{0};
+
+constexpr wchar_t kNoStart[] =
+    L"WebServerBase::Run: Run: Unable to get response from Accept Thread "
+    L"within specified Timeout. Timeout:30000";
+constexpr wchar_t kErrant[] =
+    L"NetworkMonitor::_RestartServerThread: errant event triggered";
+constexpr wchar_t kNoPath[] =
+    L"WebServerInterface::GetV3WebServerInterface: "
+    L"GetV3PrintMonitorDllFullPath failed for printer \"KOVA failing\"";
+constexpr wchar_t kNoInterface[] =
+    L"Network_ClientThread::ParseRequest: GetV3WebServerInterface failed for: "
+    L"\"KOVA failing\"";
+constexpr wchar_t kNoHandle[] =
+    L"Network_ClientThread::ParseRequest: WSIHandleServerRequest failed for: "
+    L"\"KOVA failing\"";
+
+}  // namespace
+
+const std::vector<FailingFunction>& FailingFunctions() {
+  static const std::vector<FailingFunction> kRows = {
+      // Registry. A setting that cannot be read has its default, the port
+      // among them; the client of the test finds nobody then.
+      {"RegCloseKey", ERROR_INVALID_HANDLE, 0, "", {}, 1},
+      {"RegCreateKeyExW", ERROR_ACCESS_DENIED, 0, "", {}},
+      {"RegEnumValueW", ERROR_NO_SYSTEM_RESOURCES, 0, "", {}},
+      {"RegOpenKeyExW", ERROR_ACCESS_DENIED, 0, "", {}},
+      {"RegQueryValueExW", ERROR_NO_SYSTEM_RESOURCES, 0, "N", {}},
+      {"RegSetValueExW", ERROR_ACCESS_DENIED, 0, "", {}},
+      // The computer's name chooses the settings and is in the server's answer.
+      {"GetComputerNameW", kFalse, ERROR_NO_SYSTEM_RESOURCES, "NO", {}},
+
+      // Log.
+      {"CreateDirectoryW", kFalse, ERROR_ACCESS_DENIED, "", {}},
+      {"CreateFileW", kInvalidHandle, ERROR_ACCESS_DENIED, "", {}},
+      {"FlsSetValue", kFalse, ERROR_NOT_ENOUGH_MEMORY, "", {}},
+      {"GetFileAttributesW", 0xFFFFFFFF, ERROR_FILE_NOT_FOUND, "", {}},
+      {"QueryPerformanceCounter", kFalse, ERROR_INVALID_FUNCTION, "", {}},
+      {"RegisterEventSourceW", kNull, RPC_S_SERVER_UNAVAILABLE, "", {}},
+      {"ReportEventW", kFalse, ERROR_LOG_FILE_FULL, "", {}},
+      {"WriteFile", kFalse, ERROR_DISK_FULL, "", {}},
+      {"wcsftime", 0, 0, "", {}},
+
+      // Text. What cannot be converted is empty: a form field then names no
+      // printer, a header line of the server's answer is missing.
+      {"MultiByteToWideChar", 0, ERROR_NO_UNICODE_TRANSLATION, "4O", {}},
+      {"WideCharToMultiByte", 0, ERROR_NO_UNICODE_TRANSLATION, "O", {}},
+
+      // Threads and events.
+      {"CloseHandle", kFalse, ERROR_INVALID_HANDLE, "", {}, 1},
+      {"CreateEventW",
+       kNull,
+       ERROR_NO_SYSTEM_RESOURCES,
+       "N",
+       {kErrant, kNoStart}},
+      {"GetModuleHandleExW", kFalse, ERROR_MOD_NOT_FOUND, "", {}},
+      {"ResetEvent", kFalse, ERROR_INVALID_HANDLE, "N", {}},
+      {"ResumeThread", 0xFFFFFFFF, ERROR_INVALID_HANDLE, "N", {}},
+      {"SetEvent", kFalse, ERROR_INVALID_HANDLE, "", {kNoStart}, 1},
+      {"SetThreadStackGuarantee", kFalse, ERROR_INVALID_PARAMETER, "", {}},
+      {"WaitForMultipleObjects",
+       kWaitFailed,
+       ERROR_INVALID_HANDLE,
+       "",
+       {kErrant}},
+      {"WaitForSingleObject",
+       kWaitFailed,
+       ERROR_INVALID_HANDLE,
+       "",
+       {kNoStart},
+       1},
+      {"_beginthreadex",
+       0,
+       ERROR_NOT_ENOUGH_MEMORY,
+       "N",
+       {L"WebServerBase::Run: _beginthreadex(...) failure, for Launch "
+        L"Thread[Run] errno:"}},
+
+      // Routing.
+      {"ClosePrinter", kFalse, ERROR_INVALID_HANDLE, "", {}},
+      {"EnumPrintersW", kFalse, RPC_S_SERVER_UNAVAILABLE, "4", {}},
+      {"GetPrinterDataW",
+       RPC_S_SERVER_UNAVAILABLE,
+       0,
+       "4",
+       {kNoPath, kNoInterface}},
+      {"GetProcAddress",
+       kNull,
+       ERROR_PROC_NOT_FOUND,
+       "4",
+       {L"WebServerInterface::GetProcAddressWithLogging: GetProcAddress failed "
+        L"on \"WSIE_",
+        L"WebServerInterface::WebServerInterface: Driver doesn't have a "
+        L"compatible Interface",
+        kNoHandle,
+        L"Network_ClientThread::ParseRequest: WSIGetResponseLength failed for: "
+        L"\"KOVA failing\"",
+        L"Network_ClientThread::ParseRequest: WSIGetResponse failed for: "
+        L"\"KOVA failing\""}},
+      {"LoadLibraryW",
+       kNull,
+       ERROR_MOD_NOT_FOUND,
+       "4",
+       {L"WebServerInterface::WebServerInterface: LoadLibrary failed on \"",
+        kNoHandle}},
+      {"OpenPrinterW",
+       kFalse,
+       ERROR_INVALID_PRINTER_NAME,
+       "4",
+       {kNoPath, kNoInterface}},
+
+      // Sockets. An accept or a receive that was not made does not ask to be
+      // woken again; the client hears nothing until it goes.
+      {"WSAAccept",
+       kInvalidHandle,
+       WSAENOBUFS,
+       "S",
+       {L"WebServerBase::_AcceptThread: WSAAccept(...) failure. Failure "
+        L"ignored. WSAGetLastError:10055"}},
+      {"WSAAddressToStringW", kSocketError, WSAEINVAL, "", {}},
+      {"WSACleanup", kSocketError, WSAENETDOWN, "", {}},
+      {"WSACloseEvent", kFalse, ERROR_INVALID_HANDLE, "", {}, 1},
+      {"WSACreateEvent",
+       kNull,
+       ERROR_NOT_ENOUGH_MEMORY,
+       "N",
+       {L"WebServerBase::_AcceptThread: WSACreateEvent(...) failure for "
+        L"ShutdownEvent. WSAGetLastError:8",
+        L"WebServerBase::_AcceptThread: WSACreateEvent(...) failure for "
+        L"networkEvent. WSAGetLastError:8"}},
+      {"WSAEnumNetworkEvents",
+       kSocketError,
+       WSAENOBUFS,
+       "N",
+       {L"WebServerBase::_AcceptThread: WSAEnumNetworkEvents(...) failure. "
+        L"WSAGetLastError:10055"}},
+      {"WSAEventSelect",
+       kSocketError,
+       WSAENOBUFS,
+       "N",
+       {L"WebServerBase::_AcceptThread: WSAEventSelect(...) failure. "
+        L"WSAGetLastError:10055"}},
+      {"WSARecv",
+       kSocketError,
+       WSAENOBUFS,
+       "S",
+       {L"Network_ClientThread::Run: WSARecv(...) failure. "
+        L"WSAGetLastError:10055"}},
+      {"WSASend",
+       kSocketError,
+       WSAENOBUFS,
+       "CN",
+       {L"Network_ClientThread::Run: WSASend(...) failure. Primary Send. "
+        L"WSAGetLastError:10055",
+        L"Network_ClientThread::Run: SendFailure. Resend. "
+        L"WSAGetLastError:10055"}},
+      {"WSASetEvent", kFalse, ERROR_INVALID_HANDLE, "", {}, 1},
+      {"WSASocketW",
+       kInvalidHandle,
+       WSAEMFILE,
+       "N",
+       {L"WebServerBase::_AcceptThread: AcceptThread: WSASocket(...) failure. "
+        L"WSAGetLastError:10024"}},
+      {"WSAStartup",
+       WSASYSNOTREADY,
+       0,
+       "N",
+       {L"WebServerBase::_AcceptThread: WSAStartup(...) failure. "
+        L"result:10091"}},
+      {"WSAWaitForMultipleEvents",
+       kWaitFailed,
+       ERROR_NOT_ENOUGH_MEMORY,
+       "N",
+       {L"WebServerBase::_AcceptThread: WSAWaitForMultipleObjects(...) "
+        L"failure. WSAGetLastError:8"}},
+      {"bind",
+       kSocketError,
+       WSAEADDRINUSE,
+       "N",
+       {L"WebServerBase::_AcceptThread: AcceptThread: bind(...) failure. "
+        L"GetLastError:10048"}},
+      {"closesocket",
+       kSocketError,
+       WSAENETDOWN,
+       "SN",
+       {L"WebServerBase::_AcceptThread: AcceptThread: bind(...) failure. "
+        L"GetLastError:10048"},
+       1},
+      {"getpeername", kSocketError, WSAENOTCONN, "", {}},
+      {"getsockname", kSocketError, WSAEINVAL, "", {}},
+      {"listen",
+       kSocketError,
+       WSAENOBUFS,
+       "N",
+       {L"WebServerBase::_AcceptThread: listen(...) failure. "
+        L"WSAGetLastError:10055"}},
+  };
+  return kRows;
+}
+
+const std::vector<SoundFunction>& SoundFunctions() {
+  constexpr char kNoFailure[] = "reports no failure";
+  constexpr char kMemory[] = "its failure is an exception, or the heap's";
+  constexpr char kPure[] = "computes";
+  static const std::vector<SoundFunction> kRows = {
+      {"AcquireSRWLockExclusive", kNoFailure},
+      {"AcquireSRWLockShared", kNoFailure},
+      {"DeleteCriticalSection", kNoFailure},
+      {"EnterCriticalSection", kNoFailure},
+      {"FlsGetValue", kNoFailure},
+      {"FreeLibraryAndExitThread", kNoFailure},
+      {"GetACP", kNoFailure},
+      {"GetModuleHandleW", "the C runtime asks for itself"},
+      {"GetCurrentProcessId", kNoFailure},
+      {"GetCurrentThreadId", kNoFailure},
+      {"GetLastError", kNoFailure},
+      {"GetSystemTimeAsFileTime", kNoFailure},
+      {"GetTickCount", kNoFailure},
+      {"GetTickCount64", kNoFailure},
+      {"InitializeCriticalSection", kNoFailure},
+      {"LeaveCriticalSection", kNoFailure},
+      {"ReleaseSRWLockExclusive", kNoFailure},
+      {"ReleaseSRWLockShared", kNoFailure},
+      {"SetLastError", kNoFailure},
+      {"TlsGetValue", kNoFailure},
+      {"WSAGetLastError", kNoFailure},
+      {"WSASetLastError", kNoFailure},
+      {"___lc_codepage_func", kNoFailure},
+      {"_errno", kNoFailure},
+      {"_time64", kNoFailure},
+      {"free", kNoFailure},
+      {"calloc", kMemory},
+      {"malloc", kMemory},
+      {"realloc", kMemory},
+      {"htonl", kPure},
+      {"htons", kPure},
+      {"memchr", kPure},
+      {"memcmp", kPure},
+      {"memcpy", kPure},
+      {"memmove", kPure},
+      {"memset", kPure},
+      {"ntohs", kPure},
+      {"strcmp", kPure},
+      {"strlen", kPure},
+      {"wcslen", kPure},
+      {"wcstol", kPure},
+  };
+  return kRows;
+}
+
+char Letter(Got got) {
+  switch (got) {
+    case Got::kAnswer:
+      return 'A';
+    case Got::kOwn400:
+      return '4';
+    case Got::kCut:
+      return 'C';
+    case Got::kNothing:
+      return 'N';
+    case Got::kSilence:
+      return 'S';
+    default:
+      return 'O';
+  }
+}
+
+}  // namespace kova::test
