@@ -38,13 +38,16 @@ constexpr TextPair kAliases[] = {
 constexpr long kRootCount = 4;
 
 void ReplaceAll(std::wstring& text, const TextPair& pair) {
-  const std::wstring from = pair.from;
-  const std::wstring to = pair.to;
+  const std::wstring_view from = pair.from;
   size_t at = text.find(from);
-  while (at != std::wstring::npos) {
-    text.replace(at, from.size(), to);
-    at = text.find(from, at + to.size());
+  if (at == std::wstring::npos) return;
+  std::wstring result;
+  size_t done = 0;
+  for (; at != std::wstring::npos; at = text.find(from, done)) {
+    result.append(text, done, at - done).append(pair.to);
+    done = at + from.size();
   }
+  text = result.append(text, done);
 }
 
 void Normalize(std::wstring& text) {
@@ -90,13 +93,18 @@ std::wstring EscapeName(std::wstring text) {
 }
 
 std::wstring UnescapeName(std::wstring text) {
-  for (size_t i = 0; i + 2 < text.size(); ++i) {
-    if (text[i] != L'%') continue;
-    const unsigned code =
-        16 * DigitValue(text[i + 1]) + DigitValue(text[i + 2]);
-    text.replace(i, 3, CharacterOfByte(static_cast<char>(code & 0xFF)));
+  std::wstring result;
+  for (size_t at = 0; at < text.size();) {
+    if (text[at] == L'%' && text.size() - at >= 3) {
+      const unsigned code =
+          16 * DigitValue(text[at + 1]) + DigitValue(text[at + 2]);
+      result += CharacterOfByte(static_cast<char>(code & 0xFF));
+      at += 3;
+    } else {
+      result += text[at++];
+    }
   }
-  return text;
+  return result;
 }
 
 bool CombinePath(std::wstring& keyPath, std::wstring& valueName) {
