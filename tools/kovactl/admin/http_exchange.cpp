@@ -21,7 +21,7 @@ struct InternetHandleTraits {
 };
 using UniqueInternet = UniqueHandle<InternetHandleTraits>;
 
-constexpr size_t kReadBytes = 64 * 1024;
+constexpr size_t kReadBytes = 65536;
 
 double NowMs() {
   LARGE_INTEGER frequency{};
@@ -252,7 +252,7 @@ bool IsServersOwnAnswer(const Exchange& exchange) {
 
 std::wstring EndText(const Exchange& exchange, uint16_t port,
                      uint32_t timeoutMs) {
-  const std::wstring place = L"port " + std::to_wstring(port);
+  std::wstring place = L"port " + std::to_wstring(port);
   switch (exchange.end) {
     case ExchangeEnd::kAnswered:
       return place + L" answered";
