@@ -29,12 +29,12 @@ DumpFile Described(const std::wstring& path,
 }
 
 std::vector<std::wstring> DumpFolders() {
-  std::wstring below = kDumpFolder;
+  std::wstring below = std::wstring(L"\\") + kDumpFolder;
   std::ranges::replace(below, L'/', L'\\');
   std::vector<std::wstring> folders;
   for (std::wstring base : {GetCommonAppDataFolder(), GetTempFolder()}) {
     base.erase(base.find_last_not_of(L'\\') + 1);
-    if (!base.empty()) folders.push_back(base + L"\\" + below);
+    if (!base.empty()) folders.push_back(base + below);
   }
   return folders;
 }
@@ -50,13 +50,14 @@ unsigned long ListDumps(const std::wstring& folder,
         error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
     return isMissing ? ERROR_SUCCESS : error;
   }
+  const std::wstring prefix = folder + L"\\";
   const size_t first = dumps.size();
   do {
     if ((found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) continue;
     const WIN32_FILE_ATTRIBUTE_DATA data = {
         found.dwFileAttributes, found.ftCreationTime, found.ftLastAccessTime,
         found.ftLastWriteTime,  found.nFileSizeHigh,  found.nFileSizeLow};
-    dumps.push_back(Described(folder + L"\\" + found.cFileName, data));
+    dumps.push_back(Described(prefix + found.cFileName, data));
   } while (::FindNextFileW(search.Get(), &found));
   std::sort(dumps.begin() + static_cast<ptrdiff_t>(first), dumps.end(),
             [](const DumpFile& left, const DumpFile& right) {

@@ -48,7 +48,7 @@ std::wstring SetCommand(const std::wstring& logger, uint32_t mask) {
 
 std::wstring LogCommand(const std::wstring& verb, const std::wstring& word,
                         const std::wstring& logger) {
-  const std::wstring command = L"kovactl log " + verb + L" " + word;
+  std::wstring command = L"kovactl log " + verb + L" " + word;
   if (logger == kServerLoggerName) return command;
   return command + L" --logger \"" + HarmlessLine(logger) + L"\"";
 }
