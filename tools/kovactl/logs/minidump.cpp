@@ -107,8 +107,6 @@ class Reader {
 };
 
 Reader::Bytes Reader::BytesAt(uint64_t offset, size_t sizeBytes) const {
-  const uint64_t size = m_source.SizeBytes();
-  if (offset > size || sizeBytes > size - offset) return {};
   Bytes bytes(sizeBytes);
   if (!m_source.Read(offset, bytes)) return {};
   return bytes;
