@@ -9,7 +9,6 @@
 namespace {
 
 using ::kova::ctl::LoggerMask;
-using ::kova::ctl::MaskBit;
 using ::kova::ctl::MaskBits;
 using ::kova::ctl::MaskText;
 using ::kova::ctl::NearestMaskWord;

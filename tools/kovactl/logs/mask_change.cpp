@@ -2,7 +2,6 @@
 
 #include "common/plain_text.h"
 #include "common/server_settings.h"
-#include "common/utf8.h"
 #include "logs/log_mask.h"
 
 namespace kova::ctl {

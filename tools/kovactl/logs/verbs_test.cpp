@@ -26,7 +26,6 @@ using ::kova::ctl::FindLogger;
 using ::kova::ctl::kServerLoggerName;
 using ::kova::ctl::LoggerMask;
 using ::kova::ctl::ReadLoggerMasks;
-using ::kova::ctl::ReadValueState;
 using ::kova::ctl::ToUtf8;
 using ::kova::ctl::ValueState;
 using ::kova::ctl::test::DumpParts;
