@@ -85,8 +85,8 @@ Failure CannotLoad(const CheckOptions& options, DWORD error) {
   if (error == ERROR_MOD_NOT_FOUND) {
     return {ExitCode::kUnsuitableLibrary,
             what +
-                L": a library that it needs was not found; put that one "
-                L"beside it, or link it statically"};
+                L": a library that it needs was not found; link that one "
+                L"statically, for Windows does not look beside the extension"};
   }
   return SystemFailure(ExitCode::kUnsuitableLibrary,
                        what + L"; see that its DllMain returns TRUE", error);
@@ -110,7 +110,7 @@ class Gatherer {
             for (const std::string& line : lines) Take(line);
           });
       if (end.kind == WorkerEnd::Kind::kFinished) {
-        if (m_step == kEndStep) Settle("");
+        Finish();
         break;
       }
       if (end.kind == WorkerEnd::Kind::kNotStarted) {
@@ -134,6 +134,15 @@ class Gatherer {
     if (::lstrcmpiW(name.c_str(), KOVA_EXTENSION_FILE_NAME) != 0) {
       AddFinding({Flaw::kFileName, Entry::kNone, "it is " + ToUtf8(name)});
     }
+  }
+
+  // A worker that ended well, so it seems, has reached its last step, or has
+  // ended the step that made the later ones senseless.
+  void Finish() {
+    if (m_isOpen && m_step != kEndStep && !m_report.failure) {
+      AddFinding({Flaw::kEndedProcess, Entry::kOwnThread, "exit code 0"});
+    }
+    if (m_isOpen) Settle("");
   }
 
   // One message of a worker; what does not parse is left out.
@@ -165,6 +174,7 @@ class Gatherer {
 
   void Begin(size_t step) {
     m_step = std::min(step, kEndStep);
+    m_isOpen = true;
     m_onProgress(m_step, 0);
   }
 
@@ -191,6 +201,7 @@ class Gatherer {
 
   // Ends the current step with the verdict that its findings make.
   void Settle(std::string note) {
+    m_isOpen = false;
     StepResult& step = Current();
     step.note = std::move(note);
     step.verdict = StepVerdict::kGood;
@@ -209,6 +220,7 @@ class Gatherer {
   const CheckProgress& m_onProgress;
   CheckReport m_report;
   size_t m_step = 0;
+  bool m_isOpen = false;  // the step has begun and not ended
 };
 
 }  // namespace

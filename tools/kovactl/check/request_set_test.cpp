@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "check/memory_growth.h"
 #include "http/http_request.h"
 
 namespace kova::ctl::check {
@@ -73,23 +72,6 @@ TEST(RequestSetTest, TellsThreadsApart) {
   EXPECT_TRUE(HoldsOtherMark("kovacheck02 kovacheck01", 2));
   EXPECT_FALSE(HoldsOtherMark("", 2));
   EXPECT_FALSE(HoldsOtherMark("kovacheck0", 2));
-}
-
-TEST(MemoryGrowthTest, SuspectsMoreThanRounding) {
-  EXPECT_FALSE(IsSuspicious(0, 1000));
-  EXPECT_FALSE(IsSuspicious(32 * 1024 - 1, 1000));
-  EXPECT_TRUE(IsSuspicious(32 * 1024, 1000));
-  EXPECT_FALSE(IsSuspicious(16 * 100000 - 1, 100000));
-  EXPECT_TRUE(IsSuspicious(16 * 100000, 100000));
-  EXPECT_FALSE(IsSuspicious(-1, 1000));
-}
-
-TEST(MemoryGrowthTest, CallsOnlyALastingGrowthALeak) {
-  EXPECT_TRUE(IsLeak(64 * 1024, 64 * 1024, 1000));
-  EXPECT_FALSE(IsLeak(64 * 1024, 0, 1000));
-  EXPECT_FALSE(IsLeak(0, 64 * 1024, 1000));
-  EXPECT_FALSE(IsLeak(100 * 1024, 50 * 1024, 1000));
-  EXPECT_TRUE(IsLeak(100 * 1024, 50 * 1024 + 1, 1000));
 }
 
 }  // namespace
