@@ -110,6 +110,5 @@ def make_bill(roots, components, version, commit, epoch):
     # A number for these contents and no others.
     digest = hashlib.sha256(json.dumps(bill, sort_keys=True).encode()).digest()
     number = uuid.UUID(bytes=digest[:16], version=4)
-    bill = {**dict(list(bill.items())[:2]), "serialNumber": f"urn:uuid:{number}",
-            **dict(list(bill.items())[2:])}
+    bill["serialNumber"] = f"urn:uuid:{number}"
     return json.dumps(bill, indent=2, ensure_ascii=False) + "\n"

@@ -33,7 +33,7 @@ def file_lists(root):
     for name in files:
         folder = os.path.dirname(name)
         if folder != current:
-            target = windows_path(f"$INSTDIR/{folder}" if folder else "$INSTDIR")
+            target = windows_path(os.path.join("$INSTDIR", folder).rstrip("/"))
             install.append(f'  SetOutPath "{target}"')
             current = folder
         install.append(f'  File "{os.path.join(root, name)}"')

@@ -46,8 +46,8 @@ export_key() {
 # program could touch.
 snapshot() {
   {
-    (cd "$disk" && find . -not -path './users/*/Temp/*' -type d -printf '%p/\n' \
-      -o -not -path './users/*/Temp/*' -type f -printf '%p %s\n' | sort)
+    (cd "$disk" && find . -path './users/*/Temp/*' -prune -o \
+      -type d -printf '%p/\n' -o -type f -printf '%p %s\n' | sort)
     export_key 'HKEY_LOCAL_MACHINE\Software'
     export_key 'HKEY_LOCAL_MACHINE\System\CurrentControlSet\Services'
     export_key 'HKEY_CURRENT_USER'
@@ -123,7 +123,7 @@ check_registry() {
     "EstimatedSize.*0x"; do
     grep -q "$name" <<<"$listed" || fail "the list of programs lacks $name"
   done
-  ! has_key 'HKLM\Software\Wow6432Node\Microsoft\Windows\CurrentVersion\Uninstall\KOVAServer' ||
+  ! has_key "${entry/Software/Software\\Wow6432Node}" ||
     fail "the 32-bit registry was written"
 }
 
