@@ -41,9 +41,11 @@ bool IsGoodRequestLine(std::string_view line) {
   const size_t blank = line.find_first_of(kBlanks);
   if (blank == line.npos || blank == 0) return false;
   const std::string_view rest = TrimFront(line.substr(blank));
-  std::string_view path = rest.substr(0, rest.find_first_of(kBlanks));
-  const size_t last = path.find_last_not_of(kTrimmed);
-  path = last == path.npos ? std::string_view() : path.substr(0, last + 1);
+  const size_t end = rest.find_first_of(kBlanks);
+  std::string_view path = rest.substr(0, end);
+  if (end == rest.npos) {
+    path = path.substr(0, path.find_last_not_of(kTrimmed) + 1);
+  }
   return HasText(path.substr(0, path.find('?')));
 }
 
