@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "crash/debug_help.h"
 #include "test/support/bad_request.h"
 #include "test/support/process_counts.h"
 #include "test/support/test_client.h"
@@ -28,6 +29,16 @@ decltype(&::WaitForSingleObject) g_wait = nullptr;
 
 DWORD WINAPI ShortWait(HANDLE handle, DWORD timeoutMs) {
   return g_wait(handle, timeoutMs == kAnswerMs ? kShortAnswerMs : timeoutMs);
+}
+
+Scenario::OnDump* g_onDump = nullptr;
+
+BOOL WINAPI TellOfDump(HANDLE, DWORD, HANDLE, MINIDUMP_TYPE,
+                       PMINIDUMP_EXCEPTION_INFORMATION,
+                       PMINIDUMP_USER_STREAM_INFORMATION,
+                       PMINIDUMP_CALLBACK_INFORMATION) {
+  g_onDump();
+  return TRUE;
 }
 
 std::string Request(const std::string& actions) {
@@ -59,6 +70,8 @@ class Scenario::Life {
         m_sleep(m_server.Module(), "Sleep", &ShortSleep),
         m_wait(m_server.Module(), "WaitForSingleObject", &ShortWait) {
     g_wait = m_wait.Original();
+    if (g_onDump == nullptr) return;
+    m_dump.emplace(m_server.Module(), "MiniDumpWriteDump", &TellOfDump);
   }
 
   void Live(Outcome& outcome) {
@@ -143,10 +156,13 @@ class Scenario::Life {
   CallThunks& m_thunks;
   ImportPatch<decltype(::Sleep)> m_sleep;
   ImportPatch<decltype(::WaitForSingleObject)> m_wait;
+  std::optional<ImportPatch<decltype(::MiniDumpWriteDump)>> m_dump;
   LogCapture m_capture{m_server.Module()};
 };
 
-Scenario::Scenario() { m_printer.SetDriverPackage(m_extension.Folder()); }
+Scenario::Scenario(OnDump* onDump) : m_onDump(onDump) {
+  m_printer.SetDriverPackage(m_extension.Folder());
+}
 
 bool Scenario::IsReady() const {
   return m_extension.IsLoaded() && m_printer.IsInstalled();
@@ -154,6 +170,7 @@ bool Scenario::IsReady() const {
 
 Outcome Scenario::Run(const FailingCall& failing) {
   Outcome outcome;
+  g_onDump = m_onDump;
   m_extension.Forget();
   // A failed look-up of the mask makes the server write its default.
   SetLogMask(kEverything);

@@ -53,7 +53,12 @@ struct Outcome {
 // settings are this object's for its life.
 class Scenario {
  public:
-  Scenario();
+  // Called on the thread that has an unhandled exception, in place of the
+  // function that would write its dump.
+  using OnDump = void();
+
+  // Without `onDump` dumps are written.
+  explicit Scenario(OnDump* onDump = nullptr);
 
   // Whether there are a library, an extension and a printer to run with.
   [[nodiscard]] bool IsReady() const;
@@ -66,6 +71,7 @@ class Scenario {
  private:
   class Life;
 
+  OnDump* const m_onDump;
   const ScopedLogMask m_mask{0xFFFFFFFF};
   TestExtension m_extension{L"scripted"};
   DemoPrinter m_printer{L"KOVA failing", L"kovaFailing"};
