@@ -48,26 +48,39 @@ std::vector<uint8_t> ReadHandleTable() {
 
 }  // namespace
 
-size_t CountThreads() {
+size_t CountThreads(DWORD processId) {
   const UniqueFile snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
   THREADENTRY32 entry = {};
   entry.dwSize = sizeof(entry);
   size_t count = 0;
   for (BOOL more = ::Thread32First(snapshot.Get(), &entry); more;
        more = ::Thread32Next(snapshot.Get(), &entry)) {
-    if (entry.th32OwnerProcessID == ::GetCurrentProcessId()) ++count;
+    if (entry.th32OwnerProcessID == processId) ++count;
   }
   return count;
 }
 
-size_t CountHandles() {
+size_t CountHandles(DWORD processId) {
   const std::vector<uint8_t> bytes = ReadHandleTable();
   const auto* const table = reinterpret_cast<const HandleTable*>(bytes.data());
   size_t count = 0;
   for (ULONG_PTR i = 0; i < table->count; ++i) {
-    if (table->entries[i].processId == ::GetCurrentProcessId()) ++count;
+    if (table->entries[i].processId == processId) ++count;
   }
   return count;
+}
+
+DWORD FindProcess(const wchar_t* imageName) {
+  const UniqueFile snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+  PROCESSENTRY32W entry = {};
+  entry.dwSize = sizeof(entry);
+  for (BOOL more = ::Process32FirstW(snapshot.Get(), &entry); more;
+       more = ::Process32NextW(snapshot.Get(), &entry)) {
+    if (::lstrcmpiW(entry.szExeFile, imageName) == 0) {
+      return entry.th32ProcessID;
+    }
+  }
+  return 0;
 }
 
 }  // namespace kova::test

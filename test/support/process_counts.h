@@ -1,15 +1,21 @@
-// What this process holds at the moment.
+// What a process holds at the moment.
 #pragma once
 
 #include <cstddef>
 
+#include "base/windows_api.h"
+
 namespace kova::test {
 
+// The id of a process that runs the program `imageName` ("host.exe", in any
+// case); 0 if there is none.
+[[nodiscard]] DWORD FindProcess(const wchar_t* imageName);
+
 // The number of its threads, from a snapshot of the system.
-[[nodiscard]] size_t CountThreads();
+[[nodiscard]] size_t CountThreads(DWORD processId = ::GetCurrentProcessId());
 
 // The number of its handles, from the system's handle table: the function that
 // counts them, GetProcessHandleCount, is a stub under Wine.
-[[nodiscard]] size_t CountHandles();
+[[nodiscard]] size_t CountHandles(DWORD processId = ::GetCurrentProcessId());
 
 }  // namespace kova::test
