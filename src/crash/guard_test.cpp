@@ -25,6 +25,22 @@ uint32_t ExceptionIn(const std::vector<std::filesystem::path>& dumps) {
   return kova::test::ReadDump(dumps[0]).exceptionCode;
 }
 
+unsigned Raise(void* code) {
+  ::RaiseException(*static_cast<const DWORD*>(code), 0, 0, nullptr);
+  return 0;
+}
+
+// The code under which RunContained lets an exception pass; 0 if it does not.
+// No object with a destructor may live in this function.
+DWORD CodeLetPass(DWORD raised) {
+  DWORD passed = 0;
+  __try {
+    kova::RunContained(&Raise, &raised);
+  } __except (passed = GetExceptionCode(), EXCEPTION_EXECUTE_HANDLER) {
+  }
+  return passed;
+}
+
 class GuardProgramTest : public testing::Test {
  protected:
   [[nodiscard]] std::vector<std::filesystem::path> NewDumps() const {
@@ -98,6 +114,14 @@ TEST(GuardTest, ContainsMachineFaultsAndLetsThrownExceptionsPass) {
       },
       nullptr);
   EXPECT_EQ(runs, 1);
+}
+
+TEST(GuardTest, KnowsWhatIsThrownByItsCode) {
+  EXPECT_EQ(CodeLetPass(0x20474343), 0x20474343u);
+  EXPECT_EQ(CodeLetPass(0xE06D7363), 0xE06D7363u);
+  EXPECT_EQ(CodeLetPass(0x20474344), 0u);
+  EXPECT_EQ(CodeLetPass(0xE06D7364), 0u);
+  EXPECT_EQ(CodeLetPass(EXCEPTION_ACCESS_VIOLATION), 0u);
 }
 
 TEST(GuardTest, RaisesTheStackGuarantee) {
