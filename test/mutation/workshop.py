@@ -103,17 +103,16 @@ class Workshop:
         if done.returncode != 0:
             error = re.search(r"error: (.*)", done.stderr)
             return error[1] if error else done.stderr[:200]
-        program = self.link(build, change.room, made)
+        program = self._link(build, change.room, made)
         made.unlink()
         return program
 
-    def link(self, build, room, first=None):
+    def _link(self, build, room, first):
         command = self._link_command(build, f"{room}_tests")
         at = command.index("-o")
         program = self._place(build / "test-bin", Path(command[at + 1]).suffix)
         command[at + 1] = str(program)
-        if first:
-            command.insert(at, str(first))
+        command.insert(at, str(first))
         self._run([*NICE, *command], build)
         return program
 
@@ -137,19 +136,26 @@ class Workshop:
         command = command.removeprefix(": && ").removesuffix(" && :")
         return [w for w in shlex.split(command) if not UNWANTED.match(w)]
 
-    def measure(self, room, native):
-        """Runs the unchanged tests, which must pass."""
-        build = self.native if native else self.build
-        program = self.link(build, room)
+    def measure(self, change):
+        """Takes the way of a change with its source unchanged: the tests must
+        pass, or what they say later means nothing."""
+        program = self.compile(change, (self.folder / change.path).read_text())
+        if isinstance(program, str):
+            raise Broken(f"{change.path} does not compile: {program}")
         start = time.monotonic()
         verdict, detail = self.run(program, 240)
-        self.usual[room, native] = time.monotonic() - start
+        self.usual[self._tests(change)] = time.monotonic() - start
         if verdict != "survived":
-            raise Broken(f"the unchanged {room} tests fail: {detail}")
+            raise Broken(f"the unchanged {change.room} tests fail: {detail}")
+
+    def is_measured(self, change):
+        return self._tests(change) in self.usual
+
+    def _tests(self, change):
+        return change.room, self.is_native(change.path)
 
     def limit(self, change):
-        native = bool(self.is_native(change.path))
-        return 15 + 4 * self.usual[change.room, native]
+        return 15 + 4 * self.usual[self._tests(change)]
 
     def run(self, program, limit):
         """Runs and removes a test program. Returns a verdict and a detail."""
