@@ -7,6 +7,9 @@
 KOVA_RUN_TARGETS=(bin/KOVAServer.dll bin/kovactl.exe
   bin/sample-extension/Corvane_V3_NetMon.dll)
 
+# Options of every server that is started here.
+KOVA_RUN_OPTIONS=(--verbose --seconds 300)
+
 check_failed() {
   [ -z "${check_server:-}" ] || kill -INT "$check_server" 2>/dev/null || true
   printf 'check failed: %s (the server'\''s log: %s)\n' "$*" "$check_log" >&2
@@ -30,8 +33,8 @@ start_server() {
   local port=$1
   shift
   : >"$check_log"
-  wine "$KOVA_BUILD/bin/kovactl.exe" run --demo --verbose --port "$port" \
-    --seconds 300 "$@" </dev/null >"$check_log" 2>&1 &
+  wine "$KOVA_BUILD/bin/kovactl.exe" run --demo --port "$port" \
+    "${KOVA_RUN_OPTIONS[@]}" "$@" </dev/null >"$check_log" 2>&1 &
   check_server=$!
   while kill -0 "$check_server" 2>/dev/null; do
     ! grep -q '^The server listens' "$check_log" || return 0
