@@ -162,11 +162,14 @@ class Histories {
            left.codePage != right.codePage;
   }
 
+  // Texts that grow at every step would soon fill the memory.
+  bool IsLong(size_t at) const {
+    const Forms& forms = Read(m_models[at]);
+    return forms.narrow.size() + forms.wide.size() > 2000;
+  }
+
   void Append(size_t at, size_t other) {
-    const Forms before = Read(m_models[at]);
-    if (before.narrow.size() + before.wide.size() > 2000) {
-      return AssignNarrow(at, other);
-    }
+    if (IsLong(at)) return AssignNarrow(at, other);
     m_texts[at].Append(m_texts[other]);
     if (Read(m_models[other]).IsEmpty()) return;
     if (Read(m_models[at]).IsEmpty()) {
@@ -220,7 +223,8 @@ class Histories {
     return count;
   }
 
-  void Replace(size_t at, size_t) {
+  void Replace(size_t at, size_t other) {
+    if (IsLong(at)) return AssignNarrow(at, other);
     const std::string find(1 + Below(2), "ab"[Below(2)]);
     const std::string replacement(Below(4), "ab."[Below(3)]);
     const int32_t count =
