@@ -163,8 +163,8 @@ void* RefuseGigabytes(size_t bytes) {
 
 TEST_F(RequestFailureTest, AClaimedLengthBeyondMemoryIsAFailedCopy) {
   ExtensionPrinter printer(L"scripted", kName);
-  g_malloc =
-      reinterpret_cast<Malloc*>(*kova::test::FindImportSlot(nullptr, "malloc"));
+  g_malloc = reinterpret_cast<Malloc*>(kova::test::ReadImportSlot(
+      kova::test::FindImportSlot(nullptr, "malloc")));
   g_refusedBytes = 0;
   {
     const ImportPatch<Malloc> patch(nullptr, "malloc", &RefuseGigabytes);

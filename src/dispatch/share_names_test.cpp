@@ -125,7 +125,8 @@ void* RefuseList(size_t bytes) {
 
 TEST_F(FakeSpoolerTest, AListBeyondMemoryHasNoPrinter) {
   m_spooler.printers.assign(1000, Entry(L"P", L"S"));
-  g_malloc = reinterpret_cast<Malloc*>(*FindImportSlot(nullptr, "malloc"));
+  g_malloc = reinterpret_cast<Malloc*>(
+      kova::test::ReadImportSlot(FindImportSlot(nullptr, "malloc")));
   const ImportPatch<Malloc> patch(nullptr, "malloc", &RefuseList);
   EXPECT_EQ(ShareNameToPrinterName(L"S"), L"");
   EXPECT_EQ(m_spooler.sizes, std::vector<DWORD>{0});

@@ -87,8 +87,7 @@ CallThunks::CallThunks(HMODULE module, FailingCall failing) {
     auto import = std::make_unique<Import>();
     import->name = name;
     import->slot = FindImportSlot(module, name.c_str());
-    std::memcpy(static_cast<void*>(&import->function), import->slot,
-                sizeof(void*));
+    import->function = ReadImportSlot(import->slot);
     if (name == failing.function) {
       import->failure = failing.failure;
       import->failingCall = failing.nth;
@@ -135,13 +134,13 @@ std::vector<std::string> ImportNames(HMODULE module) {
   std::vector<std::string> found;
   for (auto* from = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(base + table);
        from->Name != 0; ++from) {
-    auto* thunk =
-        reinterpret_cast<IMAGE_THUNK_DATA*>(base + from->OriginalFirstThunk);
-    for (; thunk->u1.AddressOfData != 0; ++thunk) {
-      if (IMAGE_SNAP_BY_ORDINAL(thunk->u1.Ordinal)) continue;
-      const auto* entry = reinterpret_cast<IMAGE_IMPORT_BY_NAME*>(
-          base + thunk->u1.AddressOfData);
-      found.emplace_back(reinterpret_cast<const char*>(entry->Name));
+    const char* names = base + from->OriginalFirstThunk;
+    for (uint64_t thunk = 1;; names += sizeof(thunk)) {
+      std::memcpy(&thunk, names, sizeof(thunk));
+      if (thunk == 0) break;
+      if (IMAGE_SNAP_BY_ORDINAL64(thunk)) continue;
+      // Behind the two bytes of the hint.
+      found.emplace_back(base + thunk + sizeof(WORD));
     }
   }
   return found;

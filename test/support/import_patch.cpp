@@ -13,17 +13,25 @@ T* At(char* base, DWORD offset) {
   return reinterpret_cast<T*>(base + offset);
 }
 
+// Tables of thunks need not be aligned.
+uint64_t ReadThunk(const char* at) {
+  uint64_t thunk = 0;
+  std::memcpy(&thunk, at, sizeof(thunk));
+  return thunk;
+}
+
 void** FindInDescriptor(char* base, const IMAGE_IMPORT_DESCRIPTOR& descriptor,
                         const char* name) {
   if (descriptor.OriginalFirstThunk == 0) return nullptr;
-  auto* names = At<IMAGE_THUNK_DATA>(base, descriptor.OriginalFirstThunk);
-  auto* slots = At<IMAGE_THUNK_DATA>(base, descriptor.FirstThunk);
-  for (; names->u1.AddressOfData != 0; ++names, ++slots) {
-    if (IMAGE_SNAP_BY_ORDINAL(names->u1.Ordinal)) continue;
-    const auto* entry = At<IMAGE_IMPORT_BY_NAME>(
-        base, static_cast<DWORD>(names->u1.AddressOfData));
-    if (std::strcmp(reinterpret_cast<const char*>(entry->Name), name) == 0) {
-      return reinterpret_cast<void**>(&slots->u1.Function);
+  const char* names = base + descriptor.OriginalFirstThunk;
+  char* slot = base + descriptor.FirstThunk;
+  for (; ReadThunk(names) != 0;
+       names += sizeof(uint64_t), slot += sizeof(uint64_t)) {
+    const uint64_t thunk = ReadThunk(names);
+    if (IMAGE_SNAP_BY_ORDINAL64(thunk)) continue;
+    // Behind the two bytes of the hint.
+    if (std::strcmp(base + thunk + sizeof(WORD), name) == 0) {
+      return reinterpret_cast<void**>(slot);
     }
   }
   return nullptr;
@@ -47,6 +55,12 @@ void** FindImportSlot(HMODULE module, const char* name) {
     if (slot != nullptr) return slot;
   }
   return nullptr;
+}
+
+void* ReadImportSlot(void* const* slot) {
+  void* function = nullptr;
+  std::memcpy(static_cast<void*>(&function), slot, sizeof(function));
+  return function;
 }
 
 void WriteImportSlot(void** slot, void* function) {

@@ -14,6 +14,8 @@ namespace kova::test {
 // null if it imports no such function.
 void** FindImportSlot(HMODULE module, const char* name);
 
+// What an import slot holds. Slots need not be aligned.
+[[nodiscard]] void* ReadImportSlot(void* const* slot);
 // Writes an import slot, which lies in read-only memory.
 void WriteImportSlot(void** slot, void* function);
 
@@ -26,7 +28,7 @@ class ImportPatch {
  public:
   ImportPatch(HMODULE module, const char* name, Function* replacement)
       : m_slot(Find(module, name)),
-        m_original(reinterpret_cast<Function*>(*m_slot)) {
+        m_original(reinterpret_cast<Function*>(ReadImportSlot(m_slot))) {
     WriteImportSlot(m_slot, reinterpret_cast<void*>(replacement));
   }
   ~ImportPatch() {

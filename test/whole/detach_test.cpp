@@ -51,7 +51,8 @@ TEST(DetachTest, ExtensionsStayLoadedAndOnlyNullModulesAreFreed) {
   void** const slot = FindImportSlot(server.Module(), "FreeLibrary");
   ASSERT_NE(slot, nullptr);
   g_freed.clear();
-  g_freeLibrary = reinterpret_cast<decltype(::FreeLibrary)*>(*slot);
+  g_freeLibrary = reinterpret_cast<decltype(::FreeLibrary)*>(
+      kova::test::ReadImportSlot(slot));
   WriteImportSlot(slot, reinterpret_cast<void*>(&NoteFree));
   EXPECT_TRUE(server.Unload());
   EXPECT_EQ(std::count(g_freed.begin(), g_freed.end(), nullptr), 2);

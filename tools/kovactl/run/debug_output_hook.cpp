@@ -23,18 +23,25 @@ T* At(HMODULE module, uint32_t offset) {
   return reinterpret_cast<T*>(reinterpret_cast<uint8_t*>(module) + offset);
 }
 
+// Import tables need not be aligned.
+uint64_t ReadThunk(const uint8_t* at) {
+  uint64_t thunk = 0;
+  std::memcpy(&thunk, at, sizeof(thunk));
+  return thunk;
+}
+
 // The slot through which one imported library's function `name` is called.
 void** FindSlot(HMODULE module, const IMAGE_IMPORT_DESCRIPTOR& library,
                 const char* name) {
-  const auto* names = At<IMAGE_THUNK_DATA>(module, library.OriginalFirstThunk);
-  auto* slots = At<IMAGE_THUNK_DATA>(module, library.FirstThunk);
-  for (; names->u1.AddressOfData != 0; ++names, ++slots) {
-    if (IMAGE_SNAP_BY_ORDINAL(names->u1.Ordinal)) continue;
-    const auto* import = At<IMAGE_IMPORT_BY_NAME>(
-        module, static_cast<uint32_t>(names->u1.AddressOfData));
-    if (std::strcmp(reinterpret_cast<const char*>(import->Name), name) == 0) {
-      return reinterpret_cast<void**>(&slots->u1.Function);
-    }
+  const auto* names = At<uint8_t>(module, library.OriginalFirstThunk);
+  auto* slot = At<uint8_t>(module, library.FirstThunk);
+  for (uint64_t thunk = ReadThunk(names); thunk != 0;
+       thunk = ReadThunk(names += sizeof(thunk)), slot += sizeof(thunk)) {
+    if (IMAGE_SNAP_BY_ORDINAL64(thunk)) continue;
+    // Behind the two bytes of the hint.
+    const auto* const import =
+        At<char>(module, static_cast<uint32_t>(thunk + sizeof(WORD)));
+    if (std::strcmp(import, name) == 0) return reinterpret_cast<void**>(slot);
   }
   return nullptr;
 }
@@ -61,7 +68,7 @@ void WriteSlot(void** slot, void* function) {
   if (!::VirtualProtect(slot, sizeof(*slot), PAGE_READWRITE, &protection)) {
     return;
   }
-  *slot = function;
+  std::memcpy(static_cast<void*>(slot), &function, sizeof(function));
   ::VirtualProtect(slot, sizeof(*slot), protection, &protection);
 }
 
@@ -71,7 +78,9 @@ DebugOutputHook::DebugOutputHook(HMODULE module, LinePump& pump)
     : m_slot(FindSlot(module, "OutputDebugStringW")) {
   g_pump = &pump;
   if (m_slot == nullptr) return;
-  g_original = reinterpret_cast<DebugOutput*>(*m_slot);
+  void* original = nullptr;
+  std::memcpy(&original, m_slot, sizeof(original));
+  g_original = reinterpret_cast<DebugOutput*>(original);
   WriteSlot(m_slot, reinterpret_cast<void*>(&PushAndPassOn));
 }
 
