@@ -59,7 +59,9 @@ void** FindImportSlot(HMODULE module, const char* name) {
 
 void* ReadImportSlot(void* const* slot) {
   void* function = nullptr;
-  std::memcpy(static_cast<void*>(&function), slot, sizeof(function));
+  // As bytes: the type of a slot promises an alignment that it may not have.
+  std::memcpy(static_cast<void*>(&function),
+              reinterpret_cast<const char*>(slot), sizeof(function));
   return function;
 }
 

@@ -68,7 +68,7 @@ void WriteSlot(void** slot, void* function) {
   if (!::VirtualProtect(slot, sizeof(*slot), PAGE_READWRITE, &protection)) {
     return;
   }
-  std::memcpy(static_cast<void*>(slot), &function, sizeof(function));
+  std::memcpy(reinterpret_cast<char*>(slot), &function, sizeof(function));
   ::VirtualProtect(slot, sizeof(*slot), protection, &protection);
 }
 
@@ -79,7 +79,8 @@ DebugOutputHook::DebugOutputHook(HMODULE module, LinePump& pump)
   g_pump = &pump;
   if (m_slot == nullptr) return;
   void* original = nullptr;
-  std::memcpy(&original, m_slot, sizeof(original));
+  std::memcpy(&original, reinterpret_cast<const char*>(m_slot),
+              sizeof(original));
   g_original = reinterpret_cast<DebugOutput*>(original);
   WriteSlot(m_slot, reinterpret_cast<void*>(&PushAndPassOn));
 }
