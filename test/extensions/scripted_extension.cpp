@@ -11,8 +11,9 @@
 //   crash-X   has the fault X of test/crash/faults.h, after all others
 //
 // KOVA_TEST_VERSION is the version it speaks if the test sets no other;
-// KOVA_TEST_CONTEXT the context it gives. An export is left out by defining its
-// name as another.
+// KOVA_TEST_CONTEXT the context it gives. With KOVA_TEST_FREES_RESPONSES it
+// frees what is released, for runs whose memory is watched. An export is left
+// out by defining its name as another.
 #define KOVA_BUILDING_EXTENSION
 #include <cstdlib>
 #include <new>
@@ -200,9 +201,13 @@ void WSIE_ReleaseResponse(KOVA_Context context, KOVA_Response response) {
   }
   if (found == nullptr) return;
   --g_record.live;
+#ifdef KOVA_TEST_FREES_RESPONSES
+  delete found;
+#else
   // Kept in memory, so that a second release is seen for what it is.
   found->mark = 0;
   found->bytes = std::string();
+#endif
 }
 
 }  // extern "C"
