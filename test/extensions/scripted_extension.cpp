@@ -6,6 +6,7 @@
 //   null      no response          length0   a response of length 0
 //   nocopy    the copy fails       huge      claims 0xFFFFFFFF bytes
 //   bytes-N   answers N bytes, the i-th being 'a' + i % 26
+//   claims-N  says that it answers N bytes, and copies fewer
 //   keep      asks to keep the connection open        close   asks to close it
 //   restart   calls the restart routine               wait    see `gate`
 //   crash-X   has the fault X of test/crash/faults.h, after all others
@@ -86,6 +87,14 @@ std::string EchoBody(const std::string& request, const wchar_t* address,
   // Addresses are ASCII.
   return "address=" + std::string(address, address + addressLength) +
          "\nkeepOpen=" + std::to_string(keepOpen) + "\n" + request;
+}
+
+// The number behind `name`, "act-"; 0 if it is not among the actions.
+uint32_t Number(const std::string& actions, const std::string& name) {
+  const size_t found = ("," + actions).find("," + name);
+  if (found == std::string::npos) return 0;
+  return static_cast<uint32_t>(
+      std::strtoul(actions.c_str() + found + name.size(), nullptr, 10));
 }
 
 std::string Answer(const std::string& actions, const std::string& echo) {
@@ -178,7 +187,8 @@ uint32_t WSIE_GetResponseLength(KOVA_Context context, KOVA_Response response) {
   const Response* const found = Check('L', context, response);
   if (found == nullptr || Has(found->actions, "length0")) return 0;
   if (Has(found->actions, "huge")) return 0xFFFFFFFF;
-  return static_cast<uint32_t>(found->bytes.size());
+  const uint32_t claimed = Number(found->actions, "claims-");
+  return claimed != 0 ? claimed : static_cast<uint32_t>(found->bytes.size());
 }
 
 int32_t WSIE_GetResponse(KOVA_Context context, KOVA_Response response,
@@ -186,7 +196,8 @@ int32_t WSIE_GetResponse(KOVA_Context context, KOVA_Response response,
   const Response* const found = Check('C', context, response);
   g_record.copyLength = bufferLengthBytes;
   if (found == nullptr || Has(found->actions, "nocopy") ||
-      bufferLengthBytes != found->bytes.size()) {
+      (bufferLengthBytes != found->bytes.size() &&
+       bufferLengthBytes != Number(found->actions, "claims-"))) {
     return 0;
   }
   found->bytes.copy(static_cast<char*>(buffer), bufferLengthBytes);
@@ -206,7 +217,7 @@ void WSIE_ReleaseResponse(KOVA_Context context, KOVA_Response response) {
 #else
   // Kept in memory, so that a second release is seen for what it is.
   found->mark = 0;
-  found->bytes = std::string();
+  std::string().swap(found->bytes);
 #endif
 }
 
