@@ -22,21 +22,6 @@ uint64_t ReadWorkingSet() {
   return memory.WorkingSetSize;
 }
 
-// The private memory that is committed, found region by region: the system's
-// own count, PrivateUsage, may be 0 under Wine.
-uint64_t CountPrivateBytes() {
-  uint64_t bytes = 0;
-  MEMORY_BASIC_INFORMATION region = {};
-  const char* next = nullptr;
-  while (::VirtualQuery(next, &region, sizeof(region)) != 0) {
-    if (region.State == MEM_COMMIT && region.Type == MEM_PRIVATE) {
-      bytes += region.RegionSize;
-    }
-    next = static_cast<const char*>(region.BaseAddress) + region.RegionSize;
-  }
-  return bytes;
-}
-
 }  // namespace
 
 Soak::Soak(uint32_t clients) {

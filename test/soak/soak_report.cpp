@@ -29,7 +29,7 @@ int64_t Median(const Rows& rows, size_t from, size_t to,
 }
 
 int64_t Growth(const Rows& rows, const Measure& measure) {
-  const size_t first = std::max<size_t>(1, rows.size() / 10);
+  const size_t first = std::max<size_t>(1, rows.size() / 3);
   const size_t middle = first + (rows.size() - first) / 2;
   return Median(rows, middle, rows.size(), measure) -
          Median(rows, first, middle, measure);

@@ -31,8 +31,9 @@ struct SoakSlack {
   size_t threads = 1;
 };
 
-// The medians of the rows of each half. The first tenth of the rows, at least
-// one, is left out: what is loaded and reserved once comes there.
+// The medians of the rows of each half. The first third of the rows is left
+// out: it fills the list of client addresses and the heap's caches, which
+// widen with the number of threads there have been, to a limit.
 struct SoakVerdict {
   int64_t privateGrowth = 0;
   int64_t workingSetGrowth = 0;

@@ -83,4 +83,17 @@ DWORD FindProcess(const wchar_t* imageName) {
   return 0;
 }
 
+uint64_t CountPrivateBytes() {
+  uint64_t bytes = 0;
+  MEMORY_BASIC_INFORMATION region = {};
+  const char* next = nullptr;
+  while (::VirtualQuery(next, &region, sizeof(region)) != 0) {
+    if (region.State == MEM_COMMIT && region.Type == MEM_PRIVATE) {
+      bytes += region.RegionSize;
+    }
+    next = static_cast<const char*>(region.BaseAddress) + region.RegionSize;
+  }
+  return bytes;
+}
+
 }  // namespace kova::test

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 #include "base/windows_api.h"
 
@@ -17,5 +18,9 @@ namespace kova::test {
 // The number of its handles, from the system's handle table: the function that
 // counts them, GetProcessHandleCount, is a stub under Wine.
 [[nodiscard]] size_t CountHandles(DWORD processId = ::GetCurrentProcessId());
+
+// The private memory that this process has committed, in bytes, found region by
+// region: the system's own count, PrivateUsage, may be 0 under Wine.
+[[nodiscard]] uint64_t CountPrivateBytes();
 
 }  // namespace kova::test
