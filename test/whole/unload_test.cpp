@@ -10,6 +10,7 @@
 #include "test/support/process_counts.h"
 #include "test/support/server_fixture.h"
 #include "test/support/test_client.h"
+#include "test/whole/rounds.h"
 
 namespace kova::test {
 namespace {
@@ -80,7 +81,7 @@ void StopQuickly(ServerFixture& server) {
 
 TEST(UnloadTest, TheLibraryMayBeUnloadedRightAfterAStopUnderLoad) {
   Load load(3);
-  for (int round = 0; round < 100; ++round) {
+  for (int round = 0; round < Rounds(100, 1000); ++round) {
     ServerFixture server;
     ASSERT_TRUE(server.IsLoaded());
     server.Start();
