@@ -77,6 +77,9 @@ class RestartLoadTest : public RoutingFixture {
   void Load() {
     while (!m_done) {
       TestClient client(Port());
+      // While nobody listens, a client may come from the very port that it
+      // goes to, and is connected with itself.
+      if (client.Address() == m_self) continue;
       if (!client.IsConnected() || !client.Send(Get())) continue;
       const std::string expected = Echo(client, Get());
       const std::string answer = client.ReceiveAll();
@@ -88,6 +91,7 @@ class RestartLoadTest : public RoutingFixture {
     }
   }
 
+  const std::wstring m_self = L"127.0.0.1:" + std::to_wstring(Port());
   std::atomic<bool> m_done{false};
   std::atomic<int> m_whole{0};
   std::atomic<int> m_wrong{0};
@@ -103,9 +107,10 @@ TEST_F(RestartLoadTest, EightThreadsRestartItUnderSixtyFourClients) {
     signallers.emplace_back([&] {
       for (int signal = 0; signal < signals; ++signal) {
         m_extension.Record().restart();
-        // Between two signals a client gets through.
+        // Between two signals a client gets through, unless one that was
+        // connected with itself held the port when the server came back.
         const int before = m_whole;
-        while (m_whole == before) ::Sleep(1);
+        for (int i = 0; i < 1000 && m_whole == before; ++i) ::Sleep(1);
       }
     });
   }
