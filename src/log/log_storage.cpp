@@ -56,8 +56,6 @@ LogStorage::LogStorage()
                       &kova::MakeDebuggerSink},
       m_formatterFactories{&kova::MakeChannelFormatter} {}
 
-std::shared_ptr<LogStorage> LogStorage::OfThisThread() {
-  return g_slot.Get();
-}
+std::shared_ptr<LogStorage> LogStorage::OfThisThread() { return g_slot.Get(); }
 
 }  // namespace tk

@@ -82,7 +82,7 @@ void WriteThunk(uint8_t* at, CallThunks::Import* import) {
 
 }  // namespace
 
-CallThunks::CallThunks(HMODULE module, FailingCall failing) {
+CallThunks::CallThunks(HMODULE module, const FailingCall& failing) {
   for (const std::string& name : ImportNames(module)) {
     auto import = std::make_unique<Import>();
     import->name = name;

@@ -33,7 +33,7 @@ struct FailingCall {
 // threads make their last calls on their way out.
 class CallThunks {
  public:
-  CallThunks(HMODULE module, FailingCall failing);
+  CallThunks(HMODULE module, const FailingCall& failing);
   ~CallThunks();
 
   CallThunks(const CallThunks&) = delete;

@@ -1,6 +1,7 @@
 // Code-page conversion of the stand-in, over the C library's tables.
 #include <iconv.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <string>
@@ -73,7 +74,8 @@ int Deliver(const std::basic_string<Unit>& result, Unit* out, int room) {
     SetLastError(ERROR_INSUFFICIENT_BUFFER);
     return 0;
   }
-  std::memcpy(out, result.data(), result.size() * sizeof(Unit));
+  // Terminated where the caller asked for the terminator, too.
+  std::copy(result.begin(), result.end(), out);
   return units;
 }
 
@@ -97,6 +99,7 @@ int RealMultiByteToWideChar(UINT codePage, DWORD, const char* text, int length,
       continue;
     }
     wchar_t units[4];
+    // NOLINTNEXTLINE(bugprone-not-null-terminated-result): a counted text.
     std::memcpy(units, bytes.data(), bytes.size());
     result.append(units, bytes.size() / sizeof(wchar_t));
     left.remove_prefix(taken);

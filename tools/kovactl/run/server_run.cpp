@@ -3,12 +3,12 @@
 #include "common/file_path.h"
 #include "common/saved_value.h"
 #include "common/server_settings.h"
+#include "common/stop_signal.h"
 #include "run/debug_output_hook.h"
 #include "run/demo_printer.h"
 #include "run/line_pump.h"
 #include "run/listen_check.h"
 #include "run/server_library.h"
-#include "common/stop_signal.h"
 
 namespace kova::ctl {
 namespace {
