@@ -21,6 +21,7 @@ inline constexpr uint32_t kBytes = 64999;
 inline std::string Encode(uint32_t codePage, const std::wstring& text) {
   std::string bytes;
   for (const wchar_t unit : text) {
+    // NOLINTNEXTLINE(bugprone-signed-char-misuse): signed on some systems.
     const auto u = static_cast<uint32_t>(unit);
     if (codePage != kUtf8) {
       const bool isEuro = codePage == kAnsi && u == 0x20AC;
