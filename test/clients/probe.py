@@ -1,6 +1,7 @@
 """An ordinary client in the background: is it served while others do harm?"""
 
 import multiprocessing
+import os
 import socket
 import time
 
@@ -24,9 +25,10 @@ def is_page(answer):
             and answer.rstrip().endswith(b"</html>"))
 
 
-def _run(address, pipe):
+def _run(address, pipe, parent):
     tries, failures, slowest = 0, [], 0.0
-    while not tries or not pipe.poll(INTERVAL):
+    # A parent that was killed does not say so.
+    while (not tries or not pipe.poll(INTERVAL)) and os.getppid() == parent:
         start = time.monotonic()
         try:
             answer = ask(address)
@@ -52,7 +54,7 @@ class Probe:
     def __enter__(self):
         self._pipe, child = multiprocessing.Pipe()
         self._process = multiprocessing.Process(
-            target=_run, args=(self._address, child), daemon=True)
+            target=_run, args=(self._address, child, os.getpid()), daemon=True)
         self._process.start()
         return self
 
