@@ -211,7 +211,10 @@ const std::vector<SoundFunction>& SoundFunctions() {
   constexpr char kNoFailure[] = "reports no failure";
   constexpr char kMemory[] = "its failure is an exception, or the heap's";
   constexpr char kPure[] = "computes";
+  constexpr char kWaiting[] = "for a mutex that threads wait for";
   static const std::vector<SoundFunction> kRows = {
+      // The C++ library's own, and only then; a failure is an exception.
+      {"CreateEventA", kWaiting},
       {"AcquireSRWLockExclusive", kNoFailure},
       {"AcquireSRWLockShared", kNoFailure},
       {"DeleteCriticalSection", kNoFailure},
