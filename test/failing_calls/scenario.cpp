@@ -12,8 +12,10 @@ namespace {
 
 // A client that waits for something that a failed call has swallowed gives up
 // soon; one that waits while nothing has failed yet has all the time.
-constexpr DWORD kSwallowedMs = 300;
+constexpr DWORD kSwallowedMs = 800;
 constexpr DWORD kRestartMs = 3000;
+// A restart that a failed call has prevented is given up sooner.
+constexpr DWORD kPreventedMs = 1200;
 constexpr uint32_t kLargeBytes = 700000;
 // The waits of the library that a test cannot wait out are scaled down.
 constexpr DWORD kAnswerMs = 30000;
@@ -129,7 +131,7 @@ class Scenario::Life {
   }
 
   [[nodiscard]] DWORD PatienceMs() const {
-    return m_thunks.HasFailed() ? kSwallowedMs : kRestartMs;
+    return m_thunks.HasFailed() ? kPreventedMs : kRestartMs;
   }
 
   // Has the extension ask for a restart, and waits until the new listener
@@ -138,8 +140,8 @@ class Scenario::Life {
     TestClient client(m_server.Port());
     if (!client.IsConnected() || !client.Send(Request("restart"))) return;
     if (!m_capture.WaitFor(kRestarting, PatienceMs())) return;
+    (void)client.ReceiveAll(kSwallowedMs);
     const uint64_t startMs = ::GetTickCount64();
-    (void)client.ReceiveAll(PatienceMs());
     while (!m_server.IsListening() &&
            ::GetTickCount64() - startMs < PatienceMs()) {
       ::SleepEx(1, FALSE);
