@@ -11,8 +11,16 @@
 
 namespace {
 
-// One slot is all that is asked for.
-thread_local void* flsValue = nullptr;
+// One slot is all that is asked for. A thread's end hands its value over.
+std::atomic<FlsCallback*> flsCallback{nullptr};
+struct FlsSlot {
+  ~FlsSlot() {
+    FlsCallback* const callback = flsCallback;
+    if (value != nullptr && callback != nullptr) callback(value);
+  }
+  void* value = nullptr;
+};
+thread_local FlsSlot flsSlot;
 
 HANDLE SomeHandle() { return reinterpret_cast<HANDLE>(16); }
 
@@ -112,10 +120,16 @@ int localtime_s(std::tm* local, const std::time_t* time) {
   return ::localtime_r(time, local) == nullptr;
 }
 
-DWORD FlsAlloc(FlsCallback*) { return 0; }
-BOOL FlsFree(DWORD) { return TRUE; }
-void* FlsGetValue(DWORD) { return flsValue; }
+DWORD FlsAlloc(FlsCallback* callback) {
+  flsCallback = callback;
+  return 0;
+}
+BOOL FlsFree(DWORD) {
+  flsCallback = nullptr;
+  return TRUE;
+}
+void* FlsGetValue(DWORD) { return flsSlot.value; }
 BOOL FlsSetValue(DWORD, void* value) {
-  flsValue = value;
+  flsSlot.value = value;
   return TRUE;
 }
