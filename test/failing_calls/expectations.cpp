@@ -72,10 +72,11 @@ const std::vector<FailingFunction>& FailingFunctions() {
        ERROR_INVALID_HANDLE,
        "",
        {kErrant}},
+      // A start that does not wait may be over before the listener listens.
       {"WaitForSingleObject",
        kWaitFailed,
        ERROR_INVALID_HANDLE,
-       "",
+       "N",
        {kNoStart},
        1},
       {"_beginthreadex",

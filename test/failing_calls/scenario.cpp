@@ -16,6 +16,7 @@ constexpr DWORD kSwallowedMs = 800;
 constexpr DWORD kRestartMs = 3000;
 // A restart that a failed call has prevented is given up sooner.
 constexpr DWORD kPreventedMs = 1200;
+constexpr uint64_t kThreadEndMs = 2000;
 constexpr uint32_t kLargeBytes = 700000;
 // The waits of the library that a test cannot wait out are scaled down.
 constexpr DWORD kAnswerMs = 30000;
@@ -55,6 +56,18 @@ std::string Pattern(size_t count) {
   std::string bytes(count, '\0');
   for (size_t i = 0; i < count; ++i) bytes[i] = static_cast<char>('a' + i % 26);
   return bytes;
+}
+
+// A thread that has dropped its last reference to the library may still be on
+// its way out of the system.
+int ThreadsAbove(size_t base) {
+  const uint64_t startMs = ::GetTickCount64();
+  size_t threads = CountThreads();
+  while (threads > base && ::GetTickCount64() - startMs < kThreadEndMs) {
+    ::SleepEx(1, FALSE);
+    threads = CountThreads();
+  }
+  return static_cast<int>(threads) - static_cast<int>(base);
 }
 
 bool IsTrouble(const std::wstring& line) {
@@ -191,8 +204,7 @@ Outcome Scenario::Run(const FailingCall& failing) {
   outcome.unloaded = ::GetModuleHandleW(L"KOVAServer.dll") == nullptr;
   // A library that stays would go on calling through them.
   if (!outcome.unloaded) (void)thunks.release();
-  outcome.threadsLeft =
-      static_cast<int>(CountThreads()) - static_cast<int>(threads);
+  outcome.threadsLeft = ThreadsAbove(threads);
   outcome.handlesLeft =
       static_cast<int>(CountHandles()) - static_cast<int>(handles);
   outcome.responsesLeft = m_extension.Record().live - responses;
