@@ -8,7 +8,8 @@ set(KOVA_TEST_BIN ${PROJECT_BINARY_DIR}/test-bin)
 set(KOVA_SYMBOLS ${PROJECT_BINARY_DIR}/symbols)
 file(MAKE_DIRECTORY ${KOVA_BIN} ${KOVA_TEST_BIN} ${KOVA_SYMBOLS})
 
-# What native programs are checked by, e.g. "thread" in place of the default.
+# What native programs are checked by, e.g. "thread" in place of the default;
+# nothing for those that are measured.
 set(KOVA_SANITIZERS address,undefined CACHE STRING
   "Sanitizers of native builds")
 
@@ -47,10 +48,12 @@ function(kova_compile_options target)
   else()
     target_include_directories(${target} BEFORE PUBLIC
       ${KOVAServer_SOURCE_DIR}/test/native)
-    target_compile_options(${target} PRIVATE
-      -g -fno-omit-frame-pointer -fsanitize=${KOVA_SANITIZERS}
-      -fno-sanitize-recover=all)
-    target_link_options(${target} PUBLIC -fsanitize=${KOVA_SANITIZERS})
+    if(KOVA_SANITIZERS)
+      target_compile_options(${target} PRIVATE
+        -g -fno-omit-frame-pointer -fsanitize=${KOVA_SANITIZERS}
+        -fno-sanitize-recover=all)
+      target_link_options(${target} PUBLIC -fsanitize=${KOVA_SANITIZERS})
+    endif()
   endif()
 endfunction()
 

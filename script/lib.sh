@@ -48,6 +48,11 @@ need_package_tools() {
   need_packages "makes the installer" nsis
 }
 
+need_micro_bench() {
+  need_packages "measures small pieces, and the parser to compare with" \
+    libbenchmark-dev libhttp-parser-dev
+}
+
 need_wine() {
   need_packages "runs Windows programs here" wine wine64
 }
