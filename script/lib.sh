@@ -53,6 +53,12 @@ need_micro_bench() {
     libbenchmark-dev libhttp-parser-dev
 }
 
+# Beside what builds and runs the product: the servers it is compared with.
+need_bench() {
+  need_packages "builds the servers that the product is compared with" \
+    libboost-dev
+}
+
 need_wine() {
   need_packages "runs Windows programs here" wine wine64
 }

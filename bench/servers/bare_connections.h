@@ -1,0 +1,63 @@
+// The connections of the bare server.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "base/windows_api.h"
+#include "bench/servers/receive_block.h"
+
+namespace kova::bench {
+
+// What the bare server does with a connection; nothing of it changes while the
+// server runs.
+struct BarePlan {
+  std::string answer;     // sent as it is
+  bool keepOpen = false;  // goes on receiving after an answer
+  size_t bodyBytes = 0;   // received before an answer; 0: any
+  Growth growth = Growth::kReserved;
+  std::wstring printer;  // looked up for each answer, unless empty
+};
+
+class BareConnection;
+
+// The live connections, each with a thread of its own that is started afresh.
+// The lock is held to add, to remove and to signal, as a stop needs it, and for
+// nothing else.
+class BareConnections {
+ public:
+  explicit BareConnections(const BarePlan& plan) : m_plan(plan) {}
+  BareConnections(const BareConnections&) = delete;
+  BareConnections& operator=(const BareConnections&) = delete;
+
+  [[nodiscard]] const BarePlan& Plan() const { return m_plan; }
+
+  // Serves `socket`, which is taken over, on a thread that is made suspended
+  // and resumed, as the product does it.
+  void Start(SOCKET socket);
+
+  // Signals every connection and looks every 100 ms, at most 50 times, whether
+  // all are gone. Returns how many are not: the product would terminate them.
+  size_t Release();
+
+  [[nodiscard]] size_t Count() const { return m_alive.load(); }
+
+ private:
+  friend class BareConnection;
+
+  // False when a release has begun: the connection then just ends.
+  [[nodiscard]] bool Add(BareConnection* connection);
+  void Remove(const BareConnection* connection);
+
+  const BarePlan& m_plan;
+  std::mutex m_lock;
+  std::vector<BareConnection*> m_connections;
+  bool m_releasing = false;
+  // From before a thread is started until it has closed everything.
+  std::atomic<size_t> m_alive{0};
+};
+
+}  // namespace kova::bench

@@ -1,0 +1,38 @@
+// Printers for the bench, in the real spooler.
+#pragma once
+
+#include <string>
+
+#include "test/support/demo_printer.h"
+
+namespace kova::bench {
+
+// The folder of the N-th copy of the bench extension, N from 1: seen from this
+// program, extensions\N.
+[[nodiscard]] std::wstring ExtensionFolder(size_t number);
+
+// The name of the printer whose package is that folder: "Bench1", "Bench2"...
+[[nodiscard]] std::wstring PrinterName(size_t number);
+
+// Whether there is a printer of that name with a driver package.
+[[nodiscard]] bool HasPackage(const std::wstring& printerName);
+
+// A printer that exists for its scope; one of that name that exists already is
+// replaced. Programs that run side by side may each make it: its package is
+// the same, and it is there until the first of them ends.
+class BenchPrinter {
+ public:
+  // `number` says which extension is its package.
+  explicit BenchPrinter(const std::wstring& name, size_t number = 1)
+      : m_printer(name),
+        m_isReady(m_printer.IsInstalled() &&
+                  m_printer.SetDriverPackage(ExtensionFolder(number))) {}
+
+  [[nodiscard]] bool IsReady() const { return m_isReady; }
+
+ private:
+  test::DemoPrinter m_printer;
+  const bool m_isReady;
+};
+
+}  // namespace kova::bench
