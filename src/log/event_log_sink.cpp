@@ -1,7 +1,5 @@
 #include "log/event_log_sink.h"
 
-#include <mutex>
-
 #include "base/handles.h"
 #include "base/text_append.h"
 #include "log/event_source.h"
@@ -57,7 +55,7 @@ void ReportToEventLog(HANDLE source, tk::Logger* logger, tk::LogChannel channel,
   if (!tk::IsAlwaysLogged(channel) && !logger->IsEnabled(channel)) return;
   const EventClass filed = ClassifyEvent(logger->EventLogKind(), channel);
   const wchar_t* const text = line.c_str();
-  const std::lock_guard<std::recursive_mutex> lock(logger->EventLogMutex());
+  const ScopedLock lock(logger->EventLogLock());
   EventData data = DescribeCall(channel);
   ::ReportEventW(source, filed.type, 0, filed.id, nullptr, 1, sizeof(data),
                  const_cast<LPCWSTR*>(&text), &data);

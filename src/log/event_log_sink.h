@@ -10,7 +10,7 @@ namespace kova {
 
 // Registers the logger's event source, which stays registered for good. Where
 // no source can be had, the sink does nothing. Reports of one logger are
-// serialised by its mutex.
+// serialised by its lock.
 tk::LogSink MakeEventLogSink(tk::Logger* logger);
 
 // How a line is filed: one of the EVENTLOG_..._TYPE values and the identifier

@@ -7,7 +7,6 @@
 
 #include <array>
 #include <cstring>
-#include <thread>
 
 #include "base/handles.h"
 #include "log/event_source.h"
@@ -75,8 +74,22 @@ const HANDLE kSource = reinterpret_cast<HANDLE>(uintptr_t{0x4660});
 HANDLE g_source = kSource;
 std::vector<std::wstring> g_registered;
 std::vector<Report> g_reports;
-std::recursive_mutex* g_mutex = nullptr;
-bool g_mutexWasFree = false;
+// How often the thread that reports holds a critical section.
+thread_local int g_held = 0;
+int g_heldWhileReporting = 0;
+
+decltype(&EnterCriticalSection) g_enter = nullptr;
+decltype(&LeaveCriticalSection) g_leave = nullptr;
+
+void WINAPI CountEnter(CRITICAL_SECTION* section) {
+  g_enter(section);
+  ++g_held;
+}
+
+void WINAPI CountLeave(CRITICAL_SECTION* section) {
+  --g_held;
+  g_leave(section);
+}
 
 HANDLE WINAPI RecordSource(LPCWSTR server, LPCWSTR name) {
   EXPECT_EQ(server, nullptr);
@@ -93,12 +106,7 @@ BOOL WINAPI RecordReport(HANDLE source, WORD type, WORD category, DWORD id,
   Report report = {source, type, category, id, texts[0], {}};
   std::memcpy(report.data.data(), data, sizeof(report.data));
   g_reports.push_back(report);
-  if (g_mutex != nullptr) {
-    std::thread([] {
-      g_mutexWasFree = g_mutex->try_lock();
-      if (g_mutexWasFree) g_mutex->unlock();
-    }).join();
-  }
+  g_heldWhileReporting = g_held;
   return FALSE;
 }
 
@@ -181,7 +189,6 @@ class EventLogSinkTest : public EventSourceFixture {
     g_source = kSource;
     g_registered.clear();
     g_reports.clear();
-    g_mutex = nullptr;
   }
   std::shared_ptr<tk::Logger> Make(uint32_t mask, uint32_t kind = 0) {
     return std::make_shared<tk::Logger>(m_name, mask,
@@ -284,16 +291,24 @@ TEST_F(EventLogSinkTest, FiltersAllButErrorsAndWarnings) {
   EXPECT_EQ(g_reports[2].line, L"e");
 }
 
-TEST_F(EventLogSinkTest, HoldsTheLoggersMutexWhileItReports) {
+TEST_F(EventLogSinkTest, HoldsTheLoggersLockWhileItReports) {
   const auto logger = Make(0);
-  g_mutex = &logger->EventLogMutex();
-  g_mutexWasFree = true;
+  const ImportPatch<decltype(EnterCriticalSection)> enter(
+      nullptr, "EnterCriticalSection", &CountEnter);
+  g_enter = enter.Original();
+  const ImportPatch<decltype(LeaveCriticalSection)> leave(
+      nullptr, "LeaveCriticalSection", &CountLeave);
+  g_leave = leave.Original();
   logger->Error(L"text");
-  EXPECT_FALSE(g_mutexWasFree);
-  std::thread([] {
-    EXPECT_TRUE(g_mutex->try_lock());
-    g_mutex->unlock();
-  }).join();
+  EXPECT_EQ(g_heldWhileReporting, 1);
+  EXPECT_EQ(g_held, 0);
+}
+
+TEST_F(EventLogSinkTest, AReportMayLogOnItsOwnThread) {
+  const auto logger = Make(0);
+  const ScopedLock reporting(logger->EventLogLock());
+  logger->Error(L"text");
+  EXPECT_EQ(g_reports.size(), 1u);
 }
 
 using PrepareEventSourceTest = EventSourceFixture;

@@ -5,10 +5,10 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "base/o_critical_section.h"
 #include "base/windows_api.h"
 #include "log/log_channel.h"
 
@@ -74,12 +74,11 @@ class Logger {
 
   [[nodiscard]] const std::wstring& Name() const { return m_name; }
   [[nodiscard]] uint32_t EventLogKind() const { return m_eventLogKind; }
-  // Serialises this logger's event-log reports; taken for nothing else. A
-  // recursive one: a crash inside a report is logged by the thread that makes
-  // the report.
-  [[nodiscard]] std::recursive_mutex& EventLogMutex() {
-    return m_eventLogMutex;
-  }
+  // Serialises this logger's event-log reports; taken for nothing else.
+  // Recursive: a crash inside a report is logged by the thread that makes the
+  // report. Taking it cannot fail, unlike a standard mutex, which throws where
+  // the system has no event left for those who wait.
+  [[nodiscard]] OCriticalSection& EventLogLock() { return m_eventLogLock; }
 
  private:
   static constexpr uint64_t kRefreshIntervalMs = 5000;
@@ -92,7 +91,7 @@ class Logger {
   void WriteMask();
   bool QueryMask(uint32_t& mask) const;
 
-  std::recursive_mutex m_eventLogMutex;
+  OCriticalSection m_eventLogLock;
   // GetTickCount64() at the last refresh.
   std::atomic<uint64_t> m_lastRefresh;
   std::atomic<uint32_t> m_mask;
