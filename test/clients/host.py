@@ -4,6 +4,11 @@ import subprocess
 import time
 
 
+def _in_table(port):
+    """This machine's own address and a port, as the kernel's table has it."""
+    return "0100007F:%04X" % port
+
+
 class Host:
     """A running "kovactl run --demo"."""
 
@@ -44,10 +49,22 @@ class Host:
 
     def connections(self):
         """How many connections to the port are established."""
-        local = "0100007F:%04X" % self.port
+        return len(self._established())
+
+    def unread(self, client):
+        """The bytes of a client's that the host has not received yet, as the
+        kernel counts them; None before the connection is there."""
+        peer = _in_table(client.getsockname()[1])
+        for row in self._established():
+            if row[2] == peer:
+                return int(row[4].split(":")[1], 16)
+        return None
+
+    def _established(self):
+        local = _in_table(self.port)
         with open("/proc/net/tcp", encoding="ascii") as table:
             rows = [line.split() for line in table.readlines()[1:]]
-        return sum(row[1] == local and row[3] == "01" for row in rows)
+        return [row for row in rows if row[1] == local and row[3] == "01"]
 
     def _status(self, name):
         with open("/proc/%d/status" % self._process_id,

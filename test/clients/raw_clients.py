@@ -1,6 +1,7 @@
 """Clients made of bare sockets."""
 
 import contextlib
+import random
 import selectors
 import socket
 import struct
@@ -110,7 +111,7 @@ def resets(prepare):
         start = time.monotonic()
         for _ in range(count):
             client = connect(host, 4096)
-            prepare(client)
+            prepare(client, host)
             reset(client)
         sent = time.monotonic() - start
         # Connections are accepted in order: all the resets were before this.
@@ -120,17 +121,43 @@ def resets(prepare):
     return run
 
 
-def send_half(client):
+def at_once(_client, _host):
+    """Nothing before the reset."""
+
+
+def send_half(client, host):
+    """A half that the server has taken: a reset that is reported together with
+    bytes to receive is passed over, see reset_with_unread_half."""
     client.sendall(HALF)
+    deadline = time.monotonic() + 30
+    while host.unread(client) != 0:
+        expect(time.monotonic() < deadline, "half a request is not received")
+        time.sleep(0.001)
 
 
-def send_whole(client):
+def send_whole(client, _):
     client.sendall(GET)
 
 
-def begin_answer(client):
+def begin_answer(client, _):
     client.sendall(post(200000))
     client.recv(1000)
+
+
+def reset_with_unread_half(host, wanted):
+    """Resets connections until that many have kept their thread: those whose
+    reset came between the wake-up for half a request and its receiving."""
+    threads = host.threads()
+    deadline = time.monotonic() + 60
+    while host.threads() < threads + wanted:
+        expect(time.monotonic() < deadline, "no reset was passed over")
+        for _ in range(100):
+            client = connect(host)
+            client.sendall(HALF)
+            time.sleep(random.uniform(0, 0.004))
+            reset(client)
+        host.wait_for_threads(threads, patience=1)
+    return host.threads() - threads
 
 
 def idle(host, scale):
@@ -252,8 +279,10 @@ def byte_by_byte(host, _):
 
 
 def dead(host, _):
-    """Peers that vanish without a word, and peers that say none."""
+    """Peers that vanish without a word, peers that say none, and those whose
+    reset was passed over: all are held until the time-out."""
     count = 20
+    passed_over = reset_with_unread_half(host, count)
     start = time.monotonic()
     for _ in range(count):
         client = connect(host)
@@ -271,5 +300,6 @@ def dead(host, _):
             client.settimeout(30)
             expect(client.recv(1) == b"", "not closed in order")
         took = time.monotonic() - start
-    return "%d vanished, %d silent: %d held for 290 s, closed at %.0f s" % (
-        count, count, held, took)
+    return ("%d vanished, %d silent: %d held for 290 s, closed at %.0f s; "
+            "%d passed-over resets held as long" % (
+                count, count, held, took, passed_over))
