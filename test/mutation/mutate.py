@@ -129,6 +129,9 @@ Exit codes: 0 everything was noticed, 1 something survived, 2 could not start.""
         "default: all rooms")
     parser.add_argument("--count", type=int, default=160,
                         help="how many changes in all (default 160)")
+    parser.add_argument("--begin", type=int, default=1, metavar="N",
+                        help="leave out those before the N-th, which an\n"
+                        "earlier run has tried")
     parser.add_argument("--minutes", type=float, default=600,
                         help="begin no new change after so many minutes")
     parser.add_argument("--list", action="store_true",
@@ -139,6 +142,8 @@ Exit codes: 0 everything was noticed, 1 something survived, 2 could not start.""
     options.wanted = [wanted(parser, room) for room in options.room or ROOMS]
     if options.count < 1:
         parser.error("--count must be at least 1")
+    if options.begin < 1:
+        parser.error("--begin must be at least 1")
     return options
 
 
@@ -152,11 +157,16 @@ def wanted(parser, name):
                  + ", ".join(ROOMS))
 
 
+def chosen_of(root, options):
+    everything = choice(root, options.wanted, options.count)
+    return everything[options.begin - 1:]
+
+
 def run(options):
     shop = Workshop(ROOT, ROOT / "build" / "mutate")
     rooms = sorted({room for room, _ in options.wanted}, key=ROOMS.index)
     shop.prepare(rooms, say)
-    chosen = choice(shop.folder, options.wanted, options.count)
+    chosen = chosen_of(shop.folder, options)
     if not chosen:
         raise Broken("there is nothing to change in that place")
     say("Running the unchanged tests")
@@ -180,7 +190,7 @@ def run(options):
 def main():
     options = parse(sys.argv[1:])
     if options.list:
-        for change in choice(ROOT, options.wanted, options.count):
+        for change in chosen_of(ROOT, options):
             print(row(change))
         return 0
     try:
