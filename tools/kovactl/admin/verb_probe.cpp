@@ -3,6 +3,7 @@
 #include <cmath>
 #include <memory>
 
+#include "admin/exchange_options.h"
 #include "admin/http_exchange.h"
 #include "admin/printer_diagnosis.h"
 #include "admin/status_facts.h"
@@ -17,8 +18,6 @@ namespace kova::ctl {
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-constexpr uint32_t kMostSeconds = 3600;
 
 constexpr char kExamples[] =
     "Examples:\n"
@@ -229,14 +228,8 @@ void AddProbeVerb(CLI::App& app) {
                    "Name the printer by its share instead")
       ->type_name("NAME")
       ->excludes(printer);
-  verb->add_option("--port", arguments->port,
-                   "Ask port N (default: as the settings say)")
-      ->type_name("N")
-      ->check(CLI::Range(1U, 65535U).description(""));
-  verb->add_option("--timeout", arguments->seconds,
-                   "Wait at most N seconds (default: 30)")
-      ->type_name("N")
-      ->check(CLI::Range(1U, kMostSeconds).description(""));
+  AddPortOption(*verb, arguments->port);
+  AddTimeoutOption(*verb, arguments->seconds);
   AddJsonFlag(*verb, arguments->json);
   verb->footer(kExamples);
   verb->callback([arguments] { Run(*arguments); });

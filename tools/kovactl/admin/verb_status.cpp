@@ -2,13 +2,12 @@
 
 #include <memory>
 
+#include "admin/exchange_options.h"
 #include "admin/status_report.h"
 #include "common/verb.h"
 
 namespace kova::ctl {
 namespace {
-
-constexpr uint32_t kMostSeconds = 3600;
 
 constexpr char kExamples[] =
     "Examples:\n"
@@ -39,14 +38,8 @@ void AddStatusVerb(CLI::App& app) {
   CLI::App* const verb = app.add_subcommand(
       "status", "Show whether the server answers, its settings and traces");
   const auto arguments = std::make_shared<Arguments>();
-  verb->add_option("--port", arguments->port,
-                   "Ask port N (default: as the settings say)")
-      ->type_name("N")
-      ->check(CLI::Range(1U, 65535U).description(""));
-  verb->add_option("--timeout", arguments->seconds,
-                   "Wait at most N seconds (default: 5)")
-      ->type_name("N")
-      ->check(CLI::Range(1U, kMostSeconds).description(""));
+  AddPortOption(*verb, arguments->port);
+  AddTimeoutOption(*verb, arguments->seconds);
   AddJsonFlag(*verb, arguments->json);
   verb->footer(kExamples);
   verb->callback([arguments] { Run(*arguments); });
