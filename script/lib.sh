@@ -111,3 +111,12 @@ make_wine_prefix() {
   wineserver -w
   touch "$WINEPREFIX/.kova-ready"
 }
+
+# Wine's server holds a descriptor per connection for every program, and the
+# host one, too.
+raise_limit() {
+  local wanted=20000
+  [ "$(ulimit -n)" = unlimited ] || [ "$(ulimit -n)" -ge "$wanted" ] ||
+    ulimit -n "$wanted" || fail "cannot raise the limit of open files to \
+$wanted (ulimit -Hn says $(ulimit -Hn))"
+}

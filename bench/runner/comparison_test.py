@@ -1,0 +1,54 @@
+# Unit: goals beside figures.
+import unittest
+
+from comparison import Comparison, Goal
+
+
+def judged(goal, figures):
+    return Comparison("n", "t", "ms", figures, "bare", [goal]).verdicts()[0]
+
+
+class GoalTest(unittest.TestCase):
+    def test_a_ratio_counts_up_to_its_limit(self):
+        goal = Goal("us", ">=", 0.95, "ratio", "bare")
+        at = judged(goal, {"us": [95, 95], "bare": [100, 100]})
+        below = judged(goal, {"us": [94, 94], "bare": [100, 100]})
+        self.assertEqual((at.word(), at.figure), ("reached", 0.95))
+        self.assertEqual(below.word(), "missed")
+        self.assertEqual(at.text, "us: at least 0.95 x bare")
+
+    def test_a_ratio_may_be_to_another_than_the_baseline(self):
+        goal = Goal("us", "<=", 0.2, "ratio", "peer")
+        verdict = judged(goal, {"us": [3], "peer": [10], "bare": [1]})
+        self.assertEqual((verdict.word(), verdict.figure), ("missed", 0.3))
+
+    def test_more_than_another_by_an_amount(self):
+        goal = Goal("us", "<=", 8, "more", "bare")
+        self.assertEqual(judged(goal, {"us": [28], "bare": [20]}).word(),
+                         "reached")
+        over = judged(goal, {"us": [28.5], "bare": [20]})
+        self.assertEqual((over.word(), over.figure), ("missed", 8.5))
+        self.assertEqual(over.text, "us: at most bare + 8 ms")
+
+    def test_a_value(self):
+        goal = Goal("us", "<=", 130)
+        self.assertEqual(judged(goal, {"us": [130]}).word(), "reached")
+        self.assertEqual(judged(goal, {"us": [131]}).word(), "missed")
+        self.assertEqual(judged(goal, {"us": [1]}).text,
+                         "us: at most 130 ms")
+
+    def test_who_was_not_measured_has_no_figure(self):
+        goal = Goal("us", ">=", 0.95, "ratio", "bare")
+        for figures in [{"us": [1]}, {"bare": [1]}, {}]:
+            verdict = judged(goal, figures)
+            self.assertEqual(verdict.word(), "not measured")
+            self.assertFalse(verdict.reached)
+            self.assertIsNone(verdict.figure)
+
+    def test_rounds_that_are_missing_make_no_ratio(self):
+        goal = Goal("us", ">=", 0.95, "ratio", "bare")
+        self.assertIsNone(judged(goal, {"us": [1], "bare": [1, 1]}).figure)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,84 @@
+"""The micro-benchmarks: small pieces of the server, measured in a loop."""
+
+import json
+import re
+import subprocess
+
+from comparison import CannotMeasure, Comparison
+
+ROW = re.compile(r"^(.+?) +([\d.]+) ns +([\d.]+) +([\d.]+) to ([\d.]+) ns$")
+NANOSECONDS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
+
+
+def parse_log_table(text):
+    """Rows of kova_bench: the name, and quartiles and median in ns."""
+    rows = {}
+    for line in text.splitlines():
+        found = ROW.match(line.strip())
+        if found:
+            name, median, _, lower, upper = found.groups()
+            rows[name] = [float(lower), float(median), float(upper)]
+    if not rows:
+        raise CannotMeasure("kova_bench printed no table")
+    return rows
+
+
+def parse_google(text):
+    """CPU time of each repetition in ns, by the benchmark's name."""
+    figures = {}
+    for run in json.loads(text)["benchmarks"]:
+        if run.get("run_type", "iteration") != "iteration":
+            continue
+        if run.get("error_occurred"):
+            raise CannotMeasure("%s: %s" % (run["name"],
+                                            run.get("error_message")))
+        name = run.get("run_name", run["name"])
+        figures.setdefault(name, []).append(
+            run["cpu_time"] * NANOSECONDS[run["time_unit"]])
+    if not figures:
+        raise CannotMeasure("no benchmark was run")
+    return figures
+
+
+def google_options(rounds, seconds):
+    return ["--benchmark_format=json",
+            "--benchmark_repetitions=%d" % rounds,
+            "--benchmark_enable_random_interleaving=true",
+            "--benchmark_min_time=%g" % seconds]
+
+
+def _log_line(session):
+    rows = parse_log_table(session.programs.run("kova_bench"))
+    return Comparison(
+        "micro-log", "A disabled log channel, under Wine (lower quartile, "
+        "median and upper quartile of 101 rounds)", "ns", rows,
+        next(iter(rows)))
+
+
+def _native(session, program):
+    quick = session.scale.seconds < 1
+    command = [program, *google_options(session.scale.rounds,
+                                        0.02 if quick else 0.1)]
+    try:
+        result = subprocess.run(command, capture_output=True, text=True,
+                                stdin=subprocess.DEVNULL, timeout=500,
+                                check=True)
+    except (OSError, subprocess.SubprocessError) as error:
+        raise CannotMeasure(str(error)) from error
+    return Comparison("micro-native", "Pieces of the server, built for this "
+                      "machine (CPU time)", "ns", parse_google(result.stdout))
+
+
+def run(session, native_program):
+    """The native program is left out if it has not been built."""
+    comparisons = []
+    for name, measure in [
+            ("kova_bench", lambda: _log_line(session)),
+            ("kova_micro_bench", lambda: native_program and _native(
+                session, native_program))]:
+        session.progress.show("micro: " + name)
+        try:
+            comparisons.append(measure())
+        except CannotMeasure as error:
+            session.fail("micro, " + name, error)
+    return [comparison for comparison in comparisons if comparison]

@@ -1,0 +1,42 @@
+# Unit: what the micro-benchmarks print.
+import json
+import unittest
+
+from comparison import CannotMeasure
+from micro import parse_google, parse_log_table
+
+LOG = """
+A disabled log channel
+                                                median   ratio   middle half
+tick count, two loads and compares            5.03 ns    1.00   4.90 to 5.20 ns
+LogLine with three values, disabled           6.11 ns    1.21   6.00 to 6.35 ns
+"""
+
+
+def run(name, cpu, **more):
+    return {"name": name, "run_name": name, "run_type": "iteration",
+            "cpu_time": cpu, "time_unit": "ns", **more}
+
+
+class MicroTest(unittest.TestCase):
+    def test_reads_the_table_of_the_log(self):
+        self.assertEqual(parse_log_table(LOG.replace("\n", "\r\n")), {
+            "tick count, two loads and compares": [4.9, 5.03, 5.2],
+            "LogLine with three values, disabled": [6, 6.11, 6.35]})
+        with self.assertRaises(CannotMeasure):
+            parse_log_table("error")
+
+    def test_reads_repetitions_and_leaves_out_aggregates(self):
+        text = json.dumps({"benchmarks": [
+            run("a", 3), run("b", 1, time_unit="us"), run("a", 5),
+            run("a", 4, run_type="aggregate")]})
+        self.assertEqual(parse_google(text), {"a": [3, 5], "b": [1000]})
+
+    def test_an_error_is_no_figure(self):
+        for runs in ([], [run("a", 0, error_occurred=True)]):
+            with self.assertRaises(CannotMeasure):
+                parse_google(json.dumps({"benchmarks": runs}))
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,116 @@
+"""The result as tables in Markdown, and as JSON."""
+
+import dataclasses
+import json
+
+BEGIN = "<!-- figures: begin -->"
+END = "<!-- figures: end -->"
+
+
+def number(value):
+    """With three digits that count, or all before the point."""
+    if value is None:
+        return ""
+    size = abs(value)
+    if size >= 1000:
+        return "{:,.0f}".format(value)
+    digits = 0 if size >= 100 else 1 if size >= 10 else 2
+    return "%.*f" % (digits, value)
+
+
+def ratio_text(found):
+    if found is None:
+        return ""
+    return "%.2f (%.2f to %.2f)" % (found.of_medians, found.lowest,
+                                    found.highest)
+
+
+def verdict_text(verdict, kind_unit):
+    figure = number(verdict.figure)
+    return "%s: %s%s" % (verdict.text, verdict.word(),
+                         " (%s%s)" % (figure, kind_unit) if figure else "")
+
+
+def table(comparison):
+    """The lines of one comparison."""
+    lines = ["### %s: %s" % (comparison.name, comparison.title), "",
+             "| | median, %s | quartiles | lowest, highest | ratio "
+             "(of rounds) |" % comparison.unit, "|---|---|---|---|---|"]
+    for who in comparison.figures:
+        found = comparison.summary(who)
+        lines.append("| %s | %s | %s to %s | %s, %s | %s |" % (
+            who, number(found.median), number(found.lower_quartile),
+            number(found.upper_quartile), number(found.lowest),
+            number(found.highest), ratio_text(comparison.ratio(who))))
+    lines += [""]
+    for goal, verdict in zip(comparison.goals, comparison.verdicts()):
+        unit = "" if goal.kind == "ratio" else " " + comparison.unit
+        lines.append("- " + verdict_text(verdict, unit))
+    lines += ["- " + note for note in comparison.notes]
+    return lines + ([""] if lines[-1] else [])
+
+
+def goal_table(comparisons):
+    """All goals beside their figures."""
+    lines = ["| measurement | goal | figure | |", "|---|---|---|---|"]
+    for comparison in comparisons:
+        for goal, verdict in zip(comparison.goals, comparison.verdicts()):
+            unit = "" if goal.kind == "ratio" else " " + comparison.unit
+            figure = number(verdict.figure)
+            lines.append("| %s | %s | %s | %s |" % (
+                comparison.name, verdict.text,
+                figure + unit if figure else "", verdict.word()))
+    return lines + [""]
+
+
+def _list(title, lines):
+    return [title, "", *["- " + line for line in lines], ""] if lines else []
+
+
+def markdown(facts, comparisons, problems, repeated):
+    """A whole result. The facts say where and when; see Session for the
+    rest."""
+    lines = ["Measured %s: %s." % (facts["date"], "; ".join(
+        "%s: %s" % (name, value) for name, value in facts.items()
+        if name != "date")), ""]
+    if any(comparison.goals for comparison in comparisons):
+        lines += goal_table(comparisons)
+    for comparison in comparisons:
+        lines += table(comparison)
+    lines += _list("Not measured:", problems)
+    lines += _list("Measured at the second try:", repeated)
+    return "\n".join(lines)
+
+
+def _as_data(comparison):
+    rows = []
+    for who, figures in comparison.figures.items():
+        found = comparison.ratio(who)
+        rows.append({
+            "name": who, "rounds": figures,
+            **dataclasses.asdict(comparison.summary(who)),
+            "ratio": found and dataclasses.asdict(found)})
+    return {
+        "name": comparison.name, "title": comparison.title,
+        "unit": comparison.unit, "baseline": comparison.baseline,
+        "contestants": rows,
+        "goals": [{"goal": verdict.text, "figure": verdict.figure,
+                   "reached": verdict.figure and verdict.reached}
+                  for verdict in comparison.verdicts()],
+        "notes": comparison.notes}
+
+
+def as_json(facts, comparisons, problems, repeated):
+    return json.dumps({
+        "facts": facts, "problems": problems, "repeated": repeated,
+        "comparisons": [_as_data(each) for each in comparisons]},
+        indent=2) + "\n"
+
+
+def put_between(document, text):
+    """The document with the text in place of what stands between the marks."""
+    head, begin, rest = document.partition(BEGIN)
+    _, end, tail = rest.partition(END)
+    if not begin or not end:
+        raise ValueError("the document lacks %s or %s" % (BEGIN, END))
+    return "%s%s\n\n%s\n\n%s%s" % (head, BEGIN, text.strip("\n"), END, tail)
