@@ -37,7 +37,8 @@ def parse_google(text):
             run["cpu_time"] * NANOSECONDS[run["time_unit"]])
     if not figures:
         raise CannotMeasure("no benchmark was run")
-    return figures
+    # They ran in a random order.
+    return dict(sorted(figures.items()))
 
 
 def google_options(rounds, seconds):

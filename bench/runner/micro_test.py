@@ -28,9 +28,10 @@ class MicroTest(unittest.TestCase):
 
     def test_reads_repetitions_and_leaves_out_aggregates(self):
         text = json.dumps({"benchmarks": [
-            run("a", 3), run("b", 1, time_unit="us"), run("a", 5),
+            run("b", 1, time_unit="us"), run("a", 3), run("a", 5),
             run("a", 4, run_type="aggregate")]})
         self.assertEqual(parse_google(text), {"a": [3, 5], "b": [1000]})
+        self.assertEqual(list(parse_google(text)), ["a", "b"])
 
     def test_an_error_is_no_figure(self):
         for runs in ([], [run("a", 0, error_occurred=True)]):

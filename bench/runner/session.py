@@ -47,16 +47,20 @@ class Session:
     problems: list = field(default_factory=list)
     # Figures that are those of a second try, and why.
     repeated: list = field(default_factory=list)
+    missing: set = field(default_factory=set)
 
     def fail(self, where, error):
         self.problems.append("%s: %s" % (where, error))
         self.progress.complain(self.problems[-1])
 
     def is_here(self, contestant):
+        """Whether its program has been built; told once if not."""
         if self.programs.has(contestant.program):
             return True
-        self.fail(contestant.name, "%s has not been built"
-                  % contestant.program)
+        if contestant.program not in self.missing:
+            self.missing.add(contestant.program)
+            self.fail("everything with " + contestant.program,
+                      "it has not been built")
         return False
 
     def start(self, contestant):

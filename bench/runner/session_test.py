@@ -21,6 +21,20 @@ def session(rounds):
 A, B = Contestant("A", "a"), Contestant("B", "b")
 
 
+class Nothing:
+    def has(self, program):
+        return False
+
+
+class StartTest(unittest.TestCase):
+    def test_a_program_that_is_missing_is_told_once(self):
+        run = Session(Nothing(), Scale(), Silent())
+        for contestants in ([A, B], [A]):
+            with run.all_started(contestants) as servers:
+                self.assertEqual(servers, {})
+        self.assertEqual(len(run.problems), 2)
+
+
 class TurnsTest(unittest.TestCase):
     def test_figures_are_those_of_the_rounds(self):
         order = []
