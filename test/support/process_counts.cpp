@@ -60,6 +60,15 @@ size_t CountThreads(DWORD processId) {
   return count;
 }
 
+bool WaitForThreads(size_t most, DWORD patienceMs) {
+  const uint64_t deadlineMs = ::GetTickCount64() + patienceMs;
+  while (CountThreads() > most) {
+    if (::GetTickCount64() > deadlineMs) return false;
+    ::Sleep(5);
+  }
+  return true;
+}
+
 size_t CountHandles(DWORD processId) {
   const std::vector<uint8_t> bytes = ReadHandleTable();
   const auto* const table = reinterpret_cast<const HandleTable*>(bytes.data());

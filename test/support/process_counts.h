@@ -15,6 +15,10 @@ namespace kova::test {
 // The number of its threads, from a snapshot of the system.
 [[nodiscard]] size_t CountThreads(DWORD processId = ::GetCurrentProcessId());
 
+// Waits at most `patienceMs` until this process has no more than `most`
+// threads; false if it still has.
+[[nodiscard]] bool WaitForThreads(size_t most, DWORD patienceMs);
+
 // The number of its handles, from the system's handle table: the function that
 // counts them, GetProcessHandleCount, is a stub under Wine.
 [[nodiscard]] size_t CountHandles(DWORD processId = ::GetCurrentProcessId());

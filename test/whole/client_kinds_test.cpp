@@ -28,13 +28,8 @@ class ClientKindsTest : public RoutingFixture {
     return "POST /?printer=KOVA+whole HTTP/1.1\r\n" + headers + "\r\n" + body;
   }
   // A connection's thread is the last thing that goes.
-  [[nodiscard]] static bool WaitForThreads(size_t count) {
-    const uint64_t deadlineMs = ::GetTickCount64() + kClientPatienceMs;
-    while (CountThreads() > count) {
-      if (::GetTickCount64() > deadlineMs) return false;
-      ::Sleep(5);
-    }
-    return true;
+  [[nodiscard]] bool AreThreadsBack() const {
+    return kova::test::WaitForThreads(m_quietThreads, kClientPatienceMs);
   }
   // Lets `visit` use one connection after another, then expects everything
   // back that these took.
@@ -43,11 +38,11 @@ class ClientKindsTest : public RoutingFixture {
     visit();
     // Connections are accepted in order: all the others were before this one.
     ExpectEcho(Get());
-    ASSERT_TRUE(WaitForThreads(m_quietThreads));
+    ASSERT_TRUE(AreThreadsBack());
     const size_t handles = CountHandles();
     for (int i = 0; i < kManyClients; ++i) visit();
     ExpectEcho(Get());
-    EXPECT_TRUE(WaitForThreads(m_quietThreads));
+    EXPECT_TRUE(AreThreadsBack());
     EXPECT_LE(CountHandles(), handles + kHandleSlack);
   }
 
@@ -130,7 +125,7 @@ TEST_F(ClientKindsTest, IdleConnectionsHoldNobodyUpAndLeaveNothing) {
   EXPECT_TRUE(idle.front()->StaysQuiet(0));
   EXPECT_TRUE(idle.back()->StaysQuiet(0));
   idle.clear();
-  EXPECT_TRUE(WaitForThreads(m_quietThreads));
+  EXPECT_TRUE(AreThreadsBack());
   ExpectEcho(Get());
 }
 
