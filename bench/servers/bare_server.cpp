@@ -11,8 +11,6 @@ constexpr DWORD kEndMs = 1000;
 BareServer::BareServer(uint16_t port, BarePlan plan)
     : m_port(port), m_plan(std::move(plan)), m_connections(m_plan) {}
 
-BareServer::~BareServer() { Stop(); }
-
 std::string BareServer::Start() {
   WORD granted = 0;
   if (m_winsock.Open(&granted) != 0) return "Winsock does not start";
@@ -70,7 +68,6 @@ void BareServer::Accept() {
 }
 
 size_t BareServer::Stop() {
-  if (!m_thread.IsValid()) return 0;
   ::WSASetEvent(m_shutdownEvent.Get());
   const bool ended = ::WaitForSingleObject(m_thread.Get(), kEndMs) == 0;
   m_thread.Reset();

@@ -15,7 +15,6 @@ class BareServer : public Server {
  public:
   // `port` 0: any that is free.
   BareServer(uint16_t port, BarePlan plan);
-  ~BareServer() override;
 
   std::string Start() override;
   uint16_t Port() const override { return m_port; }

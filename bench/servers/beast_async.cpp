@@ -51,7 +51,7 @@ class BeastAsyncServer::Session
       return;
     }
     beast::error_code ignored;
-    m_socket.shutdown(tcp::socket::shutdown_send, ignored);
+    (void)m_socket.shutdown(tcp::socket::shutdown_send, ignored);
   }
 
   BeastAsyncServer& m_server;
@@ -60,8 +60,6 @@ class BeastAsyncServer::Session
   std::optional<BeastParser> m_parser;
   std::optional<BeastResponse> m_response;
 };
-
-BeastAsyncServer::~BeastAsyncServer() { Stop(); }
 
 std::string BeastAsyncServer::Start() {
   const tcp::endpoint here(asio::ip::address_v4::loopback(), m_port);
@@ -90,7 +88,7 @@ size_t BeastAsyncServer::Stop() {
   for (std::thread& thread : m_threads) thread.join();
   m_threads.clear();
   beast::error_code ignored;
-  m_acceptor.close(ignored);
+  (void)m_acceptor.close(ignored);
   return 0;
 }
 

@@ -15,7 +15,6 @@ class BeastAsyncServer : public Server {
  public:
   BeastAsyncServer(uint16_t port, AnswerKind kind)
       : m_port(port), m_answers(kind) {}
-  ~BeastAsyncServer() override;
 
   std::string Start() override;
   uint16_t Port() const override { return m_port; }

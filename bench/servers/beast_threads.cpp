@@ -11,8 +11,6 @@ constexpr int kMostLooks = 5000;
 
 }  // namespace
 
-BeastThreadServer::~BeastThreadServer() { Stop(); }
-
 std::string BeastThreadServer::Start() {
   const tcp::endpoint here(asio::ip::address_v4::loopback(), m_port);
   m_acceptor.open(here.protocol());
@@ -59,7 +57,7 @@ void BeastThreadServer::Serve(tcp::socket& socket) {
     beast::http::write(socket, response, error);
     keepOpen = !error && response.keep_alive();
   }
-  socket.shutdown(tcp::socket::shutdown_send, error);
+  (void)socket.shutdown(tcp::socket::shutdown_send, error);
 }
 
 std::optional<size_t> BeastThreadServer::Connections() {
@@ -68,11 +66,12 @@ std::optional<size_t> BeastThreadServer::Connections() {
 }
 
 size_t BeastThreadServer::Stop() {
-  if (!m_thread.joinable()) return 0;
   {
     const std::lock_guard<std::mutex> held(m_lock);
     m_acceptor.close();
-    for (const SOCKET socket : m_sockets) ::shutdown(socket, SD_BOTH);
+    for (const SOCKET socket : m_sockets) {
+      ::CancelIoEx(reinterpret_cast<HANDLE>(socket), nullptr);
+    }
   }
   m_thread.join();
   for (int look = 0; look < kMostLooks && Connections() != 0; ++look) {

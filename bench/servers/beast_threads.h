@@ -14,7 +14,6 @@ class BeastThreadServer : public Server {
  public:
   BeastThreadServer(uint16_t port, AnswerKind kind)
       : m_port(port), m_answers(kind) {}
-  ~BeastThreadServer() override;
 
   std::string Start() override;
   uint16_t Port() const override { return m_port; }

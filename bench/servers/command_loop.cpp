@@ -41,21 +41,26 @@ std::string UsageText(Server& server, size_t threadsAtRest) {
   return ToJson(usage, server.Connections().value_or(more));
 }
 
-std::string Answer(Server& server, size_t threadsAtRest,
+std::string Answer(Server& server, size_t threadsAtRest, bool& isRunning,
                    const std::string& command) {
   if (command == "usage") return UsageText(server, threadsAtRest);
-  if (command == "stop") return StopText(server);
-  return R"({"error": "the commands are usage, stop and quit"})";
+  if (command == "stop" && isRunning) {
+    isRunning = false;
+    return StopText(server);
+  }
+  return R"({"error": "the commands are usage, stop (once) and quit"})";
 }
 
 void ServeCommands(Server& server) {
   const size_t threadsAtRest = ReadUsage().threads;
+  bool isRunning = true;
   Say("{\"port\": " + std::to_string(server.Port()) + "}");
   for (std::string line; std::getline(std::cin, line);) {
     if (!line.empty() && line.back() == '\r') line.pop_back();
-    if (line == "quit") return;
-    Say(Answer(server, threadsAtRest, line));
+    if (line == "quit") break;
+    Say(Answer(server, threadsAtRest, isRunning, line));
   }
+  if (isRunning) server.Stop();
 }
 
 int Run(const CLI::App& app, Program& program) {

@@ -32,8 +32,8 @@ class Server {
     return std::nullopt;
   }
   // Stops as the host of such a server would and returns how many threads had
-  // to be terminated. Called once; the destructor stops a server that was not
-  // told to.
+  // to be terminated. Called once for every server that was started, by the
+  // command or at the end.
   virtual size_t Stop() = 0;
 };
 

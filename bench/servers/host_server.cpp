@@ -43,8 +43,6 @@ bool CopyExtension(size_t number) {
 HostServer::HostServer(uint16_t port, size_t extensions)
     : m_port(port), m_extensions(extensions) {}
 
-HostServer::~HostServer() { Stop(); }
-
 std::string HostServer::Start() {
   WORD granted = 0;
   if (m_winsock.Open(&granted) != 0) return "Winsock does not start";
@@ -53,6 +51,7 @@ std::string HostServer::Start() {
   if (!failure.empty()) return failure;
   RunServer();
   if (test::TestClient(m_port).IsConnected()) return "";
+  m_stop();
   return "the server does not listen on port " + std::to_string(m_port) +
          "; its log says why";
 }
@@ -92,12 +91,9 @@ void HostServer::RunServer() {
   settings.SetPort(m_port);
   settings.SetByte(test::kNetworkCommunication, 0);
   m_start();
-  m_isRunning = true;
 }
 
 size_t HostServer::Stop() {
-  if (!m_isRunning) return 0;
-  m_isRunning = false;
   const size_t before = g_terminated;
   m_stop();
   return g_terminated - before;

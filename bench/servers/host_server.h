@@ -21,7 +21,6 @@ class HostServer : public Server {
   // `port` 0: any that is free. `extensions`: how many printers there are,
   // each with its own copy of the extension.
   HostServer(uint16_t port, size_t extensions);
-  ~HostServer() override;
 
   std::string Start() override;
   uint16_t Port() const override { return m_port; }
@@ -42,7 +41,6 @@ class HostServer : public Server {
   KOVA_StartServer* m_start = nullptr;
   KOVA_StopServer* m_stop = nullptr;
   std::unique_ptr<Patch> m_terminations;
-  bool m_isRunning = false;
 };
 
 }  // namespace kova::bench
