@@ -19,6 +19,10 @@ class AbReport:
     transferred_bytes: int
     seconds: float
 
+    @property
+    def requests(self):
+        return self.complete
+
     def rate(self):
         return self.complete / self.seconds
 
@@ -112,16 +116,16 @@ def _run(*command, patience=180):
 
 
 def ab(url, clients, count, status, answer_bytes):
-    """A connection for each request; returns the connections per second."""
+    """A connection for each request."""
     report = parse_ab(_run("ab", "-q", "-s", "60", "-c", str(clients),
                            "-n", str(count), url))
     check_ab(report, count, status, answer_bytes)
-    return report.rate()
+    return report
 
 
 def wrk(url, clients, seconds):
-    """Connections that are kept open; returns the requests per second."""
+    """Connections that are kept open."""
     report = parse_wrk(_run("wrk", "-t", "1", "-c", str(clients),
                             "-d", "%ds" % seconds, "--timeout", "30s", url))
     check_wrk(report)
-    return report.rate()
+    return report

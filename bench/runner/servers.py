@@ -8,6 +8,7 @@ import subprocess
 import time
 
 from comparison import CannotMeasure
+from processor import find_wine_server, process_seconds
 
 START_SECONDS = 120
 ANSWER_SECONDS = 120
@@ -67,6 +68,16 @@ class Server:
     def private_dirty_kib(self):
         """What the kernel keeps in memory for this process alone."""
         return self._kernel_figure("smaps_rollup", "Private_Dirty:")
+
+    def processor_seconds(self):
+        """Taken by the program, and by Wine's server, which does much of what
+        a kernel does; only one program at a time may have work for it."""
+        try:
+            wine_server = find_wine_server(os.environ.get("WINEPREFIX"))
+            return process_seconds(self._process.pid) + (
+                process_seconds(wine_server) if wine_server else 0)
+        except OSError as error:
+            raise CannotMeasure("a server has ended: %s" % error) from error
 
     def wait_for_threads(self, good, patience=60):
         """Until good(threads) holds."""

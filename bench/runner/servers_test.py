@@ -37,6 +37,12 @@ class ServerTest(unittest.TestCase):
             self.server.wait_for_threads(lambda threads: threads > at_rest)
         self.server.wait_for_threads(lambda threads: threads == at_rest)
 
+    def test_processor_time_only_grows(self):
+        before = self.server.processor_seconds()
+        sockets.visit(self.server.port, sockets.get("/"), 200,
+                      [sockets.source_address(n) for n in range(100)])
+        self.assertGreaterEqual(self.server.processor_seconds(), before)
+
     def test_waiting_for_threads_ends(self):
         with self.assertRaises(CannotMeasure):
             self.server.wait_for_threads(lambda _: False, patience=0.05)
