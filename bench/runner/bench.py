@@ -17,6 +17,8 @@ from session import QUICK, Scale, Session
 
 CANNOT = 1
 USAGE = 2
+# A load of more than this means that something else runs.
+BUSY = 0.7
 
 
 def positive(text):
@@ -123,6 +125,10 @@ def main(arguments):
                         os.path.join(options.out, "servers.log"))
     session = Session(programs, scale, progress)
     facts = facts_of(options, scale)
+    if os.getloadavg()[0] > BUSY:
+        progress.complain("This machine is busy (load %.1f): believe the "
+                          "processor times rather than the rates."
+                          % os.getloadavg()[0])
     comparisons = measure(session, chosen)
     write_results(options, facts, comparisons, session)
     print("\n".join(report.goal_table(comparisons)))
