@@ -104,6 +104,9 @@ def write_results(options, facts, comparisons, session):
     if options.json:
         write(options.json, data)
     if options.document:
+        # What is compared with nothing is too much for a document.
+        compared = [each for each in comparisons if each.baseline]
+        text = report.markdown(facts, compared, *result[2:])
         with open(options.document, encoding="utf-8") as file:
             document = file.read()
         write(options.document, report.put_between(document, text))
