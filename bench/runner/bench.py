@@ -17,6 +17,7 @@ from session import QUICK, Scale, Session
 
 CANNOT = 1
 USAGE = 2
+STOPPED = 130
 # A load of more than this means that something else runs.
 BUSY = 0.7
 
@@ -115,7 +116,8 @@ def write_results(options, facts, comparisons, session):
 def main(arguments):
     options = parse(arguments)
     scale = scale_of(options)
-    all_entries = entries(options.native)
+    all_entries = entries(options.native,
+                          os.path.join(options.out, "wine-calls.log"))
     try:
         chosen = choose(all_entries, options.names)
     except ValueError as error:
@@ -143,4 +145,7 @@ def main(arguments):
 
 
 if __name__ == "__main__":
-    sys.exit(main(sys.argv[1:]))
+    try:
+        sys.exit(main(sys.argv[1:]))
+    except KeyboardInterrupt:
+        sys.exit(STOPPED)

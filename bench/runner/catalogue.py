@@ -11,6 +11,7 @@ import idle
 import micro
 import rates
 import transfers
+import wine_calls
 
 
 @dataclass(frozen=True)
@@ -29,7 +30,8 @@ def _for_each(measure):
     return run
 
 
-def entries(native_program=None):
+def entries(native_program=None, trace=None):
+    """`trace` is a file that Wine's server may write."""
     return [
         Entry("refusal-16", "connections a second, answered with status 400, "
               "16 clients", lambda s: rates.refusal(s, 16), 75),
@@ -53,6 +55,8 @@ def entries(native_program=None):
               addresses.run, 110),
         Entry("extensions", "1 to 100 extensions: load, memory, look-up",
               extensions.run, 100),
+        Entry("wine-calls", "what a request asks of Wine's server: a count",
+              lambda s: wine_calls.run(s, trace), 40),
         Entry("micro", "small pieces of the server in a loop",
               lambda s: micro.run(s, native_program), 60),
     ]
