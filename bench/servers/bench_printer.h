@@ -26,7 +26,9 @@ class BenchPrinter {
   explicit BenchPrinter(const std::wstring& name, size_t number = 1)
       : m_printer(name),
         m_isReady(m_printer.IsInstalled() &&
-                  m_printer.SetDriverPackage(ExtensionFolder(number))) {}
+                  m_printer.SetDriverPackage(ExtensionFolder(number))) {
+    m_printer.LetGo();
+  }
 
   [[nodiscard]] bool IsReady() const { return m_isReady; }
 

@@ -46,6 +46,7 @@ DemoPrinter::DemoPrinter(std::wstring name, const wchar_t* shareName)
 }
 
 DemoPrinter::~DemoPrinter() {
+  if (m_isLetGo) RemovePrinter(m_name);
   if (m_printer == nullptr) return;
   ::DeletePrinter(m_printer);
   ::ClosePrinter(m_printer);
@@ -62,6 +63,11 @@ bool DemoPrinter::SetDriverPackageData(DWORD type, const void* data,
   return ::SetPrinterDataW(m_printer, g_package, type,
                            static_cast<BYTE*>(const_cast<void*>(data)),
                            sizeBytes) == ERROR_SUCCESS;
+}
+
+void DemoPrinter::LetGo() {
+  m_isLetGo = ::ClosePrinter(m_printer);
+  if (m_isLetGo) m_printer = nullptr;
 }
 
 void RemovePrinter(const std::wstring& name) {

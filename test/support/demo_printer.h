@@ -32,9 +32,15 @@ class DemoPrinter {
   // Records any data of any type under the name "DriverPackage".
   bool SetDriverPackageData(DWORD type, const void* data, DWORD sizeBytes);
 
+  // Closes the handle that this object holds; the printer stays until the end
+  // of the scope. The last call. Wine opens a printer for less while its
+  // process holds it open, which a measurement must not have.
+  void LetGo();
+
  private:
   const std::wstring m_name;
   HANDLE m_printer = nullptr;
+  bool m_isLetGo = false;
 };
 
 // Removes the printer of that name, if there is one.
