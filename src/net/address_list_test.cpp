@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -75,6 +76,26 @@ TEST(AddressListTest, FindsAnyOfManyAddresses) {
   EXPECT_THAT(list.Texts(), SizeIs(kMany));
   EXPECT_EQ(list.Texts().front(), ":0");
   EXPECT_EQ(list.Texts().back(), ":99999");
+}
+
+// Every block of the C++ library comes from the C runtime's malloc.
+decltype(&std::malloc) g_malloc = nullptr;
+std::atomic<size_t> g_blocks;
+void* __cdecl CountedMalloc(size_t bytes) {
+  ++g_blocks;
+  return g_malloc(bytes);
+}
+
+// Small blocks that stay keep the heap from using their surroundings again.
+TEST(AddressListTest, TakesNoBlockForASingleAddress) {
+  AddressList list;
+  const kova::test::ImportPatch<decltype(std::malloc)> patch(nullptr, "malloc",
+                                                             &CountedMalloc);
+  g_malloc = patch.Original();
+  g_blocks = 0;
+  Fill(list, 10000);
+  EXPECT_GE(g_blocks, 2u);
+  EXPECT_LE(g_blocks, 100u);
 }
 
 // Every comparison of two texts ends in the C runtime's memcmp.

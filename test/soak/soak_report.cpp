@@ -9,8 +9,7 @@ namespace kova::test {
 namespace {
 
 constexpr uint64_t kTextBytes = 32;
-constexpr uint64_t kNodeBytes = 48;
-constexpr uint64_t kBucketBytes = 8;
+constexpr uint64_t kPlacesBytes = 8;
 
 // Cast to double where it is shown only.
 double MiB(uint64_t bytes) {
@@ -39,8 +38,7 @@ int64_t Growth(const Rows& rows, const Measure& measure) {
 
 uint64_t AddressListBytes(size_t peers) {
   if (peers == 0) return 0;
-  return std::bit_ceil(peers) * (kTextBytes + kBucketBytes) +
-         peers * kNodeBytes;
+  return std::bit_ceil(peers) * (kTextBytes + kPlacesBytes);
 }
 
 uint32_t Percentile(std::vector<uint32_t> values, uint32_t percent) {

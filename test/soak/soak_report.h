@@ -47,8 +47,8 @@ struct SoakVerdict {
 };
 
 // The memory that the server's list of client addresses takes for `peers`
-// addresses, computed from its layout: a text of 32 bytes in a vector that
-// doubles, a node and its heap header, and a bucket each.
+// addresses, computed from its layout: a text of 32 bytes and two places of an
+// index each, in blocks that double.
 [[nodiscard]] uint64_t AddressListBytes(size_t peers);
 
 // The value that `percent` of `values` do not exceed; 0 if there is none.

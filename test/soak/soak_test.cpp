@@ -58,7 +58,7 @@ TEST(SoakReportTest, TheAddressListMayGrow) {
     row.privateBytes += 4 * kMiB + AddressListBytes(65536);
   }));
   EXPECT_TRUE(verdict.isFlat);
-  EXPECT_EQ(verdict.addressListGrowth, 65536 * 88);
+  EXPECT_EQ(verdict.addressListGrowth, 65536 * 40);
 }
 
 TEST(SoakReportTest, PercentilesAreValuesThatOccurred) {
