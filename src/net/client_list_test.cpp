@@ -94,6 +94,20 @@ TEST_F(ClientListTest, AReleaseLooksFiftyTimesAtMost) {
   EXPECT_EQ(watch.Calls(Call::kLookAgain), 50);
 }
 
+// To close a session first would close every socket of the process if it was
+// the last one.
+TEST_F(ClientListTest, KeepsTheWinsockSessionThatItHas) {
+  const CallWatch watch;
+  {
+    ClientList list;
+    list.KeepSocketsAlive();
+    list.KeepSocketsAlive();
+    EXPECT_EQ(watch.Calls(Call::kStartup), 1);
+    EXPECT_EQ(watch.Calls(Call::kCleanup), 0);
+  }
+  EXPECT_EQ(watch.Calls(Call::kCleanup), 1);
+}
+
 TEST_F(ClientListTest, AWorkerKeepsItsListAlive) {
   auto list = std::make_shared<ClientList>();
   const std::weak_ptr<ClientList> seen = list;

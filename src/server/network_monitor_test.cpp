@@ -219,6 +219,22 @@ TEST_F(NetworkMonitorTest, LogsTheEndOfTheRestartThread) {
                           L"shutdown event triggered"));
 }
 
+DWORD g_exitCode;
+void WINAPI RecordExit(HMODULE module, DWORD exitCode) {
+  g_exitCode = exitCode;
+  ::FreeLibrary(module);
+  ::ExitThread(exitCode);
+}
+
+TEST_F(NetworkMonitorTest, EndsTheRestartThreadWith0) {
+  const ImportPatch<decltype(RecordExit)> patch(
+      nullptr, "FreeLibraryAndExitThread", &RecordExit);
+  g_exitCode = 4660;
+  Server();
+  End();
+  EXPECT_EQ(g_exitCode, 0u);
+}
+
 // Fails the first two waits of the restart thread.
 std::atomic<int> g_failingWaits;
 DWORD WINAPI FailSomeWaits(DWORD count, const HANDLE* handles, BOOL all,
