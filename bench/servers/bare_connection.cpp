@@ -1,6 +1,7 @@
 #include "bench/servers/bare_connection.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace kova::bench {
 namespace {
@@ -94,16 +95,26 @@ bool BareConnection::Receive() {
 
 bool BareConnection::Answer() {
   if (!m_plan.printer.empty() && !LookUpPrinter()) return false;
+  m_answer = m_plan.answer.data();
+  if (m_plan.copy) CopyAnswer();
   m_sent = 0;
   return SendRest();
 }
 
+// What the interface to extensions demands: they fill a block of the server's
+// that is as long as the answer.
+void BareConnection::CopyAnswer() {
+  m_copy.reset(new char[m_plan.answer.size()]);
+  std::memcpy(m_copy.get(), m_answer, m_plan.answer.size());
+  m_answer = m_copy.get();
+}
+
 bool BareConnection::SendRest() {
-  const std::string& answer = m_plan.answer;
-  while (m_sent < answer.size()) {
-    const size_t piece = std::min(answer.size() - m_sent, kMostBytesPerSend);
+  const size_t length = m_plan.answer.size();
+  while (m_sent < length) {
+    const size_t piece = std::min(length - m_sent, kMostBytesPerSend);
     WSABUF buffer = {static_cast<ULONG>(piece),
-                     const_cast<char*>(answer.data() + m_sent)};
+                     const_cast<char*>(m_answer + m_sent)};
     DWORD taken = 0;
     if (::WSASend(m_socket.Get(), &buffer, 1, &taken, 0, nullptr, nullptr) !=
         0) {

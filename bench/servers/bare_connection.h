@@ -36,6 +36,7 @@ class BareConnection {
   [[nodiscard]] bool Receive();
   [[nodiscard]] bool Answer();
   [[nodiscard]] bool SendRest();
+  void CopyAnswer();
   [[nodiscard]] bool LookUpPrinter() const;
 
   BareConnections& m_all;
@@ -46,6 +47,8 @@ class BareConnection {
   UniqueWsaEvent m_exitEvent;
   std::unique_ptr<char[]> m_buffer;
   ReceiveBlock m_request;
+  std::unique_ptr<char[]> m_copy;
+  const char* m_answer = nullptr;  // weak: the plan's, or the copy
   size_t m_sent = 0;
   bool m_sending = false;  // part of the answer waits for FD_WRITE
 };

@@ -16,6 +16,7 @@ namespace kova::bench {
 // server runs.
 struct BarePlan {
   std::string answer;     // sent as it is
+  bool copy = false;      // into a block of its own length for each request
   bool keepOpen = false;  // goes on receiving after an answer
   size_t bodyBytes = 0;   // received before an answer; 0: any
   Growth growth = Growth::kReserved;

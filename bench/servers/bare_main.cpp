@@ -26,6 +26,9 @@ class BareProgram : public kova::bench::Program {
     app.add_option("--answer", m_kind,
                    "refusal, small (1 KiB) or large (8 MiB)")
         ->transform(CLI::CheckedTransformer(kova::bench::AnswerKindNames()));
+    app.add_flag(
+        "--copy", m_plan.copy,
+        "Copy each answer into a block of its own, as extensions must");
     app.add_flag("--keep-open", m_plan.keepOpen,
                  "Go on receiving after an answer");
     app.add_option("--body", m_plan.bodyBytes,

@@ -4,12 +4,15 @@
 #include <filesystem>
 
 #include "kova/extension.h"
+#include "test/support/process_counts.h"
 #include "test/support/server_fixture.h"
 #include "test/support/server_settings_scope.h"
 #include "test/support/test_client.h"
 
 namespace kova::bench {
 namespace {
+
+constexpr uint64_t kProbeMs = 5000;
 
 std::atomic<size_t> g_terminated{0};
 
@@ -50,7 +53,7 @@ std::string HostServer::Start() {
   if (failure.empty()) failure = MakePrinters();
   if (!failure.empty()) return failure;
   RunServer();
-  if (test::TestClient(m_port).IsConnected()) return "";
+  if (AnswersProbe()) return "";
   m_stop();
   return "the server does not listen on port " + std::to_string(m_port) +
          "; its log says why";
@@ -83,6 +86,18 @@ std::string HostServer::MakePrinters() {
     }
   }
   return "";
+}
+
+// Returns when the probe's thread has left, too: it would count as one of those
+// at rest.
+bool HostServer::AnswersProbe() const {
+  const size_t before = test::CountThreads();
+  if (!test::TestClient(m_port).IsConnected()) return false;
+  const uint64_t endMs = ::GetTickCount64() + kProbeMs;
+  while (test::CountThreads() > before && ::GetTickCount64() < endMs) {
+    ::Sleep(10);
+  }
+  return true;
 }
 
 void HostServer::RunServer() {

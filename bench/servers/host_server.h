@@ -31,6 +31,7 @@ class HostServer : public Server {
 
   [[nodiscard]] std::string LoadServer();
   [[nodiscard]] std::string MakePrinters();
+  [[nodiscard]] bool AnswersProbe() const;
   void RunServer();
 
   uint16_t m_port;
