@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
 #include <string>
 
 namespace kova {
@@ -49,6 +50,40 @@ TEST(ScanHeaderEndTest, AgreesWithTheSearchPositionByPosition) {
         ExpectSameAsSlowSearch(bytes, from);
       }
     }
+  }
+}
+
+// Blocks of 64 bytes are looked at in one go: terminators, parts of them and
+// zeros before, across and behind the places where blocks meet.
+TEST(ScanHeaderEndTest, AgreesWithTheSearchWhereverBlocksMeet) {
+  const std::string marks[] = {"\r\n\r\n", "\n\r\n", "\r\n\n", "\n\n",
+                               "\n\r",     "\nx\n",  "\n",     "\0"s};
+  for (const std::string& first : marks) {
+    for (const std::string& second : marks) {
+      for (size_t at = 56; at < 72; ++at) {
+        std::string bytes(150, 'a');
+        bytes.replace(at, first.size(), first);
+        bytes.replace(at + 62, second.size(), second);
+        ExpectSameAsSlowSearch(bytes, 0);
+        ExpectSameAsSlowSearch(bytes, 1);
+        ExpectSameAsSlowSearch(bytes, at);
+        ExpectSameAsSlowSearch(bytes, at + 1);
+        ExpectSameAsSlowSearch(bytes.substr(0, at + 3), 0);
+      }
+    }
+  }
+}
+
+TEST(ScanHeaderEndTest, AgreesWithTheSearchInLongRandomBytes) {
+  std::mt19937 random(4660);
+  const std::string alphabet = "aaaaaaaaaaaaaaa\r\r\n\n"s;
+  for (int round = 0; round < 20000; ++round) {
+    std::string bytes(random() % 300, 'a');
+    for (char& byte : bytes) byte = alphabet[random() % alphabet.size()];
+    if (!bytes.empty() && round % 4 == 0) {
+      bytes[random() % bytes.size()] = '\0';
+    }
+    ExpectSameAsSlowSearch(bytes, bytes.empty() ? 0 : random() % bytes.size());
   }
 }
 

@@ -1,0 +1,67 @@
+// Looking at many bytes at once, with what every x64 processor has.
+#pragma once
+
+#include <emmintrin.h>
+
+#include <cstddef>
+#include <cstdint>
+
+namespace kova {
+
+// 16 bytes from `at` on, which need not be aligned.
+[[nodiscard]] inline __m128i SixteenBytes(const char* at) {
+  return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+}
+
+// One bit for each of 16 bytes, the first byte's lowest: whether its top bit is
+// set, as it is in each byte that a comparison found equal.
+[[nodiscard]] inline uint32_t BitOfEach(__m128i bytes) {
+  return static_cast<uint32_t>(_mm_movemask_epi8(bytes));
+}
+
+// 64 bytes of a text, to ask where in them a byte is.
+class ByteBlock {
+ public:
+  static constexpr size_t kBytes = 64;
+
+  // Copies the bytes from `at` on.
+  explicit ByteBlock(const char* at)
+      : m_parts{SixteenBytes(at), SixteenBytes(at + 16), SixteenBytes(at + 32),
+                SixteenBytes(at + 48)} {}
+
+  [[nodiscard]] bool Has(char byte) const {
+    const __m128i wanted = _mm_set1_epi8(byte);
+    __m128i found = _mm_cmpeq_epi8(m_parts[0], wanted);
+    for (size_t i = 1; i < kParts; ++i) {
+      found = _mm_or_si128(found, _mm_cmpeq_epi8(m_parts[i], wanted));
+    }
+    return BitOfEach(found) != 0;
+  }
+
+  // The same for zero, which costs less.
+  [[nodiscard]] bool HasZero() const {
+    __m128i least = m_parts[0];
+    for (size_t i = 1; i < kParts; ++i) {
+      least = _mm_min_epu8(least, m_parts[i]);
+    }
+    return BitOfEach(_mm_cmpeq_epi8(least, _mm_setzero_si128())) != 0;
+  }
+
+  // Bit i says whether the i-th byte is `byte`.
+  [[nodiscard]] uint64_t Equal(char byte) const {
+    const __m128i wanted = _mm_set1_epi8(byte);
+    uint64_t found = 0;
+    for (size_t i = 0; i < kParts; ++i) {
+      found |= uint64_t{BitOfEach(_mm_cmpeq_epi8(m_parts[i], wanted))}
+               << (16 * i);
+    }
+    return found;
+  }
+
+ private:
+  static constexpr size_t kParts = 4;
+
+  __m128i m_parts[kParts];
+};
+
+}  // namespace kova
