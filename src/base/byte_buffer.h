@@ -1,13 +1,24 @@
 // A block of bytes of an exact size, as responses travel in.
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
-#include <new>
 #include <utility>
 
 namespace kova {
+
+// Frees a block in the way it was taken.
+struct ByteDeleter {
+  bool isFromCalloc = false;
+  void operator()(char* block) const {
+    if (isFromCalloc) {
+      std::free(block);
+    } else {
+      delete[] block;
+    }
+  }
+};
 
 // Owns Size() bytes; null and 0 when empty. Moves, does not copy. Not safe for
 // use by two threads at once.
@@ -22,33 +33,31 @@ class ByteBuffer {
   // already is kept. Throws std::bad_alloc, and then keeps the old block.
   void ResizeDiscarding(uint64_t sizeBytes) {
     if (sizeBytes == m_size) return;
-    std::unique_ptr<char[]> fresh(sizeBytes == 0 ? nullptr
-                                                 : new char[sizeBytes]);
-    m_data = std::move(fresh);
+    m_data = Block(sizeBytes == 0 ? nullptr : new char[sizeBytes]);
     m_size = sizeBytes;
   }
 
   // The same for a size that somebody else claims: false where memory runs
   // out, and then keeps the old block. A new block is all zero, so that what
-  // nobody writes into it tells nothing of the process. Large blocks come zero
-  // from the system (HeapCreate: requests of about 1 MiB and more go to
-  // VirtualAlloc); to touch a false claim of gigabytes would cost them.
+  // nobody writes into it tells nothing of the process. The C runtime is asked
+  // for zeros, which takes large blocks as they come from the system: to touch
+  // a false claim of gigabytes would cost them.
   [[nodiscard]] bool TryResizeDiscarding(uint64_t sizeBytes) {
     if (sizeBytes == m_size) return true;
-    std::unique_ptr<char[]> fresh(
-        sizeBytes == 0 ? nullptr : new (std::nothrow) char[sizeBytes]);
-    if (sizeBytes != 0 && fresh == nullptr) return false;
-    if (sizeBytes < kZeroFromSystemBytes)
-      std::fill_n(fresh.get(), sizeBytes, 0);
+    Block fresh(nullptr, ByteDeleter{true});
+    if (sizeBytes != 0) {
+      fresh.reset(static_cast<char*>(std::calloc(sizeBytes, 1)));
+      if (fresh == nullptr) return false;
+    }
     m_data = std::move(fresh);
     m_size = sizeBytes;
     return true;
   }
 
  private:
-  static constexpr uint64_t kZeroFromSystemBytes = uint64_t{4} << 20;
+  using Block = std::unique_ptr<char[], ByteDeleter>;
 
-  std::unique_ptr<char[]> m_data;
+  Block m_data;
   uint64_t m_size = 0;
 };
 

@@ -150,24 +150,24 @@ TEST_F(RequestFailureTest, WithoutAnInitialiserTheContextIsNull) {
                           Missing(L"WSIE_WebServerInitialize")));
 }
 
-using Malloc = void*(size_t);
+using Calloc = void*(size_t, size_t);
 
-Malloc* g_malloc = nullptr;
+Calloc* g_calloc = nullptr;
 size_t g_refusedBytes = 0;
 
-void* RefuseGigabytes(size_t bytes) {
-  if (bytes < 0x40000000) return g_malloc(bytes);
-  g_refusedBytes = bytes;
+void* RefuseGigabytes(size_t count, size_t size) {
+  if (count * size < 0x40000000) return g_calloc(count, size);
+  g_refusedBytes = count * size;
   return nullptr;
 }
 
 TEST_F(RequestFailureTest, AClaimedLengthBeyondMemoryIsAFailedCopy) {
   ExtensionPrinter printer(L"scripted", kName);
-  g_malloc = reinterpret_cast<Malloc*>(kova::test::ReadImportSlot(
-      kova::test::FindImportSlot(nullptr, "malloc")));
+  g_calloc = reinterpret_cast<Calloc*>(kova::test::ReadImportSlot(
+      kova::test::FindImportSlot(nullptr, "calloc")));
   g_refusedBytes = 0;
   {
-    const ImportPatch<Malloc> patch(nullptr, "malloc", &RefuseGigabytes);
+    const ImportPatch<Calloc> patch(nullptr, "calloc", &RefuseGigabytes);
     EXPECT_EQ(Ask("huge"), BadRequest());
   }
   EXPECT_EQ(g_refusedBytes, 0xFFFFFFFFu);
