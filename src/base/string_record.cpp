@@ -160,7 +160,6 @@ void StringRecord::Overwrite(size_t index, std::wstring_view text) {
 }
 
 void StringRecord::SetCodePage(uint32_t codePage) {
-  if (codePage == m_codePage) return;
   m_isWideText = MakeWide().IsPresent();
   m_narrow.Free();
   m_codePage = codePage;

@@ -80,8 +80,9 @@ class StringRecord {
   void Overwrite(size_t index, std::string_view text);
   void Overwrite(size_t index, std::wstring_view text);
 
-  // Re-tags the text: what is there in the 8-bit form alone is first read
-  // with the old code page, and the 8-bit form is freed.
+  // Re-tags the text with a code page that it has not yet: what is there in
+  // the 8-bit form alone is first read with the old code page, and the 8-bit
+  // form is freed.
   void SetCodePage(uint32_t codePage);
 
  private:
