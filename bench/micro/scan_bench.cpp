@@ -26,8 +26,7 @@ std::string EndlessHeaders(bool hasLines) {
 }
 
 bool IsComplete(const char* bytes, size_t length) {
-  HTTPRequest request;
-  return request.Parse(bytes, static_cast<int32_t>(length), false);
+  return HTTPRequest::IsComplete(bytes, static_cast<int32_t>(length));
 }
 
 void ScanOnce(benchmark::State& state, bool hasLines) {

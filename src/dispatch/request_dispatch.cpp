@@ -94,7 +94,8 @@ int32_t DispatchRequest(const char* request, uint32_t lengthBytes,
   HTTPRequest parsed;
   // Deliberate: the verdict is not looked at. Whatever fields the parse found
   // decide; a request that yields none ends in the 400 answer.
-  (void)parsed.Parse(request, static_cast<int32_t>(lengthBytes), true);
+  (void)parsed.ParseLeavingBody(request, static_cast<int32_t>(lengthBytes),
+                                true);
   const std::string_view bytes(request, lengthBytes);
   ExtensionCall call;  // releases its response after either answer is made
   if (!AnswerByExtension(parsed, bytes, call, response, keepOpen,

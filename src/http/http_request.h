@@ -2,17 +2,17 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string_view>
 
 #include "base/byte_buffer.h"
 #include "base/o_string.h"
 #include "base/o_string_array.h"
 
-// The same parse serves two purposes: the completeness test after every
-// receive, which looks at the verdict alone, and the dispatch, which reads the
-// fields whatever the verdict was. Owns all it holds. There is no incremental
-// state: each Parse() begins at the first byte. Not safe for use by two
-// threads at once. Where memory runs out std::bad_alloc passes through.
+// The completeness test after every receive looks at the verdict alone, the
+// dispatch reads the fields whatever the verdict was. There is no incremental
+// state: each look begins at the first byte. Not safe for use by two threads at
+// once. Where memory runs out std::bad_alloc passes through.
 class HTTPRequest {
  public:
   // GET / HTTP/1.1 without headers, form fields and body.
@@ -22,11 +22,18 @@ class HTTPRequest {
   HTTPRequest& operator=(const HTTPRequest&) = delete;
 
   // Whether the `lengthBytes` bytes hold a whole request with a valid request
-  // line; malformed and not yet complete are the same answer. Fills the
-  // fields as it goes, so that a false result may leave some of them filled.
-  // `parseForm` says whether a form-encoded body becomes form fields; those of
-  // the query string always do. `bytes` is not kept.
+  // line; malformed and not yet complete are the same answer. Copies nothing
+  // and allocates nothing.
+  [[nodiscard]] static bool IsComplete(const char* bytes, int32_t lengthBytes);
+
+  // Gives the same verdict and fills the fields as it goes, so that a false
+  // result may leave some of them filled. `parseForm` says whether a
+  // form-encoded body becomes form fields; those of the query string always
+  // do. `bytes` is not kept.
   bool Parse(const char* bytes, int32_t lengthBytes, bool parseForm);
+
+  // The same, but Body() lies in `bytes`, which must outlive its use.
+  bool ParseLeavingBody(const char* bytes, int32_t lengthBytes, bool parseForm);
 
   // Takes method, path, version and the query string's form fields from one
   // line without its ending. False when it has no blank, or when the method
@@ -57,27 +64,29 @@ class HTTPRequest {
   [[nodiscard]] const OStringArray& FormNames() const { return m_formNames; }
   [[nodiscard]] const OStringArray& FormValues() const { return m_formValues; }
   // Everything after the header block; null when empty.
-  [[nodiscard]] const char* Body() const { return m_body.Data(); }
+  [[nodiscard]] const char* Body() const { return m_body.data(); }
   [[nodiscard]] uint32_t BodyLength() const {
-    return static_cast<uint32_t>(m_body.Size());
+    return static_cast<uint32_t>(m_body.size());
   }
 
  private:
   [[nodiscard]] std::string_view FindHeader(std::string_view name) const;
   [[nodiscard]] std::string_view HeaderBlock() const;
+  std::optional<std::string_view> Take(const char* bytes, int32_t lengthBytes,
+                                       bool parseForm);
   void TakeHeaderBlock(std::string_view block);
-  bool TakeBody(std::string_view bytes, bool parseForm);
   void TakeFormPair(std::string_view piece);
 
   OString m_method = "GET";
   OString m_version = "HTTP/1.1";
   OString m_path = "/";
-  // The lines are made from the block when first asked for: the completeness
-  // test, which runs after every receive, never asks.
+  // The lines are made from the block when first asked for: dispatch asks for
+  // single headers alone.
   mutable OStringArray m_headerLines;
   mutable bool m_areLinesMade = true;
   kova::ByteBuffer m_headerBlock;
   OStringArray m_formNames;
   OStringArray m_formValues;
-  kova::ByteBuffer m_body;
+  std::string_view m_body;
+  kova::ByteBuffer m_bodyCopy;
 };

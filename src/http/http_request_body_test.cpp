@@ -59,6 +59,31 @@ TEST(HTTPRequestBodyTest, MayHoldAnyByte) {
   EXPECT_EQ(BodyOf(request), body);
 }
 
+TEST(HTTPRequestBodyTest, StaysWithTheBytesWhereItIsLeftThere) {
+  const std::string bytes = PostOf("Content-Length: 2\r\n", "123");
+  HTTPRequest request;
+  EXPECT_TRUE(request.ParseLeavingBody(
+      bytes.data(), static_cast<int32_t>(bytes.size()), false));
+  EXPECT_EQ(request.Body(), bytes.data() + bytes.size() - 3);
+  EXPECT_EQ(request.BodyLength(), 3u);
+  HTTPRequest copying;
+  EXPECT_TRUE(Parse(copying, bytes));
+  EXPECT_NE(copying.Body(), bytes.data() + bytes.size() - 3);
+}
+
+TEST(HTTPRequestBodyTest, OutlivesTheBytesItWasParsedFrom) {
+  HTTPRequest request;
+  {
+    std::string bytes = PostOf("", "xyz");
+    EXPECT_TRUE(Parse(request, bytes));
+    bytes.assign(bytes.size(), '?');
+  }
+  EXPECT_EQ(BodyOf(request), "xyz");
+  // A request without a body leaves the last one's in place.
+  EXPECT_TRUE(Parse(request, "GET / HTTP/1.1\r\n\r\n"));
+  EXPECT_EQ(BodyOf(request), "xyz");
+}
+
 TEST(HTTPRequestBodyTest, IsLeftOutWhileTheRequestIsIncomplete) {
   HTTPRequest request;
   EXPECT_FALSE(Parse(request, PostOf("Content-Length: 10\r\n", "1234"), true));

@@ -11,12 +11,22 @@
 namespace {
 
 // Parses a copy that ends exactly where its block does, so that a read past
-// the end is seen by a memory checker.
+// the end is seen by a memory checker. All ways to ask must agree.
 bool IsComplete(const std::string& bytes, size_t length) {
   const auto exact = std::make_unique<char[]>(length);
   bytes.copy(exact.get(), length);
-  HTTPRequest request;
-  return request.Parse(exact.get(), static_cast<int32_t>(length), true);
+  const auto count = static_cast<int32_t>(length);
+  const bool isComplete = HTTPRequest::IsComplete(exact.get(), count);
+  for (const bool parseForm : {false, true}) {
+    HTTPRequest copying;
+    EXPECT_EQ(copying.Parse(exact.get(), count, parseForm), isComplete)
+        << testing::PrintToString(bytes.substr(0, length));
+    HTTPRequest leaving;
+    EXPECT_EQ(leaving.ParseLeavingBody(exact.get(), count, parseForm),
+              isComplete);
+    EXPECT_EQ(leaving.BodyLength(), copying.BodyLength());
+  }
+  return isComplete;
 }
 
 struct CutCase {
@@ -101,8 +111,9 @@ TEST(HTTPRequestBytesTest, AreParsedInLinearTime) {
   for (int i = 0; i < 100000; ++i) bytes += "A: 1\r\n";
   bytes += "\r\n";
   HTTPRequest request;
-  EXPECT_TRUE(
-      request.Parse(bytes.data(), static_cast<int32_t>(bytes.size()), false));
+  const auto count = static_cast<int32_t>(bytes.size());
+  EXPECT_TRUE(HTTPRequest::IsComplete(bytes.data(), count));
+  EXPECT_TRUE(request.Parse(bytes.data(), count, false));
   EXPECT_EQ(request.FormNames().Count(), 100000);
   EXPECT_EQ(request.HeaderLines().Count(), 100000);
 }

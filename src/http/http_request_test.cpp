@@ -227,6 +227,14 @@ TEST(HTTPRequestFormTest, ReadsNamesAndValuesAsUtf8) {
   EXPECT_TRUE(request.GetFormValue("\xC9").IsEmpty());
 }
 
+// The codec does not mind a letter encoded in two bytes where one would do.
+TEST(HTTPRequestFormTest, FindsANameHoweverItsLettersAreEncoded) {
+  HTTPRequest request;
+  EXPECT_TRUE(Parse(request, "GET /?p%C1%B2inter=1 HTTP/1.1\r\n\r\n"));
+  EXPECT_STREQ(request.GetFormValue("Printer").Narrow(), "1");
+  EXPECT_TRUE(request.GetFormValue("pinter").IsEmpty());
+}
+
 TEST(HTTPRequestFormTest, SharesAValueThatNeedsNoTrimming) {
   HTTPRequest request;
   EXPECT_TRUE(Parse(request, "GET /?a=1 HTTP/1.1\r\n\r\n"));

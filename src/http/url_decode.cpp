@@ -1,7 +1,8 @@
 #include "http/url_decode.h"
 
-#include <algorithm>
 #include <string>
+
+#include "base/find_byte.h"
 
 namespace {
 
@@ -12,10 +13,32 @@ unsigned ValueOf(char character) {
   return c >= '0' && c <= '9' ? c - '0' : (c & 15u) + 9;
 }
 
-size_t FindEscape(std::string_view bytes) {
-  const auto isEscape = [](char c) { return c == '%' || c == '+'; };
-  const auto found = std::find_if(bytes.begin(), bytes.end(), isEscape);
-  return static_cast<size_t>(found - bytes.begin());
+// One decoded byte and how many bytes stood for it. A zero ends the text.
+struct Decoded {
+  char byte;
+  size_t taken;
+};
+
+Decoded DecodeAt(std::string_view bytes, size_t at) {
+  if (bytes[at] == '+') return {' ', 1};
+  if (bytes[at] != '%') return {bytes[at], 1};
+  if (bytes.size() - at < 3) return {0, 1};
+  return {
+      static_cast<char>(ValueOf(bytes[at + 1]) * 16 + ValueOf(bytes[at + 2])),
+      3};
+}
+
+// Writes the decoded bytes to `out`, which has room for as many as there are
+// encoded ones, and returns how many they are.
+size_t DecodeInto(std::string_view bytes, char* out) {
+  size_t written = 0;
+  for (size_t at = 0; at < bytes.size();) {
+    const Decoded decoded = DecodeAt(bytes, at);
+    if (decoded.byte == 0) break;
+    out[written++] = decoded.byte;
+    at += decoded.taken;
+  }
+  return written;
 }
 
 }  // namespace
@@ -24,23 +47,25 @@ OString UrlDecode(const OString& text) {
   return kova::UrlDecodeBytes(text.NarrowView());
 }
 
-OString kova::UrlDecodeBytes(std::string_view bytes) {
-  const size_t first = FindEscape(bytes);
-  if (first == bytes.size()) return OString::FromUtf8(bytes);
-  std::string decoded(bytes.substr(0, first));
-  decoded.reserve(bytes.size());
-  for (size_t at = first; at < bytes.size(); ++at) {
-    char byte = bytes[at];
-    if (byte == '+') {
-      byte = ' ';
-    } else if (byte == '%') {
-      if (bytes.size() - at < 3) break;
-      byte = static_cast<char>(ValueOf(bytes[at + 1]) * 16 +
-                               ValueOf(bytes[at + 2]));
-      at += 2;
-    }
-    if (byte == 0) break;
-    decoded += byte;
+namespace kova {
+
+OString UrlDecodeBytes(std::string_view bytes) {
+  // Most values are this short, and need no memory but their text's.
+  constexpr size_t kShortBytes = 256;
+  if (FindEither(bytes, 0, '%', '+') == bytes.size()) {
+    return OString::FromUtf8(bytes);
   }
+  if (bytes.size() <= kShortBytes) {
+    char decoded[kShortBytes];
+    return OString::FromUtf8({decoded, DecodeInto(bytes, decoded)});
+  }
+  std::string decoded(bytes.size(), '\0');
+  decoded.resize(DecodeInto(bytes, decoded.data()));
   return OString::FromUtf8(decoded);
 }
+
+bool DecodesToText(std::string_view bytes) {
+  return !bytes.empty() && DecodeAt(bytes, 0).byte != 0;
+}
+
+}  // namespace kova

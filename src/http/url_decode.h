@@ -18,4 +18,7 @@ namespace kova {
 // The same for bytes that are no text yet. They end at their first zero.
 [[nodiscard]] OString UrlDecodeBytes(std::string_view bytes);
 
+// Whether that text is not empty. Decodes no more than it must.
+[[nodiscard]] bool DecodesToText(std::string_view bytes);
+
 }  // namespace kova

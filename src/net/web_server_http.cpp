@@ -38,8 +38,7 @@ int WebServerHTTP::OnClientConnected(const std::string& /*address*/,
 int WebServerHTTP::OnResponseSent(uint32_t /*byteCount*/) { return 0; }
 
 bool WebServerHTTP::IsRequestComplete(const OTypedArray<char>& received) {
-  HTTPRequest request;
-  return request.Parse(received.Data(), received.Count(), false);
+  return HTTPRequest::IsComplete(received.Data(), received.Count());
 }
 
 void WebServerHTTP::JoinRestartThread() {

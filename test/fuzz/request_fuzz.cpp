@@ -103,6 +103,9 @@ bool Parse(std::string_view bytes, bool parseForm) {
   HTTPRequest request;
   const bool verdict = request.Parse(
       bytes.data(), static_cast<int32_t>(bytes.size()), parseForm);
+  KOVA_FUZZ_EXPECT(HTTPRequest::IsComplete(
+                       bytes.data(), static_cast<int32_t>(bytes.size())) ==
+                   verdict);
   KOVA_FUZZ_EXPECT(request.FormNames().Count() == request.FormValues().Count());
   KOVA_FUZZ_EXPECT(request.BodyLength() <= bytes.size());
   KOVA_FUZZ_EXPECT(!verdict || !request.Method().IsEmpty());
