@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <fstream>
 #include <iterator>
+#include <vector>
 
 #include "base/handles.h"
 #include "crash/debug_help.h"
@@ -28,8 +30,15 @@ std::set<fs::path> Dumps() {
   return dumps;
 }
 
-template <typename Stream>
-const Stream* FindStream(std::string& dump, ULONG type) {
+// A record of a dump: what writes dumps aligns nothing.
+template <typename Record>
+Record ReadRecord(const char* from) {
+  Record record;
+  std::memcpy(&record, from, sizeof(record));
+  return record;
+}
+
+const char* FindStream(std::string& dump, ULONG type) {
   MINIDUMP_DIRECTORY* directory = nullptr;
   void* stream = nullptr;
   ULONG sizeBytes = 0;
@@ -38,29 +47,46 @@ const Stream* FindStream(std::string& dump, ULONG type) {
                                 &sizeBytes)) {
     return nullptr;
   }
-  return static_cast<const Stream*>(stream);
+  return static_cast<const char*>(stream);
+}
+
+// The records of a stream that begins with their number.
+template <typename Record>
+std::vector<Record> ReadList(std::string& dump, ULONG type) {
+  std::vector<Record> records;
+  const char* from = FindStream(dump, type);
+  if (from == nullptr) return records;
+  const auto count = ReadRecord<ULONG32>(from);
+  from += sizeof(count);
+  for (ULONG32 i = 0; i < count; ++i, from += sizeof(Record)) {
+    records.push_back(ReadRecord<Record>(from));
+  }
+  return records;
+}
+
+// A length in bytes, then UTF-16.
+std::wstring ReadText(const char* from) {
+  const auto sizeBytes = ReadRecord<ULONG32>(from);
+  std::wstring text(sizeBytes / sizeof(wchar_t), L'\0');
+  std::memcpy(text.data(), from + sizeof(sizeBytes), sizeBytes);
+  return text;
 }
 
 std::wstring ModuleAt(std::string& dump, uint64_t address) {
-  const auto* list = FindStream<MINIDUMP_MODULE_LIST>(dump, ModuleListStream);
-  for (ULONG i = 0; list != nullptr && i < list->NumberOfModules; ++i) {
-    const MINIDUMP_MODULE& module = list->Modules[i];
+  for (const auto& module : ReadList<MINIDUMP_MODULE>(dump, ModuleListStream)) {
     if (address - module.BaseOfImage >= module.SizeOfImage) continue;
-    const auto* const name = reinterpret_cast<const MINIDUMP_STRING*>(
-        dump.data() + module.ModuleNameRva);
-    const std::wstring path(name->Buffer, name->Length / sizeof(wchar_t));
-    return fs::path(path).filename().native();
+    return fs::path(ReadText(dump.data() + module.ModuleNameRva))
+        .filename()
+        .native();
   }
   return {};
 }
 
 bool HasThread(std::string& dump, uint32_t threadId) {
-  const auto* list = FindStream<MINIDUMP_THREAD_LIST>(dump, ThreadListStream);
-  if (list == nullptr) return false;
-  return std::any_of(list->Threads, list->Threads + list->NumberOfThreads,
-                     [&](const MINIDUMP_THREAD& thread) {
-                       return thread.ThreadId == threadId;
-                     });
+  return std::ranges::any_of(ReadList<MINIDUMP_THREAD>(dump, ThreadListStream),
+                             [&](const MINIDUMP_THREAD& thread) {
+                               return thread.ThreadId == threadId;
+                             });
 }
 
 }  // namespace
@@ -115,14 +141,14 @@ fs::path DumpWatch::NextDump() const {
 DumpFacts ReadDump(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
   std::string dump{std::istreambuf_iterator<char>(file), {}};
-  const auto* crash =
-      FindStream<MINIDUMP_EXCEPTION_STREAM>(dump, ExceptionStream);
-  if (crash == nullptr) return {};
+  const char* const stream = FindStream(dump, ExceptionStream);
+  if (stream == nullptr) return {};
+  const auto crash = ReadRecord<MINIDUMP_EXCEPTION_STREAM>(stream);
   DumpFacts facts;
-  facts.exceptionCode = crash->ExceptionRecord.ExceptionCode;
-  facts.exceptionAddress = crash->ExceptionRecord.ExceptionAddress;
+  facts.exceptionCode = crash.ExceptionRecord.ExceptionCode;
+  facts.exceptionAddress = crash.ExceptionRecord.ExceptionAddress;
   facts.module = ModuleAt(dump, facts.exceptionAddress);
-  facts.hasFaultingThread = HasThread(dump, crash->ThreadId);
+  facts.hasFaultingThread = HasThread(dump, crash.ThreadId);
   return facts;
 }
 
