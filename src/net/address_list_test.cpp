@@ -110,19 +110,36 @@ int __cdecl CountedCompare(const void* left, const void* right, size_t bytes) {
   return 0;
 }
 
-// The most comparisons that 1000 look-ups may take: one that finds its text,
-// and now and then another text in the same place of the index.
+// The most comparisons that 1000 connections may take: one where the address
+// is known, and now and then one with another text in the same place of the
+// index.
+constexpr int kConnections = 1000;
+constexpr size_t kMostComparisons = 4000;
+
+size_t ComparisonsOf(AddressList& list, int firstAddress) {
+  const kova::test::ImportPatch<decltype(std::memcmp)> patch(nullptr, "memcmp",
+                                                             &CountedCompare);
+  g_comparisons = 0;
+  for (int i = 0; i < kConnections; ++i) list.Add(Text(firstAddress + i));
+  return g_comparisons;
+}
+
 TEST(AddressListTest, LooksUpWithAboutOneComparisonHoweverMany) {
-  constexpr size_t kMost = 4000;
   for (const int addresses : {1000, 10000, 100000}) {
     AddressList list;
     Fill(list, addresses);
-    const kova::test::ImportPatch<decltype(std::memcmp)> patch(
-        nullptr, "memcmp", &CountedCompare);
-    g_comparisons = 0;
-    for (int i = 0; i < 1000; ++i) list.Add(Text(i));
-    EXPECT_GE(g_comparisons, 1000u) << addresses;
-    EXPECT_LE(g_comparisons, kMost) << addresses;
+    const size_t comparisons = ComparisonsOf(list, 0);
+    EXPECT_GE(comparisons, size_t{kConnections}) << addresses;
+    EXPECT_LE(comparisons, kMostComparisons) << addresses;
+  }
+}
+
+TEST(AddressListTest, TakesNewcomersWithFewComparisonsHoweverMany) {
+  for (const int addresses : {1000, 10000, 100000}) {
+    AddressList list;
+    Fill(list, addresses);
+    EXPECT_LE(ComparisonsOf(list, addresses), kMostComparisons) << addresses;
+    EXPECT_THAT(list.Texts(), SizeIs(addresses + kConnections));
   }
 }
 
