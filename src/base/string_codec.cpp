@@ -38,6 +38,9 @@ size_t WideByUnit(const char* text, size_t length, wchar_t* out,
   return count;
 }
 
+// Whether one byte and one unit stand for each other. Zero ends a text.
+bool IsPlain(unsigned unit) { return unit != 0 && unit < 0x80; }
+
 // Writes one unit's bytes at `out`, which has room for three.
 size_t EncodeUnit(uint16_t unit, char* out) {
   if (unit < 0x80) {
@@ -63,6 +66,10 @@ size_t EncodeUtf8(const wchar_t* text, size_t length, char* out,
   size_t written = 0;
   for (size_t i = 0; i < length; ++i) {
     const uint16_t unit = static_cast<uint16_t>(text[i]);
+    if (IsPlain(unit) && written < room) {
+      out[written++] = static_cast<char>(unit);
+      continue;
+    }
     char bytes[3];
     const size_t count = EncodeUnit(unit, bytes);
     if (unit == 0 || count > room - written) break;
@@ -94,6 +101,10 @@ size_t DecodeUtf8(const char* text, size_t length, wchar_t* out,
   const size_t room = outUnits - 1;
   size_t written = 0;
   for (size_t at = 0; at < length && written < room;) {
+    if (IsPlain(bytes[at])) {
+      out[written++] = bytes[at++];
+      continue;
+    }
     const size_t count = SequenceLength(bytes[at]);
     if (count > length - at) break;
     const uint16_t unit = DecodeSequence(bytes + at, count);

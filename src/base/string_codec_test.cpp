@@ -72,11 +72,15 @@ TEST(Utf8CodecTest, StopsAtASequenceThatTheTextCutsShort) {
 TEST(Utf8CodecTest, EndsAtAUnitOfZero) {
   EXPECT_EQ(ToWide(kCodePageUtf8, "a\xC0\x80z"), L"a");
   EXPECT_EQ(ToWide(kCodePageUtf8, "a\xE0\x80\x80z"), L"a");
+  EXPECT_EQ(ToWide(kCodePageUtf8, std::string("a\0z", 3)), L"a");
+  EXPECT_EQ(ToNarrow(kCodePageUtf8, std::wstring(L"a\0z", 3)), "a");
 }
 
 TEST(Utf8CodecTest, IsBoundedByTheRoom) {
   EXPECT_EQ(ToNarrow(kCodePageUtf8, L"a\u20AC", 5), "a\xE2\x82\xAC");
   EXPECT_EQ(ToNarrow(kCodePageUtf8, L"a\u20AC", 4), "a");
+  EXPECT_EQ(ToNarrow(kCodePageUtf8, L"abc", 3), "ab");
+  EXPECT_EQ(ToNarrow(kCodePageUtf8, L"abc", 1), "");
   EXPECT_EQ(ToWide(kCodePageUtf8, "abc", 3), L"ab");
   EXPECT_EQ(ToWide(kCodePageUtf8, "abc", 1), L"");
 }
