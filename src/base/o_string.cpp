@@ -179,6 +179,8 @@ bool OString::PrefersWide() const {
                              : m_record->PrefersWide();
 }
 
+// Texts of one code page need ask about it but once.
 bool OString::IsPairWide(const OString& other) const {
-  return PrefersWide() || other.PrefersWide() || CodePage() != other.CodePage();
+  if (CodePage() != other.CodePage() || PrefersWide()) return true;
+  return other.m_record != nullptr && other.m_record->IsWideText();
 }

@@ -23,12 +23,12 @@ void OString::Append(const OString& other) {
     *this = other;
     return;
   }
-  // Holds the other's record even where it is this string's own.
-  const OString added(other);
-  if (IsPairWide(added)) {
-    AppendView(added.WideView());
+  // Appended to itself, a text must not be read from the record that changes.
+  const OString held = &other == this ? other : OString();
+  if (IsPairWide(other)) {
+    AppendView(other.WideView());
   } else {
-    AppendView(added.NarrowView());
+    AppendView(other.NarrowView());
   }
 }
 

@@ -56,6 +56,8 @@ class StringRecord {
   // that was only derived from the 8-bit text does not count: what an
   // operation does never depends on which form was read before.
   [[nodiscard]] bool PrefersWide() const;
+  // Whether it prefers it whatever the code page.
+  [[nodiscard]] bool IsWideText() const { return m_isWideText; }
 
   // Makes a form present by converting the other one, which stays.
   const TextForm<char>& MakeNarrow();
