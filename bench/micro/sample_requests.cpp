@@ -22,6 +22,7 @@ constexpr char kHintingBrowser[] =
     "Sec-Fetch-Dest: document\r\n"
     "Accept-Encoding: gzip, deflate, br\r\n"
     "Accept-Language: en-GB,en;q=0.9,de;q=0.8\r\n"
+    "Cookie: session=0123456789abcdef0123456789abcdef; theme=light\r\n"
     "\r\n";
 
 constexpr char kPlainBrowser[] =
@@ -42,6 +43,7 @@ constexpr char kPlainBrowser[] =
     "Sec-Fetch-Mode: navigate\r\n"
     "Sec-Fetch-Site: same-origin\r\n"
     "If-Modified-Since: Sun, 06 Nov 1994 08:49:37 GMT\r\n"
+    "If-None-Match: \"0123456789abcdef\"\r\n"
     "\r\n";
 
 std::string FormRequest() {
