@@ -62,6 +62,18 @@ TEST(HTTPRequestMemoryTest, IsNotNeededToTellWhetherARequestIsComplete) {
   EXPECT_EQ(cost.calls, 0u);
 }
 
+// Looked at after each of many receives: what one look took, all would take.
+TEST(HTTPRequestMemoryTest, IsNotNeededWhileHeadersDoNotEnd) {
+  std::string bytes = kHead;
+  while (bytes.size() < 1000000) bytes += "X-Example: 0123456789\r\n";
+  const Cost cost = CostOf([&] {
+    for (int32_t have = 16384; have < SizeOf(bytes); have += 16384) {
+      EXPECT_FALSE(HTTPRequest::IsComplete(bytes.data(), have));
+    }
+  });
+  EXPECT_EQ(cost.calls, 0u);
+}
+
 TEST(HTTPRequestMemoryTest, IsNotTakenForABodyThatIsLeftInPlace) {
   const std::string& whole = BigRequest();
   const auto leave = [&] {
