@@ -1,11 +1,11 @@
 #include "http/http_response.h"
 
 #include <cstring>
-#include <ctime>
 #include <string_view>
 #include <vector>
 
 #include "base/ascii.h"
+#include "base/clock.h"
 #include "base/string_codec.h"
 #include "base/windows_api.h"
 #include "http/http_date.h"
@@ -79,7 +79,7 @@ void HTTPResponse::SetBody(const char* bytes, uint32_t lengthBytes) {
 }
 
 void HTTPResponse::AddStandardHeaders() {
-  SetHeader("Date", kova::HttpDate(std::time(nullptr)));
+  SetHeader("Date", kova::HttpDate(kova::CurrentTimeSeconds()));
   SetHeader("Server", ComputerName());
   SetHeader("Accept-Ranges", "None");
   if (m_body.Size() != 0) {

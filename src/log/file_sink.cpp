@@ -4,6 +4,7 @@
 #include <limits>
 #include <memory>
 
+#include "base/clock.h"
 #include "base/handles.h"
 #include "base/o_critical_section.h"
 #include "log/log_storage.h"

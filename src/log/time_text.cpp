@@ -8,10 +8,6 @@
 namespace kova {
 namespace {
 
-// A FILETIME counts 100 ns from the start of 1601.
-constexpr uint64_t kTicksPerSecond = 10000000;
-constexpr int64_t kSecondsFrom1601To1970 = 11644473600;
-
 constexpr const wchar_t* kDays[] = {L"Sun", L"Mon", L"Tue", L"Wed",
                                     L"Thu", L"Fri", L"Sat"};
 constexpr const wchar_t* kMonths[] = {L"Jan", L"Feb", L"Mar", L"Apr",
@@ -30,14 +26,6 @@ std::wstring ZoneName(const std::tm& time) {
 }
 
 }  // namespace
-
-int64_t CurrentTimeSeconds() {
-  FILETIME now = {};
-  ::GetSystemTimeAsFileTime(&now);
-  const uint64_t ticks =
-      (uint64_t{now.dwHighDateTime} << 32) | now.dwLowDateTime;
-  return static_cast<int64_t>(ticks / kTicksPerSecond) - kSecondsFrom1601To1970;
-}
 
 std::wstring StandardTimeText(const std::tm& time) {
   return std::wstring(kDays[time.tm_wday]) + L" " + kMonths[time.tm_mon] +

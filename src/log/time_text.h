@@ -7,9 +7,6 @@
 
 namespace kova {
 
-// The system clock in whole seconds since 1970-01-01 00:00:00 UTC.
-int64_t CurrentTimeSeconds();
-
 // What the C standard's strftime (C17 7.27.3.5) gives for "%c" in the "C"
 // locale, such as L"Fri Nov 20 23:52:14 2026"; the day of the month is padded
 // with a blank. Composed here because C runtimes differ in it. `time` must

@@ -240,7 +240,6 @@ const std::vector<SoundFunction>& SoundFunctions() {
       {"WSASetLastError", kNoFailure},
       {"___lc_codepage_func", kNoFailure},
       {"_errno", kNoFailure},
-      {"_time64", kNoFailure},
       {"free", kNoFailure},
       {"calloc", kMemory},
       {"malloc", kMemory},

@@ -1,0 +1,13 @@
+// The time of the system's clock.
+#pragma once
+
+#include <cstdint>
+
+namespace kova {
+
+// Whole seconds since 1970-01-01 00:00:00 UTC. Asks the system, not the C
+// runtime: one of these looks up the time zone in the registry first, each
+// time. For any thread.
+[[nodiscard]] int64_t CurrentTimeSeconds();
+
+}  // namespace kova
