@@ -103,7 +103,8 @@ def _new_connections(session, name, title, clients, status, contestants,
         measure = NewConnections(servers, clients, status,
                                  session.scale.seconds)
         speeds = session.take_turns(
-            name, [c for c in contestants if c.name in servers], measure)
+            name, [c for c in contestants if c.name in servers], measure,
+            session.scale.rate_rounds)
     return both(name, title, "connections", speeds, baseline, limit)
 
 
@@ -129,7 +130,9 @@ def routed(session, clients):
 def large(session):
     return _new_connections(
         session, "large-answers", "A connection each, 8 MiB, 8 clients", 8,
-        200, [host("/large"), bare("bare", "large"), *beast("large")],
+        200,
+        [host("/large"), bare("bare", "large"),
+         bare("bare with copies", "large", "--copy"), *beast("large")],
         "bare", 1.0)
 
 
@@ -150,7 +153,7 @@ def kept_open(session, clients=16):
 
         speeds = session.take_turns(
             "kept-open", [c for c in contestants if c.name in servers],
-            measure)
+            measure, session.scale.rate_rounds)
     return both(
         "kept-open",
         "Requests on %d connections that stay open, routed, 1 KiB" % clients,

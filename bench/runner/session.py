@@ -15,7 +15,10 @@ PRINTER = "Bench1"
 class Scale:
     """How much of everything."""
     rounds: int = 5
-    seconds: float = 3.0  # of load in one measurement of a rate
+    # Of load in one measurement of a rate. Many short ones meet the same
+    # weather, where others work on the machine.
+    seconds: float = 1.5
+    rate_rounds: int = 2  # for each of the rounds
     idle: tuple = (500, 2000)
     addresses: int = 100000
     fresh_addresses: int = 1000
@@ -25,8 +28,8 @@ class Scale:
     lookups: int = 100
 
 
-QUICK = Scale(rounds=2, seconds=0.5, idle=(200,), addresses=5000,
-              fresh_addresses=500, upload_bytes=8 << 20,
+QUICK = Scale(rounds=2, seconds=0.5, rate_rounds=1, idle=(200,),
+              addresses=5000, fresh_addresses=500, upload_bytes=8 << 20,
               header_bytes=1 << 20, extensions=(1, 10), lookups=20)
 
 
@@ -80,15 +83,17 @@ class Session:
                     self.fail(contestant.name, error)
             yield servers
 
-    def take_turns(self, what, contestants, measure):
-        """measure(contestant) once a round; a figure of each round by the
-        contestant's name. Who fails twice at a figure is out and told."""
+    def take_turns(self, what, contestants, measure, more=1):
+        """measure(contestant) once a round, in `more` times the usual number
+        of rounds; a figure of each round by the contestant's name. Who fails
+        twice at a figure is out and told."""
         left = list(contestants)
         figures = {contestant.name: [] for contestant in contestants}
-        for index in range(self.scale.rounds):
+        rounds = more * self.scale.rounds
+        for index in range(rounds):
             for contestant in in_turn(list(left), index):
                 self.progress.show("%s, round %d of %d: %s" % (
-                    what, index + 1, self.scale.rounds, contestant.name))
+                    what, index + 1, rounds, contestant.name))
                 try:
                     figure = self._measured(what, contestant, measure)
                     figures[contestant.name].append(figure)

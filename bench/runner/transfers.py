@@ -30,7 +30,6 @@ def upload(session):
     contestants = [
         Contestant(KOVA, "bench_host", path=path),
         _bare("bare, reserved block", len(request), "reserved"),
-        _bare("bare, exact block", len(request), "exact"),
         *beast("small")]
     figures = _timed(session, "upload", contestants, lambda _: [request])
     figures = {who: [1000 * seconds for seconds in rounds]
