@@ -18,14 +18,14 @@ void BareConnections::Start(SOCKET socket) {
 }
 
 bool BareConnections::Add(BareConnection* connection) {
-  const std::lock_guard<std::mutex> held(m_lock);
+  const ScopedLock held(m_lock);
   if (m_releasing) return false;
   m_connections.push_back(connection);
   return true;
 }
 
 void BareConnections::Remove(const BareConnection* connection) {
-  const std::lock_guard<std::mutex> held(m_lock);
+  const ScopedLock held(m_lock);
   const auto found =
       std::find(m_connections.begin(), m_connections.end(), connection);
   *found = m_connections.back();
@@ -34,7 +34,7 @@ void BareConnections::Remove(const BareConnection* connection) {
 
 size_t BareConnections::Release() {
   {
-    const std::lock_guard<std::mutex> held(m_lock);
+    const ScopedLock held(m_lock);
     m_releasing = true;
     for (BareConnection* const connection : m_connections) {
       connection->SignalExit();

@@ -3,10 +3,11 @@
 
 #include <atomic>
 #include <cstddef>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "base/o_critical_section.h"
+#include "base/thread_annotations.h"
 #include "base/windows_api.h"
 #include "bench/servers/receive_block.h"
 
@@ -54,9 +55,9 @@ class BareConnections {
   void Remove(const BareConnection* connection);
 
   const BarePlan& m_plan;
-  std::mutex m_lock;
-  std::vector<BareConnection*> m_connections;
-  bool m_releasing = false;
+  OCriticalSection m_lock;
+  std::vector<BareConnection*> m_connections KOVA_GUARDED_BY(m_lock);
+  bool m_releasing KOVA_GUARDED_BY(m_lock) = false;
   // From before a thread is started until it has closed everything.
   std::atomic<size_t> m_alive{0};
 };
