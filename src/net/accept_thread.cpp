@@ -57,7 +57,12 @@ std::string AddressText(sockaddr_in peer) {
   const int result = ::WSAAddressToStringW(
       reinterpret_cast<sockaddr*>(&peer), sizeof(peer), nullptr, text, &length);
   if (result == SOCKET_ERROR) return std::string();
-  return OString(text).Narrow();
+  // Digits, dots and a colon, which need no code page.
+  std::string narrow;
+  for (const wchar_t* at = text; *at != 0; ++at) {
+    narrow += static_cast<char>(*at);
+  }
+  return narrow;
 }
 
 }  // namespace
