@@ -20,25 +20,27 @@ constexpr uint32_t kBadRequest = 400;
 
 // Empty, and logged, when the request names no printer.
 std::wstring FindPrinterName(const HTTPRequest& request,
-                             std::wstring_view clientAddress) {
+                             const OString& clientAddress) {
   const OString printer = request.GetFormValue("printer");
   if (!printer.IsEmpty()) return std::wstring(printer.WideView());
 
   const OString share = request.GetFormValue("share");
   if (share.IsEmpty()) {
-    LogLine(LogChannel::DetailInfo, kMethod)
-        << L"Error: Both the printer name and share name are empty. Unable to "
-           L"route the request to a driver."
-        << L" \nClient Address: " << clientAddress;
+    if (LogLine line(LogChannel::DetailInfo, kMethod); line) {
+      line << L"Error: Both the printer name and share name are empty. Unable "
+              L"to route the request to a driver."
+           << L" \nClient Address: " << clientAddress.WideView();
+    }
     return std::wstring();
   }
   const std::wstring shareName(share.WideView());
   std::wstring printerName = ShareNameToPrinterName(shareName);
   if (printerName.empty()) {
-    LogLine(LogChannel::DetailInfo, kMethod)
-        << L"Error: The share name: " << shareName
-        << L" could not be found. Unable to route the request to a driver."
-        << L" \nClient Address: " << clientAddress;
+    if (LogLine line(LogChannel::DetailInfo, kMethod); line) {
+      line << L"Error: The share name: " << shareName
+           << L" could not be found. Unable to route the request to a driver."
+           << L" \nClient Address: " << clientAddress.WideView();
+    }
   }
   return printerName;
 }
@@ -50,7 +52,7 @@ void LogFailedStep(const wchar_t* step, const std::wstring& printerName) {
 
 bool AnswerByExtension(const HTTPRequest& request, std::string_view bytes,
                        ExtensionCall& call, ByteBuffer& response,
-                       uint32_t* keepOpen, std::wstring_view clientAddress) {
+                       uint32_t* keepOpen, const OString& clientAddress) {
   const std::wstring printerName = FindPrinterName(request, clientAddress);
   if (printerName.empty()) return false;
 
@@ -60,7 +62,7 @@ bool AnswerByExtension(const HTTPRequest& request, std::string_view bytes,
     LogFailedStep(L"GetV3WebServerInterface", printerName);
     return false;
   }
-  if (!call.Handle(*extension, bytes, clientAddress, keepOpen)) {
+  if (!call.Handle(*extension, bytes, clientAddress.WideView(), keepOpen)) {
     LogFailedStep(L"WSIHandleServerRequest", printerName);
     return false;
   }
@@ -99,7 +101,7 @@ int32_t DispatchRequest(const char* request, uint32_t lengthBytes,
   const std::string_view bytes(request, lengthBytes);
   ExtensionCall call;  // releases its response after either answer is made
   if (!AnswerByExtension(parsed, bytes, call, response, keepOpen,
-                         clientAddress.WideView())) {
+                         clientAddress)) {
     AnswerBadRequest(parsed, response);
   }
   return 1;
