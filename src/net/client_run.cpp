@@ -28,8 +28,7 @@ ClientRun::ClientRun(WebServerBase& server, SOCKET socket, WSAEVENT readEvent,
       m_readEvent(readEvent),
       m_stopEvent(stopEvent),
       m_clientAddress(clientAddress),
-      m_handler(handler),
-      m_receiveBuffer(new char[kReceiveBytes]) {}
+      m_handler(handler) {}
 
 unsigned ClientRun::Run() {
   LogLine(LogChannel::DetailInfoB, kMethod)
@@ -72,6 +71,8 @@ ClientRun::Next ClientRun::OnEvents(long events) {
 }
 
 ClientRun::Next ClientRun::OnReadable() {
+  if (m_receiveBuffer == nullptr)
+    m_receiveBuffer.reset(new char[kReceiveBytes]);
   WSABUF buffer = {kReceiveBytes, m_receiveBuffer.get()};
   DWORD received = 0;
   DWORD flags = 0;

@@ -64,7 +64,8 @@ class ClientRun {
   const OString& m_clientAddress;
   const RequestHandler m_handler;
 
-  const std::unique_ptr<char[]> m_receiveBuffer;
+  // Made at the first receive: a connection that stays silent needs none.
+  std::unique_ptr<char[]> m_receiveBuffer;
   OTypedArray<char> m_request;  // all received since the last answer
   ByteBuffer m_response;
   uint32_t m_keepOpen = 0;  // set by the extension, never reset here
