@@ -8,6 +8,44 @@ using testing::DoubleEq;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
+using Malloc = void*(size_t);
+
+Malloc* g_malloc = nullptr;
+int g_receiveBuffers = 0;
+
+void* CountReceiveBuffers(size_t bytes) {
+  if (bytes == 0x4000) ++g_receiveBuffers;
+  return g_malloc(bytes);
+}
+
+// Counts the receive buffers that a run takes.
+class ReceiveBufferTest : public ClientRunTest {
+ protected:
+  ReceiveBufferTest() : m_patch(nullptr, "malloc", &CountReceiveBuffers) {
+    g_malloc = m_patch.Original();
+    g_receiveBuffers = 0;
+  }
+
+ private:
+  const kova::test::ImportPatch<Malloc> m_patch;
+};
+
+TEST_F(ReceiveBufferTest, ASilentConnectionHasNone) {
+  m_socket.Wake(FD_WRITE);
+  EXPECT_EQ(Run(), 1u);
+  EXPECT_EQ(g_receiveBuffers, 0);
+}
+
+TEST_F(ReceiveBufferTest, EverythingIsReceivedIntoOne) {
+  m_socket.Wake(FD_READ);
+  m_socket.Arrive("x");
+  m_socket.Wake(FD_READ);
+  m_socket.Arrive("y.");
+  EXPECT_EQ(Run(), 1u);
+  EXPECT_EQ(g_receiveBuffers, 1);
+  EXPECT_THAT(m_requests, ElementsAre("xy."));
+}
+
 TEST_F(ClientRunTest, EndsWithZeroWhenTheWaitFails) {
   m_socket.WaitGives(WSA_WAIT_FAILED);
   EXPECT_EQ(Run(), 0u);
