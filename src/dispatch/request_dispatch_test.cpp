@@ -35,6 +35,10 @@ class RequestRoutingTest : public DispatchFixture {
   void ExpectBadRequest(const std::string& request) {
     EXPECT_EQ(Dispatch(request), BadRequest()) << request;
   }
+  void DispatchFrom(const OString& address, const std::string& request) {
+    kova::DispatchRequest(request.data(), static_cast<uint32_t>(request.size()),
+                          m_response, &m_keepOpen, address);
+  }
 
   ExtensionPrinter m_printer{L"scripted", L"KOVA X", L"kovaShare"};
 };
@@ -210,6 +214,23 @@ TEST_F(RequestRoutingTest, SaysNothingOfRoutingUnderTheDefaultMask) {
   ExpectBadRequest(Get("/"));
   ExpectBadRequest(Get("/?share=Nothing"));
   EXPECT_THAT(m_capture.Lines(), IsEmpty());
+}
+
+// Both reasons for a refusal, with their channel on and off.
+TEST_F(RequestRoutingTest, OnlyALogLineWidensTheAddressOfARefusedRequest) {
+  const OString logged(kova::test::kNarrowClientAddress);
+  const OString unlogged(kova::test::kNarrowClientAddress);
+  const std::string requests[] = {Get("/"), Get("/?share=nobody")};
+  for (const std::string& request : requests) {
+    DispatchFrom(logged, request);
+  }
+  EXPECT_TRUE(logged.HasWide());
+  const kova::test::ScopedLogMask quiet(0xE0000000);
+  m_clock.Advance(10000);
+  for (const std::string& request : requests) {
+    DispatchFrom(unlogged, request);
+  }
+  EXPECT_FALSE(unlogged.HasWide());
 }
 
 }  // namespace
