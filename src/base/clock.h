@@ -6,8 +6,8 @@
 namespace kova {
 
 // Whole seconds since 1970-01-01 00:00:00 UTC. Asks the system, not the C
-// runtime: one of these looks up the time zone in the registry first, each
-// time. For any thread.
+// runtime, whose time() may look up the time zone first, as Wine's does. For
+// any thread.
 [[nodiscard]] int64_t CurrentTimeSeconds();
 
 }  // namespace kova
