@@ -16,12 +16,12 @@ check_failed() {
   exit 1
 }
 
-# A port that nothing listens on just now; that may change, so whoever uses it
-# tries another one if it did.
+# A port that nothing listens on just now, and that no client gets as its own;
+# that may change, so whoever uses it tries another one if it did.
 random_free_port() {
   local port
   while true; do
-    port=$((20000 + RANDOM % 40000))
+    port=$((20000 + RANDOM % 12000))
     (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null || break
   done
   echo "$port"

@@ -1,5 +1,7 @@
 #include "test/support/server_fixture.h"
 
+#include <random>
+
 #include "test/support/test_client.h"
 
 namespace kova::test {
@@ -14,6 +16,22 @@ Function* Find(HMODULE module, const char* name) {
 // Long enough for the connections that a stop leaves to themselves.
 constexpr uint64_t kUnloadPatienceMs = 5000;
 
+// Apart from the ports that clients get, from 32768 on here and from 49152 on
+// on Windows: a client that got the server's port between two of its lives
+// would keep it from listening again.
+constexpr int kFirstPort = 20000;
+constexpr int kLastPort = 32000;
+constexpr int kTries = 100;
+
+bool CanBind(uint16_t port) {
+  const UniqueSocket probe(::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP));
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_port = ::htons(port);
+  return ::bind(probe.Get(), reinterpret_cast<sockaddr*>(&address),
+                sizeof(address)) == 0;
+}
+
 std::wstring LibraryPath() {
   return TestProgramFolder() + L"\\..\\bin\\KOVAServer.dll";
 }
@@ -21,19 +39,17 @@ std::wstring LibraryPath() {
 }  // namespace
 
 uint16_t FreePort() {
+  static std::mt19937 random(static_cast<uint32_t>(::GetTickCount64()) ^
+                             ::GetCurrentProcessId());
+  std::uniform_int_distribution<int> ports(kFirstPort, kLastPort);
   WinsockSession winsock;
   WORD granted = 0;
   if (winsock.Open(&granted) != 0) return 0;
-  const UniqueSocket probe(::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP));
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  int sizeBytes = sizeof(address);
-  auto* const plain = reinterpret_cast<sockaddr*>(&address);
-  if (::bind(probe.Get(), plain, sizeBytes) != 0 ||
-      ::getsockname(probe.Get(), plain, &sizeBytes) != 0) {
-    return 0;
+  for (int i = 0; i < kTries; ++i) {
+    const auto port = static_cast<uint16_t>(ports(random));
+    if (CanBind(port)) return port;
   }
-  return ::ntohs(address.sin_port);
+  return 0;
 }
 
 std::wstring TestProgramFolder() {

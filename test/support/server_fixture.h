@@ -12,7 +12,8 @@
 
 namespace kova::test {
 
-// A TCP port that nobody listens on at this moment.
+// A TCP port that nobody has at this moment, and that no client will be given
+// as its own; 0 if none was found. Called on one thread.
 [[nodiscard]] uint16_t FreePort();
 
 // The folder of the test program, without a backslash at the end.
