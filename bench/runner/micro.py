@@ -4,9 +4,14 @@ import json
 import re
 import subprocess
 
-from comparison import CannotMeasure, Comparison
+from comparison import CannotMeasure, Comparison, Goal
+from session import KOVA
 
 ROW = re.compile(r"^(.+?) +([\d.]+) ns +([\d.]+) +([\d.]+) to ([\d.]+) ns$")
+PEER = "http_parser"
+# As bench/micro/sample_requests.cpp numbers them.
+REQUESTS = ["a browser's request", "another browser's request",
+            "a print client's form"]
 NANOSECONDS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
 
 
@@ -50,10 +55,22 @@ def google_options(rounds, seconds):
 
 def _log_line(session):
     rows = parse_log_table(session.programs.run("kova_bench"))
-    return Comparison(
+    base, line = list(rows)[:2]
+    return [Comparison(
         "micro-log", "A disabled log channel, under Wine (lower quartile, "
-        "median and upper quartile of 101 rounds)", "ns", rows,
-        next(iter(rows)))
+        "median and upper quartile of 101 rounds)", "ns", rows, base,
+        [Goal(line, "<=", 3, "ratio", base)])]
+
+
+def parses(figures):
+    """The parse of each sample request beside the peer's, all fields kept."""
+    return [
+        Comparison("micro-parse-%d" % i,
+                   "The parse of %s, all fields kept (CPU time)" % request,
+                   "ns", {KOVA: figures["Request/all_fields/%d" % i],
+                          PEER: figures["Peer/all_fields/%d" % i]},
+                   PEER, [Goal(KOVA, "<=", 2.5, "ratio", PEER)])
+        for i, request in enumerate(REQUESTS)]
 
 
 def _native(session, program):
@@ -66,8 +83,10 @@ def _native(session, program):
                                 check=True)
     except (OSError, subprocess.SubprocessError) as error:
         raise CannotMeasure(str(error)) from error
-    return Comparison("micro-native", "Pieces of the server, built for this "
-                      "machine (CPU time)", "ns", parse_google(result.stdout))
+    figures = parse_google(result.stdout)
+    return [*parses(figures),
+            Comparison("micro-native", "Pieces of the server, built for this "
+                       "machine (CPU time)", "ns", figures)]
 
 
 def run(session, native_program):
@@ -75,11 +94,11 @@ def run(session, native_program):
     comparisons = []
     for name, measure in [
             ("kova_bench", lambda: _log_line(session)),
-            ("kova_micro_bench", lambda: native_program and _native(
-                session, native_program))]:
+            ("kova_micro_bench", lambda: _native(session, native_program)
+             if native_program else [])]:
         session.progress.show("micro: " + name)
         try:
-            comparisons.append(measure())
+            comparisons += measure()
         except CannotMeasure as error:
             session.fail("micro, " + name, error)
-    return [comparison for comparison in comparisons if comparison]
+    return comparisons

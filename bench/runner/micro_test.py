@@ -3,7 +3,7 @@ import json
 import unittest
 
 from comparison import CannotMeasure
-from micro import parse_google, parse_log_table
+from micro import parse_google, parse_log_table, parses
 
 LOG = """
 A disabled log channel
@@ -32,6 +32,18 @@ class MicroTest(unittest.TestCase):
             run("a", 4, run_type="aggregate")]})
         self.assertEqual(parse_google(text), {"a": [3, 5], "b": [1000]})
         self.assertEqual(list(parse_google(text)), ["a", "b"])
+
+    def test_judges_each_parse_beside_the_peers(self):
+        figures = {"%s/all_fields/%d" % (who, i): [took * (i + 1)]
+                   for who, took in (("Request", 26), ("Peer", 10))
+                   for i in range(3)}
+        found = parses(figures)
+        self.assertEqual([each.name for each in found],
+                         ["micro-parse-0", "micro-parse-1", "micro-parse-2"])
+        self.assertEqual([verdict.word() for each in found
+                          for verdict in each.verdicts()], ["missed"] * 3)
+        figures["Request/all_fields/1"] = [50]
+        self.assertEqual(parses(figures)[1].verdicts()[0].word(), "reached")
 
     def test_an_error_is_no_figure(self):
         for runs in ([], [run("a", 0, error_occurred=True)]):
