@@ -35,7 +35,8 @@ class ServerTest(unittest.TestCase):
         at_rest = self.server.threads()
         with sockets.idle_connections(self.server.port, 5):
             self.server.wait_for_threads(lambda threads: threads > at_rest)
-        self.server.wait_for_threads(lambda threads: threads == at_rest)
+        # A thread of an earlier test may have been at rest still.
+        self.server.wait_for_threads(lambda threads: threads <= at_rest)
 
     def test_processor_time_only_grows(self):
         before = self.server.processor_seconds()
