@@ -50,11 +50,7 @@ void WebServerHTTP::JoinRestartThread() {
       ::SetEvent(m_monitor.shutdownEvent.Get());
     }
   }
-  // Its own reference to the library lets it end when it can. Behind thousands
-  // of connections that end it would keep the host waiting.
-  if (m_monitor.modulePin == nullptr) {
-    ::WaitForSingleObject(m_monitor.restartThread.Get(), kThreadEndMs);
-  }
+  ::WaitForSingleObject(m_monitor.restartThread.Get(), kThreadEndMs);
   m_monitor.restartThread.Reset();
 }
 
