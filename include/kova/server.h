@@ -25,9 +25,22 @@ typedef void KOVA_StartServer(void);
 KOVA_StartServer StartKOVAServer;
 
 /* Stops listening, ends the connections that are open and frees the server.
- * Returns when no thread of the server is left, which takes some seconds at
- * worst; the host may then unload the library. Does nothing while no server
- * exists. Extension libraries that were loaded stay loaded. */
+ * Does nothing while no server exists. Extension libraries that were loaded
+ * stay loaded.
+ *
+ * When it has returned, nothing listens and no thread of the server reads or
+ * writes anything any more, and the host may unload the library at once: a
+ * thread that has yet to end keeps the library for itself until then. A thread
+ * that had to be killed never gives the library back, which then stays loaded.
+ *
+ * It returns at once where everything ends by itself (some 100 ms with
+ * connections open), and as long as Windows' own calls return:
+ *   - within 2 seconds more where the accept thread does not end (1 s, then it
+ *     is killed and gets 1 s to be gone);
+ *   - within 6 seconds more where connections do not, an extension that does
+ *     not return for instance (5 s, then they are killed, 1 s for all);
+ *   - where a restart is under way, after that restart: 8 seconds for its own
+ *     stop and 31 for a listener that does not come up. */
 typedef void KOVA_StopServer(void);
 KOVA_StopServer StopKOVAServer;
 

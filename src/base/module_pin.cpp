@@ -1,6 +1,20 @@
 #include "base/module_pin.h"
 
+#if defined(_UCRT)
+#include <process.h>
+#endif
+
 namespace kova {
+
+#if defined(_UCRT)
+
+// This C runtime takes a reference for each thread that it starts, and gives it
+// back in the same way. To end the thread behind its back would lose that one.
+HMODULE PinThisModule() { return nullptr; }
+
+void EndThread(HMODULE /*pin*/, DWORD exitCode) { ::_endthreadex(exitCode); }
+
+#else
 
 HMODULE PinThisModule() {
   HMODULE module = nullptr;
@@ -14,5 +28,7 @@ void EndThread(HMODULE pin, DWORD exitCode) {
   if (pin != nullptr) ::FreeLibraryAndExitThread(pin, exitCode);
   ::ExitThread(exitCode);
 }
+
+#endif
 
 }  // namespace kova

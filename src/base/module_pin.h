@@ -6,10 +6,11 @@
 namespace kova {
 
 // Adds one reference to the module that this code lies in and returns its
-// handle, or null if the system refuses. A thread that may outlive the last
-// wait for it gets a reference from whoever starts it and gives it back with
-// EndThread, so that a host may unload the module at any moment. Takes the
-// loader lock.
+// handle, or null if the system refuses, or the C runtime adds one itself for
+// each thread (the universal one does, msvcrt does not). A thread that may
+// outlive the last wait for it gets a reference from whoever starts it and
+// gives it back with EndThread, so that a host may unload the module at any
+// moment. Takes the loader lock.
 [[nodiscard]] HMODULE PinThisModule();
 
 // Ends the calling thread with `exitCode` and drops `pin` (may be null) in one

@@ -50,6 +50,14 @@ void LogAccepted(SOCKET socket, const sockaddr_in& peer) {
        << unsigned{address.s_b4} << L":" << PeerPort(socket);
 }
 
+// A host that starts another program must not hand it the port. Windows can
+// make a socket so from the start, but older ones refuse to; a program that is
+// started in between gets it.
+void KeepFromChildren(SOCKET socket) {
+  ::SetHandleInformation(reinterpret_cast<HANDLE>(socket), HANDLE_FLAG_INHERIT,
+                         0);
+}
+
 // "1.2.3.4:5678", as WSAAddressToStringW renders an address with a port.
 std::string AddressText(sockaddr_in peer) {
   wchar_t text[64] = {};
@@ -106,6 +114,7 @@ bool WebServerBase::OpenListeningSocket() {
                ::WSAGetLastError());
     return false;
   }
+  KeepFromChildren(m_listeningSocket.Get());
   sockaddr_in address = {};
   address.sin_family = AF_INET;
   address.sin_port = ::htons(static_cast<uint16_t>(m_port));
@@ -179,18 +188,19 @@ bool WebServerBase::OnNetworkEvent() {
 void WebServerBase::AcceptOne() {
   sockaddr_in peer = {};
   int bytes = kAddressBytes;
-  const SOCKET socket =
-      ::WSAAccept(m_listeningSocket.Get(), reinterpret_cast<sockaddr*>(&peer),
-                  &bytes, nullptr, 0);
-  if (socket == INVALID_SOCKET) {
+  m_accepted.Reset(::WSAAccept(m_listeningSocket.Get(),
+                               reinterpret_cast<sockaddr*>(&peer), &bytes,
+                               nullptr, 0));
+  if (!m_accepted.IsValid()) {
     const int error = ::WSAGetLastError();
     LogLine(LogChannel::Warning, kAcceptThread)
         << L"WSAAccept(...) failure. Failure ignored. WSAGetLastError:"
         << error;
     return;
   }
-  LogAccepted(socket, peer);
-  if (AddClient(socket, AddressText(peer), ::ntohs(peer.sin_port)) == 0) {
+  KeepFromChildren(m_accepted.Get());
+  LogAccepted(m_accepted.Get(), peer);
+  if (AddClient(m_accepted, AddressText(peer), ::ntohs(peer.sin_port)) == 0) {
     LogLine(LogChannel::Warning, kAcceptThread)
         << L"AddClient(...) failure. Failure ignored.";
   }

@@ -1,6 +1,7 @@
 // Patched: one event loop on a real connection whose client is slow to read.
 // The patch only records the sizes that are sent.
 #include <algorithm>
+#include <atomic>
 #include <optional>
 #include <thread>
 
@@ -71,7 +72,7 @@ class BigResponse : public LoggingTest,
               0);
     m_thread.emplace([this] {
       ClientRun run(m_server, m_served.Get(), m_readEvent.Get(),
-                    m_stopEvent.Get(), m_address, &Answer);
+                    m_stopEvent.Get(), m_stopping, m_address, &Answer);
       m_result = run.Run();
     });
   }
@@ -113,6 +114,7 @@ class BigResponse : public LoggingTest,
   std::unique_ptr<LoopbackClient> m_client;
   UniqueSocket m_served;
   UniqueWsaEvent m_readEvent;
+  const std::atomic<bool> m_stopping{false};
   UniqueWsaEvent m_stopEvent;
   unsigned m_result = 99;
   std::optional<std::thread> m_thread;

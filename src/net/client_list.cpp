@@ -7,19 +7,17 @@ namespace {
 
 constexpr DWORD kLookAgainMs = 100;
 constexpr int kMostLooks = 50;
+// How long all killed threads together may take to be gone.
+constexpr DWORD kKilledThreadsMs = 1000;
 
 }  // namespace
 
 void ClientList::Open() {
+  // A refusal is the accept thread's to report: it asks for the same.
+  WORD granted = 0;
+  if (!m_winsock.IsOpen()) (void)m_winsock.Open(&granted);
   const ScopedLock held(m_lock);
   m_releasing = false;
-}
-
-void ClientList::KeepSocketsAlive() {
-  const ScopedLock held(m_lock);
-  if (m_winsock.IsOpen()) return;
-  WORD granted = 0;
-  (void)m_winsock.Open(&granted);
 }
 
 bool ClientList::Register(Network_ClientThread* worker) {
@@ -78,7 +76,11 @@ void ClientList::SignalAll() {
 }
 
 void ClientList::TerminateAll() {
-  for (int32_t i = 0; i < m_workers.Count(); ++i) m_workers[i]->Terminate();
+  for (int32_t i = 0; i < m_workers.Count(); ++i) m_workers[i]->Kill();
+  DWORD graceMs = kKilledThreadsMs;
+  for (int32_t i = 0; i < m_workers.Count(); ++i) {
+    if (!m_workers[i]->FreeKilled(graceMs)) graceMs = 0;
+  }
   m_workers.SetSize(0);
 }
 

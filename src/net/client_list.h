@@ -23,22 +23,30 @@ namespace kova {
 // through a stop: neither one that has not come round to registering nor one
 // that is just closing its socket.
 //
-// All operations may be called from any thread. While the list's lock is held
-// nothing is called but the functions of Windows named below.
+// All operations may be called from any thread unless they say otherwise.
+// While the list's lock is held nothing is called that could wait for one of
+// the workers: they are signalled, or they are dead.
 class ClientList {
  public:
   ClientList() = default;
   ClientList(const ClientList&) = delete;
   ClientList& operator=(const ClientList&) = delete;
 
-  // Newcomers are served from now on.
+  // Newcomers are served from now on. Takes a Winsock session of the list's
+  // own, unless it has one, and keeps it until the last worker is gone: the
+  // accept thread's session ends before the connections do, and with the last
+  // session of the process all its sockets are closed. Not to be called while
+  // an accept thread runs, nor by two threads at once.
   void Open();
 
-  // Takes a Winsock session of the list's own, unless it has one, and keeps it
-  // until the last worker is gone: the accept thread's session ends before the
-  // connections do, and with the last session of the process all its sockets
-  // are closed. Called on the accept thread.
-  void KeepSocketsAlive();
+  // From BeginStart() to EndStart() the list knows the worker whose thread is
+  // being started, so that it is not lost where the thread that starts it is
+  // killed in between. The worker does not free itself before EndStart().
+  // Called by the accept thread, or, once that was killed, by who killed it.
+  void BeginStart(Network_ClientThread* worker) { m_starting = worker; }
+  void EndStart() { m_starting = nullptr; }
+  // The worker being started, or null.
+  [[nodiscard]] Network_ClientThread* Starting() const { return m_starting; }
 
   // Appends the worker. False, and nothing is appended, when a release has
   // begun: the worker then ends without touching its server.
@@ -55,8 +63,9 @@ class ClientList {
 
   // Turns newcomers away, signals every listed worker's stop event and looks
   // every 100 ms, at most 50 times, whether all workers are gone. Those still
-  // listed then are terminated and their records freed. Returns at once when
-  // no worker is alive. Never holds the lock while it sleeps.
+  // listed then are terminated and their records freed, for which Windows gets
+  // 1000 ms more in all. Returns at once when no worker is alive. Never holds
+  // the lock while it sleeps.
   void Release();
 
   // The number of workers listed.
@@ -86,7 +95,8 @@ class ClientList {
   OCriticalSection m_lock;
   OPointerArray<Network_ClientThread*> m_workers KOVA_GUARDED_BY(m_lock);
   bool m_releasing KOVA_GUARDED_BY(m_lock) = false;
-  WinsockSession m_winsock KOVA_GUARDED_BY(m_lock);
+  WinsockSession m_winsock;  // touched by Open() and the list's end alone
+  std::atomic<Network_ClientThread*> m_starting{nullptr};
   std::atomic<int> m_alive{0};
 };
 

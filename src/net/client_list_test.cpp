@@ -100,8 +100,8 @@ TEST_F(ClientListTest, KeepsTheWinsockSessionThatItHas) {
   const CallWatch watch;
   {
     ClientList list;
-    list.KeepSocketsAlive();
-    list.KeepSocketsAlive();
+    list.Open();
+    list.Open();
     EXPECT_EQ(watch.Calls(Call::kStartup), 1);
     EXPECT_EQ(watch.Calls(Call::kCleanup), 0);
   }

@@ -21,12 +21,13 @@ auto HexOf(int value) { return Hex(static_cast<uint32_t>(value)); }
 }  // namespace
 
 ClientRun::ClientRun(WebServerBase& server, SOCKET socket, WSAEVENT readEvent,
-                     WSAEVENT stopEvent, const OString& clientAddress,
-                     RequestHandler handler)
+                     WSAEVENT stopEvent, const std::atomic<bool>& stopping,
+                     const OString& clientAddress, RequestHandler handler)
     : m_server(server),
       m_socket(socket),
       m_readEvent(readEvent),
       m_stopEvent(stopEvent),
+      m_stopping(stopping),
       m_clientAddress(clientAddress),
       m_handler(handler) {}
 
@@ -48,7 +49,9 @@ ClientRun::Next ClientRun::WaitForEvents(long& events) {
   const DWORD woken = ::WSAWaitForMultipleEvents(
       2, handles, FALSE, timeoutMs == 0 ? WSA_INFINITE : timeoutMs, FALSE);
   if (woken == WSA_WAIT_FAILED) return Next::kEndWith0;
-  if (woken != WSA_WAIT_EVENT_0) return Next::kEndWith1;
+  // The wait names the read event where both are set; a peer that never stops
+  // sending must not keep a stop from being seen.
+  if (woken != WSA_WAIT_EVENT_0 || m_stopping) return Next::kEndWith1;
 
   WSANETWORKEVENTS found = {};
   const int result = ::WSAEnumNetworkEvents(m_socket, m_readEvent, &found);
@@ -130,7 +133,9 @@ ClientRun::Next ClientRun::SendResponse() {
     m_resend = true;
     LogLine(LogChannel::DetailInfoE, kMethod)
         << L"WSAEWOULDBLOCK returned, setting resend flag";
-    return Next::kWait;
+    // Windows announces room only after a send that found none: where nothing
+    // is left to send, nobody would ask for the resend.
+    return sent ? CompleteResend() : Next::kWait;
   }
   if (!sent) {
     LogLine(LogChannel::Warning, kMethod)
@@ -138,6 +143,12 @@ ClientRun::Next ClientRun::SendResponse() {
     return Next::kEndWith1;
   }
   return FinishResponse();
+}
+
+// The wake-up that armed the resend is over for its other event bits.
+ClientRun::Next ClientRun::CompleteResend() {
+  const Next next = OnWritable();
+  return next == Next::kGoOn ? Next::kWait : next;
 }
 
 ClientRun::Next ClientRun::OnWritable() {

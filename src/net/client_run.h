@@ -1,6 +1,7 @@
 // The event loop of one connection.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 
@@ -25,11 +26,13 @@ using RequestHandler = int32_t (*)(const char* request, uint32_t lengthBytes,
 // handles it is given. Log lines carry the name Network_ClientThread::Run.
 class ClientRun {
  public:
-  // `socket` is selected for FD_READ, FD_WRITE and FD_CLOSE into `readEvent`;
-  // setting `stopEvent` ends the run. All references outlive the run.
+  // `socket` is selected for FD_READ, FD_WRITE and FD_CLOSE into `readEvent`.
+  // Setting `stopping` and then `stopEvent` ends the run: the event ends a
+  // wait, the flag a run that finds its read event set at every wait. All
+  // references outlive the run.
   ClientRun(WebServerBase& server, SOCKET socket, WSAEVENT readEvent,
-            WSAEVENT stopEvent, const OString& clientAddress,
-            RequestHandler handler);
+            WSAEVENT stopEvent, const std::atomic<bool>& stopping,
+            const OString& clientAddress, RequestHandler handler);
 
   ClientRun(const ClientRun&) = delete;
   ClientRun& operator=(const ClientRun&) = delete;
@@ -49,6 +52,7 @@ class ClientRun {
   Next Receive();
   Next Answer();
   Next SendResponse();
+  Next CompleteResend();
   Next OnWritable();
   Next OnClosed();
   Next FinishResponse();
@@ -61,6 +65,7 @@ class ClientRun {
   const SOCKET m_socket;
   const WSAEVENT m_readEvent;
   const WSAEVENT m_stopEvent;
+  const std::atomic<bool>& m_stopping;
   const OString& m_clientAddress;
   const RequestHandler m_handler;
 

@@ -1,6 +1,7 @@
 // What the tests of the event loop stand on.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <string>
 #include <vector>
@@ -25,7 +26,8 @@ class ClientRunTest : public LoggingTest {
   // must be there.
   unsigned Run() {
     ::WSASetLastError(0);
-    ClientRun run(m_server, kSocket, nullptr, nullptr, m_address, &Handle);
+    ClientRun run(m_server, kSocket, nullptr, nullptr, m_stopping, m_address,
+                  &Handle);
     const unsigned result = run.Run();
     m_lines = m_log.Take();
     if (m_lines.empty() ||
@@ -59,6 +61,7 @@ class ClientRunTest : public LoggingTest {
 
   TestServer m_server;
   const OString m_address = "1.2.3.4:5678";
+  std::atomic<bool> m_stopping{false};
   ScriptedSocket m_socket;
   std::vector<std::wstring> m_lines;
 

@@ -52,6 +52,23 @@ TEST_F(ClientRunTest, EndsWithZeroWhenTheWaitFails) {
   EXPECT_THAT(m_lines, IsEmpty());
 }
 
+// A peer that never stops sending has its read event set at every wait.
+TEST_F(ClientRunTest, EndsWithOneWhenToldToThoughThereIsSomethingToRead) {
+  m_stopping = true;
+  m_socket.Wake(FD_READ);
+  m_socket.Arrive("x.");
+  m_socket.Wake(FD_READ);
+  EXPECT_EQ(Run(), 1u);
+  EXPECT_THAT(m_lines, IsEmpty());
+  EXPECT_THAT(m_requests, IsEmpty());
+}
+
+TEST_F(ClientRunTest, EndsWithZeroWhenTheWaitFailsWhileItIsToldToEnd) {
+  m_stopping = true;
+  m_socket.WaitGives(WSA_WAIT_FAILED);
+  EXPECT_EQ(Run(), 0u);
+}
+
 TEST_F(ClientRunTest, EndsWithOneAfterSilence) {
   m_socket.WaitGives(WSA_WAIT_TIMEOUT);
   EXPECT_EQ(Run(), 1u);

@@ -6,36 +6,24 @@
 #include "net/client_run.h"
 #include "net/web_server_base.h"
 
-namespace {
-
-// How long a killed thread may take to be gone. Windows kills a thread
-// asynchronously; what it uses must not be freed under it.
-constexpr DWORD kKilledThreadMs = 1000;
-
-}  // namespace
-
 Network_ClientThread::Network_ClientThread(
     WebServerBase& server, std::shared_ptr<kova::ClientList> clients,
-    kova::UniqueSocket socket, const std::string& address)
+    const std::string& address)
     : m_alive(std::move(clients)),
       m_server(server),
-      m_socket(std::move(socket)),
       m_clientAddress(address.c_str()) {}
 
 void Network_ClientThread::Start(WebServerBase& server,
                                  std::shared_ptr<kova::ClientList> clients,
-                                 kova::UniqueSocket socket,
+                                 kova::UniqueSocket& socket,
                                  const std::string& address) {
-  auto* const record = new Network_ClientThread(server, std::move(clients),
-                                                std::move(socket), address);
-  record->m_modulePin = kova::PinThisModule();
-  unsigned id = 0;
-  record->m_thread.Reset(reinterpret_cast<HANDLE>(
-      ::_beginthreadex(nullptr, 0, &Network_ClientThread::_ClientThread, record,
-                       CREATE_SUSPENDED, &id)));
-  const bool started =
-      record->m_thread.IsValid() &&
-      ::ResumeThread(record->m_thread.Get()) != static_cast<DWORD>(-1);
+  auto* const record =
+      new Network_ClientThread(server, std::move(clients), address);
+  kova::ClientList& list = record->m_alive.List();
+  list.BeginStart(record);
+  record->m_socket = std::move(socket);
+  const bool started = record->StartThread();
+  list.EndStart();
   if (started) return;
 
   if (record->m_thread.IsValid()) {
@@ -43,6 +31,26 @@ void Network_ClientThread::Start(WebServerBase& server,
   }
   const kova::UniqueModule pin(record->m_modulePin);
   delete record;
+}
+
+bool Network_ClientThread::StartThread() {
+  m_modulePin = kova::PinThisModule();
+  unsigned id = 0;
+  m_thread.Reset(reinterpret_cast<HANDLE>(
+      ::_beginthreadex(nullptr, 0, &Network_ClientThread::_ClientThread, this,
+                       CREATE_SUSPENDED, &id)));
+  return m_thread.IsValid() &&
+         ::ResumeThread(m_thread.Get()) != static_cast<DWORD>(-1);
+}
+
+void Network_ClientThread::FinishStart(kova::ClientList& clients) {
+  Network_ClientThread* const record = clients.Starting();
+  if (record == nullptr) return;
+  const bool hasThread = record->m_thread.IsValid();
+  // Harmless where the thread runs already.
+  if (hasThread) ::ResumeThread(record->m_thread.Get());
+  clients.EndStart();
+  if (!hasThread) delete record;
 }
 
 unsigned __stdcall Network_ClientThread::_ClientThread(void* record) {
@@ -64,8 +72,15 @@ unsigned Network_ClientThread::Serve() {
     }
     m_alive.List().Unregister(this);
   }
-  delete this;
+  FreeAfterStart();
   return result;
+}
+
+// Whoever starts this thread may still look at the record, for the length of a
+// few instructions, or until a stop has killed it.
+void Network_ClientThread::FreeAfterStart() {
+  while (m_alive.List().Starting() == this) ::Sleep(1);
+  delete this;
 }
 
 bool Network_ClientThread::Prepare() {
@@ -79,7 +94,7 @@ bool Network_ClientThread::Prepare() {
 
 unsigned Network_ClientThread::Run() {
   kova::ClientRun run(m_server, m_socket.Get(), m_readEvent.Get(),
-                      m_stopEvent.Get(), m_clientAddress,
+                      m_stopEvent.Get(), m_stopping, m_clientAddress,
                       &Network_ClientThread::ParseRequest);
   return run.Run();
 }
@@ -94,13 +109,17 @@ int32_t Network_ClientThread::ParseRequest(const char* request,
 }
 
 void Network_ClientThread::SignalStop() {
+  m_stopping = true;
   if (m_acceptsStopSignals) ::WSASetEvent(m_stopEvent.Get());
 }
 
-void Network_ClientThread::Terminate() {
-  ::TerminateThread(m_thread.Get(), 0);
-  ::WaitForSingleObject(m_thread.Get(), kKilledThreadMs);
+void Network_ClientThread::Kill() { ::TerminateThread(m_thread.Get(), 0); }
+
+bool Network_ClientThread::FreeKilled(DWORD timeoutMs) {
+  const bool isGone =
+      ::WaitForSingleObject(m_thread.Get(), timeoutMs) == WAIT_OBJECT_0;
   // The module reference stays: a thread that was killed may have held the
   // loader's lock, and giving the reference back would wait for it for ever.
   delete this;
+  return isGone;
 }

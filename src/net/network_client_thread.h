@@ -1,6 +1,7 @@
 // One accepted connection: its record and its thread.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -13,8 +14,8 @@
 class WebServerBase;
 
 // Serves one connection on a thread of its own. The record frees itself, in
-// two places only: at the end of its own thread, and in Terminate() for a
-// thread that did not end in its grace time.
+// three places only: at the end of its own thread, in FreeKilled() for a thread
+// that did not end in its grace time, and where a thread never came to be.
 class Network_ClientThread {
  public:
   Network_ClientThread(const Network_ClientThread&) = delete;
@@ -26,7 +27,13 @@ class Network_ClientThread {
   // `server` must stay alive until `clients` has been released.
   static void Start(WebServerBase& server,
                     std::shared_ptr<kova::ClientList> clients,
-                    kova::UniqueSocket socket, const std::string& address);
+                    kova::UniqueSocket& socket, const std::string& address);
+
+  // Ends what Start() was about when its thread was killed: the new thread
+  // runs, and ends like any other; a record without a thread is freed. Its
+  // module reference stays, because the killed thread may have held the
+  // loader's lock.
+  static void FinishStart(kova::ClientList& clients);
 
   // Answers one complete request of `lengthBytes` bytes into `response`.
   // `keepOpen` goes to the driver extension, which may set it non-zero.
@@ -39,27 +46,34 @@ class Network_ClientThread {
 
   // The stop event exists and belongs to the list's signals from now on.
   void AcceptStopSignals() { m_acceptsStopSignals = true; }
-  // Makes Run() return soon; nothing before AcceptStopSignals().
+  // Makes Run() return soon, also where there is no stop event yet.
   void SignalStop();
-  // Kills the thread and frees this record.
-  void Terminate();
+  // Kills the thread, which Windows does behind this call.
+  void Kill();
+  // Waits up to `timeoutMs` for the killed thread to be gone and frees this
+  // record. Returns whether it was gone: if not, it runs no code any more but
+  // sticks in a call of the system.
+  bool FreeKilled(DWORD timeoutMs);
 
  private:
   Network_ClientThread(WebServerBase& server,
                        std::shared_ptr<kova::ClientList> clients,
-                       kova::UniqueSocket socket, const std::string& address);
+                       const std::string& address);
   ~Network_ClientThread() = default;
 
   static unsigned __stdcall _ClientThread(void* record);
   static unsigned ServeRecord(void* record);
 
+  bool StartThread();
   unsigned Serve();
   bool Prepare();
   unsigned Run();
+  void FreeAfterStart();
 
   const kova::ClientList::Alive m_alive;
   HMODULE m_modulePin = nullptr;  // given back by the thread's last call
   bool m_acceptsStopSignals = false;
+  std::atomic<bool> m_stopping{false};
 
   kova::UniqueKernelHandle m_thread;
   WebServerBase& m_server;

@@ -1,6 +1,7 @@
 // Patched: how connections are started, told to end, and killed.
 #include <atomic>
 #include <cerrno>
+#include <thread>
 
 #include "net/server_fixture.h"
 #include "net/test_gate.h"
@@ -96,9 +97,40 @@ TEST_F(ReleaseClientsTest, AConnectionThatIgnoresItsStopEventIsKilled) {
   EXPECT_EQ(m_server->Stop(), 1);
   EXPECT_EQ(m_watch.Calls(Call::kLookAgain), 50);
   EXPECT_THAT(m_watch.Terminations(), ElementsAre(0u));
+  // One wait for the accept thread's end, one for that of the killed thread.
+  EXPECT_EQ(m_watch.Calls(Call::kAwaitEnd), 2);
   EXPECT_TRUE(m_watch.ThreadEnds(1, kSoonMs));
   EXPECT_EQ(m_watch.ExitCode(1), 0u);
   EXPECT_EQ(m_watch.OpenInAll(), 0u);
+}
+
+// Whatever the number of threads, Windows gets one second to end them.
+TEST_F(ReleaseClientsTest, KilledConnectionsShareTheTimeToBeGone) {
+  const auto first = ConnectHeldInItsLoop();
+  const LoopbackClient second(m_watch.Port());
+  while (m_watch.Calls(Call::kWait) < 4) std::this_thread::yield();
+  NeverOpenGate();
+  m_watch.Fail(Call::kAwaitEnd, 0, 1);  // the wait for the first one
+  EXPECT_EQ(m_server->Stop(), 1);
+  EXPECT_THAT(m_watch.Terminations(), ElementsAre(0u, 0u));
+  EXPECT_EQ(m_watch.Calls(Call::kAwaitEnd), 2);
+  EXPECT_EQ(m_watch.OpenInAll(), 0u);
+}
+
+// A connection whose peer never stops sending.
+TEST_F(ReleaseClientsTest, AConnectionThatIsFloodedEndsAtTheNextLook) {
+  EXPECT_EQ(Run(), 1);
+  const LoopbackClient client(m_watch.Port());
+  std::atomic<bool> done{false};
+  std::thread flood([&] {
+    while (!done && client.Send("no end")) continue;
+  });
+  while (m_watch.Calls(Call::kEnumEvents) < 10) std::this_thread::yield();
+  EXPECT_EQ(m_server->Stop(), 1);
+  done = true;
+  flood.join();
+  EXPECT_LE(m_watch.Calls(Call::kLookAgain), 1);
+  EXPECT_THAT(m_watch.Terminations(), IsEmpty());
 }
 
 TEST_F(ReleaseClientsTest, AKilledConnectionLeavesAServerThatRunsAgain) {
@@ -248,7 +280,8 @@ class ConnectionStart : public ServerTest,
 
 TEST_P(ConnectionStart, FailsSilently) {
   m_watch.Fail(GetParam(), EAGAIN);
-  EXPECT_EQ(m_server->AddClient(INVALID_SOCKET, "1.2.3.4:5", 5), 1);
+  kova::UniqueSocket none;
+  EXPECT_EQ(m_server->AddClient(none, "1.2.3.4:5", 5), 1);
   EXPECT_THAT(m_server->Clients(), ElementsAre(Pair("1.2.3.4:5", 5)));
   EXPECT_THAT(m_log.Lines(), IsEmpty());
   EXPECT_EQ(m_watch.OpenInAll(), 0u);

@@ -139,15 +139,15 @@ void WebServerBase::KillAcceptThread() {
   // Windows kills a thread asynchronously; what it uses is closed next.
   ::WaitForSingleObject(m_acceptThread.Get(), kEndMs);
   CloseListener();
+  m_accepted.Reset();
+  Network_ClientThread::FinishStart(*m_clients);
 }
 
-int WebServerBase::AddClient(SOCKET socket, const std::string& address,
-                             uint32_t port) {
-  kova::UniqueSocket owned(socket);
+int WebServerBase::AddClient(kova::UniqueSocket& socket,
+                             const std::string& address, uint32_t port) {
   OnClientConnected(address, port);
   m_addresses.Add(address);
-  m_clients->KeepSocketsAlive();
-  Network_ClientThread::Start(*this, m_clients, std::move(owned), address);
+  Network_ClientThread::Start(*this, m_clients, socket, address);
   return 1;
 }
 

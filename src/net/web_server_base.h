@@ -57,8 +57,9 @@ class WebServerBase {
   void JoinAcceptThread();
 
   // Serves one accepted connection. Called on the accept thread; always
-  // returns 1.
-  int AddClient(SOCKET socket, const std::string& address, uint32_t port);
+  // returns 1. `socket` belongs to the connection afterwards, or is closed.
+  int AddClient(kova::UniqueSocket& socket, const std::string& address,
+                uint32_t port);
 
   // See kova::ClientList.
   [[nodiscard]] bool RegisterClient(Network_ClientThread* worker) {
@@ -127,6 +128,7 @@ class WebServerBase {
   // closes it, so that Stop() never signals a handle that is closed.
   kova::WinsockSession m_winsock;
   kova::UniqueSocket m_listeningSocket;
+  kova::UniqueSocket m_accepted;  // until it belongs to a connection
   kova::UniqueWsaEvent m_networkEvent;
   WSAEVENT m_shutdownEvent = WSA_INVALID_EVENT;
   std::atomic<WSAEVENT> m_shutdownSignal{WSA_INVALID_EVENT};

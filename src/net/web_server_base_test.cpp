@@ -1,14 +1,18 @@
 // Patched: starting and stopping the listening server.
+#include <atomic>
 #include <cerrno>
+#include <thread>
 
 #include "net/server_fixture.h"
 #include "net/test_gate.h"
+#include "test/support/import_patch.h"
 
 namespace {
 
 using kova::UniqueSocket;
 using kova::test::Call;
 using kova::test::Gate;
+using kova::test::ImportPatch;
 using kova::test::kInfoMask;
 using kova::test::kSoonMs;
 using kova::test::LoopbackClient;
@@ -150,7 +154,10 @@ TEST_F(WebServerBaseTest, TheSamePortCanBeListenedOnAgain) {
 class LateAcceptThread : public WebServerBaseTest {
  protected:
   LateAcceptThread() {
-    m_watch.Before(Call::kStartup, [this](uint64_t) { m_gate.Pass(); });
+    m_watch.Before(Call::kStartup, [this](uint64_t) {
+      // The first session is opened by Run() itself.
+      if (m_watch.Calls(Call::kStartup) == 2) m_gate.Pass();
+    });
     m_watch.Fail(Call::kAwaitAnswer, 0);
   }
   ~LateAcceptThread() override { m_gate.Open(); }
@@ -234,6 +241,8 @@ TEST_F(StuckAcceptThread, IsTerminatedAfterOneSecond) {
   EXPECT_FALSE(m_server->IsRunning());
   EXPECT_THAT(m_watch.Terminations(), ElementsAre(kFailedExit));
   EXPECT_EQ(m_watch.ExitCode(0), kFailedExit);
+  // For its end, and, killed, for its being gone.
+  EXPECT_EQ(m_watch.Calls(Call::kAwaitEnd), 2);
   EXPECT_EQ(m_watch.OpenInAll(), 0u);
 }
 
@@ -248,6 +257,180 @@ TEST_F(StuckAcceptThread, LeavesItsPortFree) {
   const LoopbackClient client(port);
   EXPECT_TRUE(m_server->WaitForClients(1));
   EXPECT_EQ(m_server->Stop(), 1);
+}
+
+// An accept thread that is killed while it hands a connection over.
+class KilledInHandover : public WebServerBaseTest {
+ protected:
+  ~KilledInHandover() override { m_gate.Open(); }
+
+  // Kills it before the n-th call of the kind.
+  void KillBefore(Call call, int nth) {
+    m_watch.Before(call, [this, call, nth](uint64_t) {
+      if (m_watch.Calls(call) == nth) m_gate.Pass();
+    });
+    ASSERT_EQ(Run(), 1);
+    m_client = std::make_unique<LoopbackClient>(m_watch.Port());
+    ASSERT_TRUE(m_gate.SomebodyCame());
+    m_watch.Fail(Call::kAwaitEnd, 0);
+    EXPECT_EQ(m_server->Stop(), 0);
+    EXPECT_THAT(m_watch.Terminations(), ElementsAre(kFailedExit));
+  }
+  void ExpectNothingLeft() {
+    EXPECT_EQ(m_client->Receive(), "");
+    EXPECT_TRUE(m_watch.AllThreadsEnd(kSoonMs));
+    EXPECT_EQ(m_watch.OpenInAll(), 0u);
+    // Nobody is waited for at the next stop.
+    const int looks = m_watch.Calls(Call::kLookAgain);
+    EXPECT_EQ(Run(), 1);
+    EXPECT_EQ(m_server->Stop(), 1);
+    EXPECT_EQ(m_watch.Calls(Call::kLookAgain), looks);
+  }
+
+  Gate m_gate;
+  std::unique_ptr<LoopbackClient> m_client;
+};
+
+TEST_F(KilledInHandover, BeforeThereIsAThreadLosesNoRecordAndNoSocket) {
+  KillBefore(Call::kBeginThread, 2);
+  EXPECT_EQ(m_watch.ThreadsBegun(), 1u);
+  ExpectNothingLeft();
+}
+
+TEST_F(KilledInHandover, BeforeTheThreadRunsLetsItRunToItsEnd) {
+  KillBefore(Call::kResumeThread, 1);
+  EXPECT_EQ(m_watch.ThreadsBegun(), 2u);
+  EXPECT_TRUE(m_watch.ThreadEnds(1, kSoonMs));
+  ExpectNothingLeft();
+}
+
+Gate* g_addressGate = nullptr;
+INT WSAAPI WaitAtGate(LPSOCKADDR, DWORD, LPWSAPROTOCOL_INFOW, LPWSTR, LPDWORD) {
+  g_addressGate->Pass();
+  return SOCKET_ERROR;
+}
+
+TEST_F(KilledInHandover, BeforeThereIsARecordClosesTheSocket) {
+  const ImportPatch<decltype(::WSAAddressToStringW)> patch(
+      nullptr, "WSAAddressToStringW", &WaitAtGate);
+  g_addressGate = &m_gate;
+  ASSERT_EQ(Run(), 1);
+  m_client = std::make_unique<LoopbackClient>(m_watch.Port());
+  ASSERT_TRUE(m_gate.SomebodyCame());
+  m_watch.Fail(Call::kAwaitEnd, 0);
+  EXPECT_EQ(m_server->Stop(), 0);
+  EXPECT_THAT(m_watch.Terminations(), ElementsAre(kFailedExit));
+  ExpectNothingLeft();
+}
+
+// What the thread's record still refers to is not freed under its starter.
+TEST_F(WebServerBaseTest, AConnectionThatEndsAtOnceAwaitsItsStarter) {
+  Gate starter;
+  ASSERT_EQ(Run(), 1);
+  static Gate* gate;
+  gate = &starter;
+  using Resume = DWORD WINAPI(HANDLE);
+  static Resume* resume;
+  const ImportPatch<Resume> patch(
+      nullptr, "ResumeThread", +[](HANDLE thread) WINAPI -> DWORD {
+        const DWORD count = resume(thread);
+        gate->Pass();
+        return count;
+      });
+  resume = patch.Original();
+  auto client = std::make_unique<LoopbackClient>(m_watch.Port());
+  ASSERT_TRUE(starter.SomebodyCame());
+  client->Close();
+  EXPECT_FALSE(m_watch.ThreadEnds(1, 100));
+  starter.Open();
+  EXPECT_TRUE(m_watch.ThreadEnds(1, kSoonMs));
+}
+
+struct Seen {
+  std::atomic<int> backlog{0};
+  std::atomic<long> listenerBits{0};
+  std::atomic<int> inheritable{0};
+  std::atomic<int> sockets{0};
+};
+Seen* g_seen = nullptr;
+
+// Notes what the listening server asks of Winsock; everything is real.
+class ListenerCalls : public WebServerBaseTest {
+ protected:
+  ListenerCalls() { g_seen = &m_seen; }
+  ~ListenerCalls() override { g_seen = nullptr; }
+
+  static int WSAAPI Listen(SOCKET socket, int backlog) {
+    g_seen->backlog = backlog;
+    Inspect(socket);
+    return s_listen(socket, backlog);
+  }
+  static int WSAAPI Select(SOCKET socket, WSAEVENT event, long bits) {
+    if (g_seen->listenerBits == 0) g_seen->listenerBits = bits;
+    Inspect(socket);
+    return s_select(socket, event, bits);
+  }
+  static void Inspect(SOCKET socket) {
+    DWORD flags = 0;
+    ++g_seen->sockets;
+    if (!::GetHandleInformation(reinterpret_cast<HANDLE>(socket), &flags) ||
+        (flags & HANDLE_FLAG_INHERIT) != 0) {
+      ++g_seen->inheritable;
+    }
+  }
+
+  Seen m_seen;
+  const ImportPatch<decltype(Listen)> m_listen{nullptr, "listen", &Listen};
+  const ImportPatch<decltype(Select)> m_select{nullptr, "WSAEventSelect",
+                                               &Select};
+  static inline decltype(Listen)* s_listen;
+  static inline decltype(Select)* s_select;
+
+  void SetUp() override {
+    s_listen = m_listen.Original();
+    s_select = m_select.Original();
+  }
+};
+
+TEST_F(ListenerCalls, AskForTheLongestQueueAndForNewcomersAlone) {
+  EXPECT_EQ(Run(), 1);
+  EXPECT_EQ(m_seen.backlog, 0x7FFFFFFF);
+  EXPECT_EQ(m_seen.listenerBits, FD_ACCEPT);
+}
+
+TEST_F(ListenerCalls, KeepEverySocketFromChildPrograms) {
+  EXPECT_EQ(Run(), 1);
+  const LoopbackClient client(m_watch.Port());
+  EXPECT_TRUE(client.Send("x."));
+  EXPECT_NE(client.ReceiveAll(), "");
+  EXPECT_GE(m_seen.sockets, 3);  // listening twice, connected
+  EXPECT_EQ(m_seen.inheritable, 0);
+}
+
+// Run() goes on once it is answered; nothing may be open then.
+TEST_F(WebServerBaseTest, AFailedAcceptThreadCleansUpBeforeItAnswers) {
+  m_watch.Fail(Call::kBind, WSAEADDRINUSE);
+  Gate cleanup;
+  m_watch.Before(Call::kCleanup, [&](uint64_t) { cleanup.Pass(); });
+  std::atomic<bool> answered{false};
+  std::thread runner([&] {
+    EXPECT_EQ(Run(), 1);
+    answered = true;
+  });
+  EXPECT_TRUE(cleanup.SomebodyCame());
+  EXPECT_EQ(m_watch.OpenSockets(), 0u);
+  EXPECT_FALSE(answered);
+  cleanup.Open();
+  runner.join();
+}
+
+TEST_F(WebServerBaseTest, OpensItsLastingSessionBeforeItListens) {
+  EXPECT_EQ(Run(), 1);
+  EXPECT_EQ(m_watch.Calls(Call::kStartup), 2);
+  const LoopbackClient client(m_watch.Port());
+  EXPECT_TRUE(client.Send("x."));
+  EXPECT_NE(client.ReceiveAll(), "");
+  EXPECT_EQ(m_watch.Calls(Call::kStartup), 2);
 }
 
 }  // namespace

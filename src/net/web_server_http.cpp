@@ -9,17 +9,16 @@ namespace {
 // After its last touch of the server the restart thread has only to end.
 constexpr DWORD kThreadEndMs = 1000;
 constexpr DWORD kAskAgainMs = 1000;
-
-HANDLE CreateAutoResetEvent() {
-  return ::CreateEventW(nullptr, FALSE, FALSE, nullptr);
-}
+constexpr int kMostAsked = 60;
+constexpr DWORD kAfterFailedWaitMs = 50;
 
 }  // namespace
 
-WebServerHTTP::WebServerHTTP(ThreadProcedure restartThread) {
+WebServerHTTP::WebServerHTTP(ThreadProcedure restartThread,
+                             HANDLE restartEvent) {
   m_monitor.logger = GetServerLogger();
-  m_monitor.restartEvent.Reset(CreateAutoResetEvent());
-  m_monitor.shutdownEvent.Reset(CreateAutoResetEvent());
+  m_monitor.restartEvent = restartEvent;
+  m_monitor.shutdownEvent.Reset(::CreateEventW(nullptr, FALSE, FALSE, nullptr));
   m_monitor.endedEvent.Reset(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
   m_monitor.modulePin = kova::PinThisModule();
   m_monitor.restartThread.Reset(reinterpret_cast<HANDLE>(::_beginthreadex(
@@ -41,29 +40,36 @@ bool WebServerHTTP::IsRequestComplete(const OTypedArray<char>& received) {
   return HTTPRequest::IsComplete(received.Data(), received.Count());
 }
 
-void WebServerHTTP::JoinRestartThread() {
-  if (!m_monitor.restartThread.IsValid()) return;
-  // Asked again and again: a signal that the system refused would otherwise
-  // leave the host waiting for ever.
-  while (!AwaitRestartThread()) {
+bool WebServerHTTP::JoinRestartThread() {
+  if (!m_monitor.restartThread.IsValid()) return true;
+  DWORD woken = AwaitRestartThread();
+  // A signal that the system refused would otherwise leave the host waiting
+  // for ever, and so would a wait that fails.
+  for (int asked = 1; woken > WAIT_OBJECT_0 + 1; ++asked) {
+    if (asked == kMostAsked) return false;
+    if (woken == WAIT_FAILED) ::Sleep(kAfterFailedWaitMs);
     if (m_monitor.shutdownEvent.IsValid()) {
       ::SetEvent(m_monitor.shutdownEvent.Get());
     }
+    woken = AwaitRestartThread();
   }
-  ::WaitForSingleObject(m_monitor.restartThread.Get(), kThreadEndMs);
+  // A thread with a reference to the library may end when it can. Behind the
+  // threads of thousands of connections it would keep the host waiting.
+  if (m_monitor.modulePin == nullptr) {
+    ::WaitForSingleObject(m_monitor.restartThread.Get(), kThreadEndMs);
+  }
   m_monitor.restartThread.Reset();
+  return true;
 }
 
-// Whether the restart thread has stopped touching this object; waits for it for
-// a while. A host that stops the server while it holds the loader's lock would
-// wait for ever for the thread itself; hence the event beside it. A thread that
-// was killed with the rest of its process never sets the event; hence the
-// thread beside it.
-bool WebServerHTTP::AwaitRestartThread() const {
+// What the wait gave: WAIT_OBJECT_0 or the next number once the restart thread
+// has stopped touching this object. A host that stops the server while it holds
+// the loader's lock would wait in vain for the thread itself; hence the event
+// beside it. A thread that was killed with the rest of its process never sets
+// the event; hence the thread beside it.
+DWORD WebServerHTTP::AwaitRestartThread() const {
   const HANDLE either[] = {m_monitor.restartThread.Get(),
                            m_monitor.endedEvent.Get()};
   const DWORD count = m_monitor.endedEvent.IsValid() ? 2 : 1;
-  const DWORD woken =
-      ::WaitForMultipleObjects(count, either, FALSE, kAskAgainMs);
-  return woken == WAIT_OBJECT_0 || woken == WAIT_OBJECT_0 + 1;
+  return ::WaitForMultipleObjects(count, either, FALSE, kAskAgainMs);
 }

@@ -16,7 +16,7 @@ struct NetworkMonitorState {
   std::wstring computerName;  // as at the last start
   uint32_t port = 6161;       // as at the last start with TCP enabled
   std::shared_ptr<tk::Logger> logger;
-  kova::UniqueKernelHandle restartEvent;   // auto-reset
+  HANDLE restartEvent = nullptr;           // auto-reset; not owned
   kova::UniqueKernelHandle shutdownEvent;  // auto-reset
   kova::UniqueKernelHandle restartThread;
   unsigned restartThreadId = 0;
@@ -24,7 +24,8 @@ struct NetworkMonitorState {
 
   // Set by the restart thread as the last thing it does with this object.
   kova::UniqueKernelHandle endedEvent;  // manual-reset
-  // Ends the restart thread even where it has no shutdown event to wait for.
+  // Set when a stop begins: no restart listens again from here on, and the
+  // restart thread ends even where it has no shutdown event to wait for.
   std::atomic<bool> ending{false};
   HMODULE modulePin = nullptr;  // the restart thread's; its last call drops it
 };
@@ -34,9 +35,11 @@ class WebServerHTTP : public WebServerBase {
   // A thread procedure as _beginthreadex takes it.
   using ThreadProcedure = unsigned(__stdcall*)(void*);
 
-  // Makes the monitor's events and starts the restart thread, which runs
-  // `restartThread` with this object as its argument.
-  explicit WebServerHTTP(ThreadProcedure restartThread);
+  // Makes the monitor's other events and starts the restart thread, which runs
+  // `restartThread` with this object as its argument. `restartEvent` is an
+  // auto-reset event, unsignalled, that outlives this object; null where the
+  // system had none.
+  WebServerHTTP(ThreadProcedure restartThread, HANDLE restartEvent);
   ~WebServerHTTP() override;
 
   int OnClientConnected(const std::string& address, uint32_t port) override;
@@ -45,12 +48,14 @@ class WebServerHTTP : public WebServerBase {
 
   NetworkMonitorState& Monitor() { return m_monitor; }
 
-  // Tells the restart thread to end and waits until it no longer touches this
-  // object. Returns at once if there is no such thread.
-  void JoinRestartThread();
+  // Waits until the restart thread, which has been told to end, no longer
+  // touches this object; tells it again every second. Returns true, at once if
+  // there is no such thread; false after about a minute, in which a restart
+  // under way has long come to its end: this object must then not be destroyed.
+  [[nodiscard]] bool JoinRestartThread();
 
  private:
-  [[nodiscard]] bool AwaitRestartThread() const;
+  [[nodiscard]] DWORD AwaitRestartThread() const;
 
   NetworkMonitorState m_monitor;
 };

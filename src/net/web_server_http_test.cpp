@@ -2,18 +2,20 @@
 #include "net/web_server_http.h"
 
 #include "net/server_fixture.h"
+#include "test/support/import_patch.h"
 
 namespace {
 
+using kova::UniqueKernelHandle;
 using kova::test::Call;
 using kova::test::CallWatch;
+using kova::test::ImportPatch;
 using kova::test::kSoonMs;
 
 // Ends when told to, or at the restart event, as a monitor's thread would.
 unsigned __stdcall RestartThread(void* server) {
   NetworkMonitorState& monitor = static_cast<WebServerHTTP*>(server)->Monitor();
-  const HANDLE events[] = {monitor.shutdownEvent.Get(),
-                           monitor.restartEvent.Get()};
+  const HANDLE events[] = {monitor.shutdownEvent.Get(), monitor.restartEvent};
   const DWORD woken = ::WaitForMultipleObjects(2, events, FALSE, kSoonMs);
   ::SetEvent(monitor.endedEvent.Get());
   return woken;
@@ -30,12 +32,14 @@ class WebServerHTTPTest : public testing::Test {
   ~WebServerHTTPTest() override {
     if (m_server == nullptr) return;
     ::SetEvent(m_server->Monitor().shutdownEvent.Get());
-    m_server->JoinRestartThread();
+    EXPECT_TRUE(m_server->JoinRestartThread());
   }
 
   CallWatch m_watch;
+  const UniqueKernelHandle m_restart{
+      ::CreateEventW(nullptr, FALSE, FALSE, nullptr)};
   std::unique_ptr<WebServerHTTP> m_server =
-      std::make_unique<WebServerHTTP>(&RestartThread);
+      std::make_unique<WebServerHTTP>(&RestartThread, m_restart.Get());
 };
 
 TEST_F(WebServerHTTPTest, StartsItsRestartThreadWithItself) {
@@ -50,29 +54,62 @@ TEST_F(WebServerHTTPTest, StartsItsRestartThreadWithItself) {
 
 TEST_F(WebServerHTTPTest, JoinsItsRestartThread) {
   ::SetEvent(m_server->Monitor().shutdownEvent.Get());
-  m_server->JoinRestartThread();
-  EXPECT_TRUE(m_watch.ThreadEnds(0, 0));
-  EXPECT_EQ(m_watch.ExitCode(0), WAIT_OBJECT_0);
+  EXPECT_TRUE(m_server->JoinRestartThread());
   EXPECT_FALSE(m_server->Monitor().restartThread.IsValid());
-  m_server->JoinRestartThread();
+  EXPECT_TRUE(m_server->JoinRestartThread());
+  EXPECT_TRUE(m_watch.ThreadEnds(0, kSoonMs));
+  EXPECT_EQ(m_watch.ExitCode(0), WAIT_OBJECT_0);
   EXPECT_EQ(m_watch.OpenHandles(), 0u);
 }
 
-TEST_F(WebServerHTTPTest, ItsEventsAreUnsignalledAndResetThemselves) {
+// A thread that has a reference to the library ends when it can.
+TEST_F(WebServerHTTPTest, WaitsForTheLastTouchOfItsRestartThreadAlone) {
+  ::SetEvent(m_server->Monitor().shutdownEvent.Get());
+  EXPECT_TRUE(m_server->JoinRestartThread());
+  EXPECT_EQ(m_watch.Calls(Call::kAwaitEnd), 0);
+}
+
+BOOL WINAPI RefuseModule(DWORD, LPCWSTR, HMODULE*) { return FALSE; }
+
+TEST_F(WebServerHTTPTest, WaitsForTheEndOfAThreadWithoutAReference) {
+  const ImportPatch<decltype(GetModuleHandleExW)> patch(
+      nullptr, "GetModuleHandleExW", &RefuseModule);
+  WebServerHTTP server(&RestartThread, nullptr);
+  ::SetEvent(server.Monitor().shutdownEvent.Get());
+  EXPECT_TRUE(server.JoinRestartThread());
+  EXPECT_EQ(m_watch.Calls(Call::kAwaitEnd), 1);
+}
+
+DWORD WINAPI FailToWait(DWORD, const HANDLE*, WINBOOL, DWORD) {
+  return WAIT_FAILED;
+}
+void WINAPI DoNotSleep(DWORD) {}
+
+TEST_F(WebServerHTTPTest, GivesUpJoiningWhereTheWaitFailsForEver) {
+  {
+    const ImportPatch<decltype(WaitForMultipleObjects)> wait(
+        nullptr, "WaitForMultipleObjects", &FailToWait);
+    const ImportPatch<decltype(Sleep)> sleep(nullptr, "Sleep", &DoNotSleep);
+    EXPECT_FALSE(m_server->JoinRestartThread());
+  }
+  EXPECT_TRUE(m_server->Monitor().restartThread.IsValid());
+}
+
+TEST_F(WebServerHTTPTest, TakesTheRestartEventThatItIsGiven) {
   NetworkMonitorState& monitor = m_server->Monitor();
-  ::SetEvent(monitor.restartEvent.Get());
+  EXPECT_EQ(monitor.restartEvent, m_restart.Get());
+  ::SetEvent(monitor.restartEvent);
   EXPECT_TRUE(m_watch.ThreadEnds(0, kSoonMs));
   EXPECT_EQ(m_watch.ExitCode(0), WAIT_OBJECT_0 + 1);
-  EXPECT_EQ(::WaitForSingleObject(monitor.restartEvent.Get(), 0), WAIT_TIMEOUT);
   EXPECT_EQ(::WaitForSingleObject(monitor.shutdownEvent.Get(), 0),
             WAIT_TIMEOUT);
 }
 
 TEST_F(WebServerHTTPTest, LivesWithoutARestartThread) {
   m_watch.Fail(Call::kBeginThread, EAGAIN);
-  WebServerHTTP server(&RestartThread);
+  WebServerHTTP server(&RestartThread, nullptr);
   EXPECT_FALSE(server.Monitor().restartThread.IsValid());
-  server.JoinRestartThread();
+  EXPECT_TRUE(server.JoinRestartThread());
 }
 
 TEST_F(WebServerHTTPTest, IgnoresClientsAndResponses) {

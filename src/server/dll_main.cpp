@@ -3,6 +3,7 @@
 #include "crash/crash_utility.h"
 #include "dispatch/extension_cache.h"
 #include "server/network_monitor.h"
+#include "server/server_object.h"
 
 namespace {
 
@@ -21,6 +22,7 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE /*instance*/, DWORD reason,
       kova::CreateExtensionCache(&Restart);
       break;
     case DLL_PROCESS_DETACH:
+      kova::ServerObject::CloseRestartEvent();
       kova::DestroyExtensionCache();
       CrashUtility::CloseDumpMutex();
       break;

@@ -24,9 +24,6 @@ unsigned Start(void*) {
 
 unsigned Stop(void*) {
   LogLine(LogChannel::DetailInfoH, "_StopKOVAServer") << L"Enter";
-  WebServerHTTP* const server = ServerObject::Get();
-  if (server == nullptr) return 0;
-  server->Stop();
   ServerObject::Destroy();
   return 0;
 }

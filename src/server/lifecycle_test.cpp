@@ -102,6 +102,29 @@ TEST_F(LifecycleTest, AStartAfterAStopBuildsAFreshServer) {
   EXPECT_NE(ServerObject::Get()->Monitor().restartThreadId, first);
 }
 
+// The order is part of the contract: a restart that begins now must not listen.
+std::atomic<int> g_runningWhenSet;
+BOOL WINAPI NoteRunning(HANDLE event) {
+  WebServerHTTP* const server = ServerObject::Get();
+  if (server != nullptr && event == server->Monitor().shutdownEvent.Get()) {
+    g_runningWhenSet = server->IsRunning() ? 1 : 0;
+  }
+  using Set = BOOL(WINAPI*)(HANDLE);
+  static const auto real = reinterpret_cast<Set>(reinterpret_cast<void*>(
+      ::GetProcAddress(::GetModuleHandleW(L"kernel32.dll"), "SetEvent")));
+  return real(event);
+}
+
+TEST_F(LifecycleTest, StopsTheListenerBeforeItEndsTheRestartThread) {
+  StartKOVAServer();
+  ASSERT_TRUE(ServerObject::Get()->IsRunning());
+  g_runningWhenSet = -1;
+  const ImportPatch<decltype(::SetEvent)> patch(nullptr, "SetEvent",
+                                                &NoteRunning);
+  StopKOVAServer();
+  EXPECT_EQ(g_runningWhenSet, 0);
+}
+
 TEST_F(LifecycleTest, StopEndsTheConnectionsThatAreOpen) {
   StartKOVAServer();
   test::TestClient idle(m_port);

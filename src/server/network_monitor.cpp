@@ -26,8 +26,7 @@ enum class Woken { kRestart, kShutdown, kErrant };
 
 // The handles are read afresh at every wait.
 Woken WaitForRequest(const NetworkMonitorState& monitor) {
-  const HANDLE events[] = {monitor.restartEvent.Get(),
-                           monitor.shutdownEvent.Get()};
+  const HANDLE events[] = {monitor.restartEvent, monitor.shutdownEvent.Get()};
   switch (::WaitForMultipleObjects(2, events, FALSE, INFINITE)) {
     case WAIT_OBJECT_0:
       return Woken::kRestart;
@@ -86,7 +85,8 @@ void NetworkMonitor::ServerRestart(WebServerHTTP& server) {
   LogLine(monitor.logger, LogChannel::Info, "NetworkMonitor::ServerRestart")
       << L"Restarting KOVA server...";
   server.Stop();
-  StartServer(server);
+  // A stop that has begun meanwhile is not kept waiting for a listener.
+  if (!monitor.ending) StartServer(server);
 }
 
 unsigned __stdcall NetworkMonitor::_RestartServerThread(void* server) {

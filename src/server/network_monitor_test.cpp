@@ -60,11 +60,7 @@ class NetworkMonitorTest : public testing::Test {
   }
   ~NetworkMonitorTest() override { End(); }
 
-  void End() {
-    if (ServerObject::Get() == nullptr) return;
-    ServerObject::Get()->Stop();
-    ServerObject::Destroy();
-  }
+  void End() { ServerObject::Destroy(); }
 
   WebServerHTTP& Server() { return *ServerObject::Create(); }
 
@@ -130,6 +126,27 @@ TEST_F(BoundToAnyPortTest, KeepsTheComputerNameOfTheStart) {
   EXPECT_EQ(Server().Monitor().computerName, name);
 }
 
+const wchar_t* g_computerName;
+BOOL WINAPI GiveComputerName(LPWSTR buffer, LPDWORD units) {
+  *units = static_cast<DWORD>(std::wcslen(g_computerName));
+  std::wcscpy(buffer, g_computerName);
+  return TRUE;
+}
+
+TEST_F(BoundToAnyPortTest, AsksForTheComputerNameAtEveryStart) {
+  const ImportPatch<decltype(::GetComputerNameW)> patch(
+      nullptr, "GetComputerNameW", &GiveComputerName);
+  for (const wchar_t* name : {L"KOVATESTFIRST", L"KOVATESTSECOND"}) {
+    g_computerName = name;
+    NetworkMonitor::StartServer(Server());
+    EXPECT_EQ(Server().Monitor().computerName, name);
+    Server().Stop();
+    const std::wstring key =
+        std::wstring(L"SOFTWARE\\Corvane Tessaly\\Drivers\\Network\\@") + name;
+    EXPECT_EQ(::RegDeleteKeyW(HKEY_LOCAL_MACHINE, key.c_str()), ERROR_SUCCESS);
+  }
+}
+
 TEST_F(BoundToAnyPortTest, DoesNotWriteAgainWhileItRuns) {
   NetworkMonitor::StartServer(Server());
   m_values.Delete(kNetworkBidirectional);
@@ -186,6 +203,18 @@ TEST_F(NetworkMonitorTest, ARestartStopsWhatTheSettingsSwitchedOff) {
   EXPECT_TRUE(Server().IsRunning());
 }
 
+TEST_F(NetworkMonitorTest, ARestartDoesNotListenAgainOnceAStopHasBegun) {
+  m_values.SetPort(test::FreePort());
+  NetworkMonitor::StartServer(Server());
+  Server().Monitor().ending = true;
+  m_log.Take();
+  NetworkMonitor::ServerRestart(Server());
+  EXPECT_FALSE(Server().IsRunning());
+  EXPECT_THAT(m_log.Lines(),
+              ElementsAre(L"Info NetworkMonitor::ServerRestart: Restarting "
+                          L"KOVA server..."));
+}
+
 TEST_F(NetworkMonitorTest, FoldsSignalsThatComeTogether) {
   m_values.SetByte(kTcpEnabled, 0);
   constexpr wchar_t kTriggered[] =
@@ -209,6 +238,45 @@ TEST_F(NetworkMonitorTest, FoldsSignalsThatComeTogether) {
 TEST_F(NetworkMonitorTest, SignalsNobodyWithoutAServer) {
   EXPECT_FALSE(NetworkMonitor::SignalRestart());
   EXPECT_THAT(m_log.Lines(), ElementsAre());
+}
+
+TEST_F(NetworkMonitorTest, ForgetsWhatWasAskedOfAnEarlierServer) {
+  const HANDLE restart = Server().Monitor().restartEvent;
+  End();
+  ::SetEvent(restart);
+  EXPECT_EQ(Server().Monitor().restartEvent, restart);
+  EXPECT_EQ(::WaitForSingleObject(restart, 0), WAIT_TIMEOUT);
+  End();
+  EXPECT_THAT(m_log.Lines(), testing::Not(testing::Contains(testing::HasSubstr(
+                                 L"restart event triggered"))));
+}
+
+// A connection that had to be terminated in the middle of it.
+HANDLE g_inSetEvent;
+BOOL WINAPI NeverSet(HANDLE) {
+  ::SignalObjectAndWait(g_inSetEvent, ::GetCurrentThread(), INFINITE, FALSE);
+  return FALSE;
+}
+
+TEST_F(NetworkMonitorTest, AThreadKilledWhileItSignalsHoldsUpNobody) {
+  Server();
+  const UniqueKernelHandle came(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  g_inSetEvent = came.Get();
+  {
+    const ImportPatch<decltype(::SetEvent)> patch(nullptr, "SetEvent",
+                                                  &NeverSet);
+    const UniqueKernelHandle asker(::CreateThread(
+        nullptr, 0,
+        [](void*) -> DWORD { return NetworkMonitor::SignalRestart(); }, nullptr,
+        0, nullptr));
+    ASSERT_EQ(::WaitForSingleObject(came.Get(), kPatienceMs), WAIT_OBJECT_0);
+    ::TerminateThread(asker.Get(), 0);
+    ASSERT_EQ(::WaitForSingleObject(asker.Get(), kPatienceMs), WAIT_OBJECT_0);
+  }
+  End();
+  EXPECT_EQ(ServerObject::Get(), nullptr);
+  Server();
+  EXPECT_TRUE(NetworkMonitor::SignalRestart());
 }
 
 TEST_F(NetworkMonitorTest, LogsTheEndOfTheRestartThread) {
@@ -272,6 +340,7 @@ HANDLE WINAPI CreateNoEvent(LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR) {
 }
 
 TEST_F(NetworkMonitorTest, EndsAlsoWithoutItsEvents) {
+  ServerObject::CloseRestartEvent();
   {
     const ImportPatch<decltype(::CreateEventW)> patch(nullptr, "CreateEventW",
                                                       &CreateNoEvent);

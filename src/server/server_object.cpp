@@ -1,23 +1,28 @@
 #include "server/server_object.h"
 
-#include <memory>
+#include <atomic>
 #include <new>
-#include <utility>
 
 #include "server/network_monitor.h"
 
 namespace kova {
 namespace {
 
-// Written under the lock, exclusively; an extension's thread that asks for a
-// restart holds it shared, so that the server is not destroyed under it.
-SRWLOCK g_lock = SRWLOCK_INIT;
-WebServerHTTP* g_server = nullptr;
+constinit std::atomic<WebServerHTTP*> g_server = nullptr;
 
-void Publish(WebServerHTTP* server) {
-  ::AcquireSRWLockExclusive(&g_lock);
-  g_server = server;
-  ::ReleaseSRWLockExclusive(&g_lock);
+// Made for the first server and kept for all that follow: an extension's thread
+// may be about to signal it while a server goes, and must neither wait for that
+// nor signal a handle that is closed.
+constinit std::atomic<HANDLE> g_restartEvent = nullptr;
+
+// Unsignalled; what was asked of an earlier server is forgotten.
+HANDLE FreshRestartEvent() {
+  if (g_restartEvent == nullptr) {
+    g_restartEvent = ::CreateEventW(nullptr, FALSE, FALSE, nullptr);
+  } else {
+    ::ResetEvent(g_restartEvent);
+  }
+  return g_restartEvent;
 }
 
 }  // namespace
@@ -26,33 +31,36 @@ WebServerHTTP* ServerObject::Get() { return g_server; }
 
 WebServerHTTP* ServerObject::Create() {
   if (g_server != nullptr) return g_server;
-  auto* const server =
-      new (std::nothrow) WebServerHTTP(&NetworkMonitor::_RestartServerThread);
-  if (server != nullptr) Publish(server);
-  return server;
+  g_server = new (std::nothrow)
+      WebServerHTTP(&NetworkMonitor::_RestartServerThread, FreshRestartEvent());
+  return g_server;
 }
 
 void ServerObject::Destroy() {
-  const std::unique_ptr<WebServerHTTP> server(g_server);
+  WebServerHTTP* const server = g_server;
+  if (server == nullptr) return;
   NetworkMonitorState& monitor = server->Monitor();
   monitor.ending = true;
+  server->Stop();
   if (monitor.shutdownEvent.IsValid()) ::SetEvent(monitor.shutdownEvent.Get());
-  // From here on requests for a restart find no server, so that they cannot
-  // hold up the end of the restart thread.
-  Publish(nullptr);
-  server->JoinRestartThread();
+  g_server = nullptr;
+  const bool isJoined = server->JoinRestartThread();
+  // A restart that was past the point where it looks may have listened again.
   server->Stop();
   server->JoinAcceptThread();
+  // What a thread may still touch is better lost than freed.
+  if (isJoined) delete server;
 }
 
 BOOL ServerObject::SignalRestart() {
-  ::AcquireSRWLockShared(&g_lock);
-  BOOL result = FALSE;
-  if (g_server != nullptr && g_server->Monitor().restartEvent.IsValid()) {
-    result = ::SetEvent(g_server->Monitor().restartEvent.Get());
-  }
-  ::ReleaseSRWLockShared(&g_lock);
-  return result;
+  const HANDLE restart = g_restartEvent;
+  if (g_server == nullptr || restart == nullptr) return FALSE;
+  return ::SetEvent(restart);
+}
+
+void ServerObject::CloseRestartEvent() {
+  const HANDLE restart = g_restartEvent.exchange(nullptr);
+  if (restart != nullptr) ::CloseHandle(restart);
 }
 
 }  // namespace kova

@@ -8,7 +8,8 @@ namespace kova {
 
 // Holds at most one server. Create() and Destroy() are called by the exports
 // alone, which the host does not call concurrently; SignalRestart() may be
-// called at any time, from any thread.
+// called at any time, from any thread, and takes no lock: a thread that is
+// killed in it holds up nobody.
 class ServerObject {
  public:
   ServerObject() = delete;
@@ -20,14 +21,17 @@ class ServerObject {
   // where memory runs out.
   static WebServerHTTP* Create();
 
-  // Ends the restart thread, stops a listener that a restart in flight has
-  // made run again, and destroys the server.
+  // Stops the server, ends its restart thread, and destroys it. Nothing listens
+  // afterwards, nor does a restart that was under way. Does nothing while there
+  // is no server.
   static void Destroy();
 
-  // Sets the restart event of the server, if there is one; what SetEvent
-  // returned, else 0. Waits for nothing but the moment in which Destroy()
-  // takes the server away.
+  // Sets the restart event if there is a server and an event; what SetEvent
+  // returned, else 0.
   static BOOL SignalRestart();
+
+  // Gives the restart event back. Called when the library is unloaded.
+  static void CloseRestartEvent();
 };
 
 }  // namespace kova

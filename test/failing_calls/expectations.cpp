@@ -66,6 +66,7 @@ const std::vector<FailingFunction>& FailingFunctions() {
       {"ResetEvent", kFalse, ERROR_INVALID_HANDLE, "N", {}},
       {"ResumeThread", 0xFFFFFFFF, ERROR_INVALID_HANDLE, "N", {}},
       {"SetEvent", kFalse, ERROR_INVALID_HANDLE, "", {kNoStart}, 1},
+      {"SetHandleInformation", kFalse, ERROR_INVALID_HANDLE, "", {}},
       {"SetThreadStackGuarantee", kFalse, ERROR_INVALID_PARAMETER, "", {}},
       {"WaitForMultipleObjects",
        kWaitFailed,
