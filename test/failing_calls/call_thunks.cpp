@@ -120,7 +120,10 @@ bool CallThunks::HasFailed() const {
 }
 
 void CallThunks::LetAllSucceed() {
-  for (const auto& import : m_imports) import->failingCall = 0;
+  for (const auto& import : m_imports) {
+    import->failingCall = 0;
+    import->failed = false;
+  }
 }
 
 std::vector<std::string> ImportNames(HMODULE module) {

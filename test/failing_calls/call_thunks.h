@@ -43,7 +43,7 @@ class CallThunks {
   [[nodiscard]] uint32_t Calls(const std::string& function) const;
   // Whether the call that was to fail has come.
   [[nodiscard]] bool HasFailed() const;
-  // From now on no call fails.
+  // From now on no call fails, and none has.
   void LetAllSucceed();
 
   struct Import;

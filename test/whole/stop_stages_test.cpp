@@ -16,6 +16,7 @@ using kova::test::ExtensionGate;
 using kova::test::kClientPatienceMs;
 using kova::test::RoutingFixture;
 using kova::test::TestClient;
+using kova::test::WaitForThreads;
 
 // A connection that is told to end ends at once; a release looks for it every
 // 100 ms, and ends by force after 5000 ms.
@@ -136,7 +137,7 @@ TEST_F(StopStagesTest, AllAtOnceAndOftenLeaveNothingBehind) {
     }
     if (round + 1 < rounds) m_server.Start();
   }
-  EXPECT_EQ(CountThreads(), threads);
+  EXPECT_TRUE(WaitForThreads(threads, kClientPatienceMs));
   EXPECT_LE(CountHandles(), handles + kHandleSlack);
   ExpectServesAgain();
 }
