@@ -1,12 +1,65 @@
 #include "registry/driver_location.h"
 
 #include <cwchar>
+#include <memory>
+#include <new>
+#include <string_view>
 
+#include "base/ascii.h"
 #include "base/handles.h"
 
 namespace {
 
 constexpr size_t kPackageCharacters = 2048;
+
+// The level that names the connections without asking their servers.
+constexpr DWORD kLevel = 4;
+constexpr DWORD kPrinters = PRINTER_ENUM_LOCAL | PRINTER_ENUM_CONNECTIONS;
+// Printers may be added between two calls, but not for ever.
+constexpr int kMostAttempts = 4;
+
+// The spooler would look for a printer of such a name on another machine.
+bool SpeaksOfAnotherMachine(std::wstring_view printerName) {
+  return printerName.find(L'\\') != printerName.npos ||
+         printerName.starts_with(L"//") ||
+         printerName.find(L"://") != printerName.npos;
+}
+
+bool HasName(const BYTE* list, DWORD count, std::wstring_view printerName) {
+  const auto* const printers = reinterpret_cast<const PRINTER_INFO_4W*>(list);
+  for (DWORD i = 0; i < count; ++i) {
+    const wchar_t* const name = printers[i].pPrinterName;
+    if (name != nullptr && kova::EqualsNoCase(name, printerName)) return true;
+  }
+  return false;
+}
+
+// Whether this machine's spooler lists the printer under exactly that name.
+// Where it does not tell, it does not.
+bool IsListedHere(std::wstring_view printerName) {
+  std::unique_ptr<BYTE[]> list;
+  DWORD sizeBytes = 0;
+  for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
+    DWORD neededBytes = 0;
+    DWORD count = 0;
+    if (::EnumPrintersW(kPrinters, nullptr, kLevel, list.get(), sizeBytes,
+                        &neededBytes, &count)) {
+      return HasName(list.get(), count, printerName);
+    }
+    if (neededBytes <= sizeBytes) return false;
+    sizeBytes = neededBytes;
+    list.reset(new (std::nothrow) BYTE[sizeBytes]);
+    if (list == nullptr) return false;
+  }
+  return false;
+}
+
+// Deliberate: a client names the printer, and the printer's machine names the
+// library that is loaded here. Who could name any machine could have his own
+// library loaded; so only machines that this one has a printer of will do.
+bool MayBeOpened(std::wstring_view printerName) {
+  return !SpeaksOfAnotherMachine(printerName) || IsListedHere(printerName);
+}
 
 kova::UniquePrinter OpenToUse(const wchar_t* printerName) {
   PRINTER_DEFAULTSW defaults = {};
@@ -44,7 +97,7 @@ std::wstring GetV3PrintMonitorDllFullPath(const wchar_t* printerName) {
 
 std::wstring GetDriverPackagePath(const wchar_t* printerName) {
   // A null name would open the print server itself.
-  if (printerName == nullptr) return {};
+  if (printerName == nullptr || !MayBeOpened(printerName)) return {};
   const kova::UniquePrinter printer = OpenToUse(printerName);
   return printer.IsValid() ? ReadPackage(printer.Get()) : std::wstring();
 }

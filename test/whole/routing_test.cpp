@@ -2,12 +2,15 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <cwchar>
 #include <vector>
 
+#include "test/support/import_patch.h"
 #include "test/whole/routing_fixture.h"
 
 namespace {
 
+using kova::test::ImportPatch;
 using kova::test::RoutingFixture;
 using kova::test::TestClient;
 using testing::ElementsAre;
@@ -74,6 +77,28 @@ TEST_F(RoutingTest, WhatCannotBeRoutedIsABadRequest) {
                    "keep-alive");
   ExpectBadRequest("GET /kova HTTP/1.1\r\nConnection: close\r\n\r\n", "close");
   EXPECT_EQ(m_extension.Trace(), "");
+}
+
+BOOL WINAPI OpenNoPrinter(LPWSTR name, HANDLE*, PRINTER_DEFAULTSW*) {
+  ADD_FAILURE() << "opened a name of " << std::wcslen(name) << " characters";
+  return FALSE;
+}
+
+// A machine that a client names must not decide what is loaded here.
+TEST_F(RoutingTest, APrinterOfAMachineNobodyConnectedToIsNeverOpened) {
+  const ImportPatch<decltype(::OpenPrinterW)> patch(
+      m_server.Module(), "OpenPrinterW", &OpenNoPrinter);
+  ExpectBadRequest("GET /?printer=%5C%5Cevil%5Cqueue HTTP/1.1\r\n\r\n");
+  EXPECT_THAT(
+      DispatchLines(),
+      ElementsAre(
+          L"Error WebServerInterface::GetV3WebServerInterface: "
+          L"GetV3PrintMonitorDllFullPath failed for printer "
+          L"\"\\\\evil\\queue\"",
+          L"Error Network_ClientThread::ParseRequest: GetV3WebServerInterface "
+          L"failed for: \"\\\\evil\\queue\"",
+          L"DetailInfo Network_ClientThread::ParseRequest: Responding with "
+          L"HTTP_BAD_REQUEST"));
 }
 
 TEST_F(RoutingTest, FailingAnswersAreBadRequestsAndReleased) {
