@@ -106,17 +106,17 @@ void OString::Assign(const wchar_t* text, size_t most) {
 }
 
 // A record that others share keeps its texts; this handle needs none of them.
+// It gets a new record when that has its text, so that whatever throws leaves
+// no half-made one, in a constructor either.
 template <typename Unit>
 void OString::AssignView(std::basic_string_view<Unit> text) {
-  if (m_record == nullptr) {
-    m_record = new StringRecord;
-  } else if (m_record->IsShared()) {
-    OString fresh(new StringRecord(m_record->Capacity(), CodePage()));
-    fresh.m_record->Set(text);
-    *this = std::move(fresh);
+  if (m_record != nullptr && !m_record->IsShared()) {
+    m_record->Set(text);
     return;
   }
-  m_record->Set(text);
+  OString fresh(new StringRecord(Capacity(), CodePage()));
+  fresh.m_record->Set(text);
+  *this = std::move(fresh);
 }
 
 template void OString::AssignView(std::string_view text);

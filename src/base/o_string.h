@@ -33,7 +33,8 @@ class StringRecord;
 // thread reads or changes a text that shares its record. Handles that share a
 // record may be copied and released on different threads at once.
 //
-// Where memory runs out std::bad_alloc passes through.
+// Where memory runs out std::bad_alloc passes through, and the text is what it
+// was before.
 class OString {
  public:
   OString() = default;
@@ -114,7 +115,7 @@ class OString {
   // Replaces every occurrence of `find`, from the start on and without
   // overlap, and returns how many there were. Empty `find`, or one equal to
   // `replacement`, changes nothing and gives 0. Works on the wide form when
-  // this string or an argument prefers it.
+  // this string is handled wide together with either argument.
   int32_t Replace(const OString& find, const OString& replacement);
 
   // -1, 0 or 1 as this text is smaller, equal or greater. Units of the wide
@@ -162,6 +163,11 @@ class OString {
 
   kova::StringRecord* m_record = nullptr;
 };
+
+template <>
+std::string_view OString::View<char>() const;
+template <>
+std::wstring_view OString::View<wchar_t>() const;
 
 // A new string: `left` with `right` appended.
 [[nodiscard]] OString operator+(OString left, const OString& right);

@@ -49,13 +49,13 @@ void OStringArray::Split(const OString& source, const char* separator) {
   SetSize(0);
   if (text.IsEmpty()) return;
   const OString mark(separator);
-  if (mark.IsEmpty()) {
+  const int32_t markLength = static_cast<int32_t>(
+      text.PrefersWide() ? mark.WideView().size() : mark.NarrowView().size());
+  if (markLength == 0) {
     Append(text);
     return;
   }
   const int32_t length = text.Length();
-  const int32_t markLength = static_cast<int32_t>(
-      text.PrefersWide() ? mark.WideView().size() : mark.NarrowView().size());
   int32_t from = 0;
   for (int32_t at = text.Find(mark); at >= 0; at = text.Find(mark, from)) {
     Append(text.Mid(from, at - from));

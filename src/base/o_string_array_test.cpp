@@ -1,10 +1,12 @@
-// Unit: the array of strings.
+// Patched: the array of strings; a conversion of Windows is replaced.
 #include "base/o_string_array.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
+
+#include "test/support/import_patch.h"
 
 namespace {
 
@@ -145,6 +147,21 @@ TEST(OStringArraySplitTest, GivesThePiecesTheCodePageOfTheSource) {
   EXPECT_EQ(strings[0].CodePage(), 1208u);
   EXPECT_STREQ(strings[0].Narrow(), "\xE2\x82\xAC");
   EXPECT_EQ(strings[1].CodePage(), 1208u);
+}
+
+int WINAPI ConvertNothing(UINT, DWORD, const char*, int, wchar_t*, int) {
+  return 0;
+}
+
+TEST(OStringArraySplitTest, ASeparatorThatDoesNotConvertIsNone) {
+  const kova::test::ImportPatch<int WINAPI(UINT, DWORD, const char*, int,
+                                           wchar_t*, int)>
+      patch(nullptr, "MultiByteToWideChar", &ConvertNothing);
+  OStringArray strings;
+  const OString source = OString::FromUtf8("a,b");
+  strings.Split(source, ",");
+  ASSERT_EQ(strings.Count(), 1);
+  EXPECT_TRUE(strings[0].SharesRecordWith(source));
 }
 
 TEST(OStringArraySplitTest, SplitsManyPieces) {

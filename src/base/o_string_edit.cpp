@@ -65,7 +65,7 @@ int32_t OString::Replace(const OString& find, const OString& replacement) {
   // Arguments may be this very string, or share its record.
   const OString sought(find);
   const OString fresh(replacement);
-  if (PrefersWide() || sought.PrefersWide() || fresh.PrefersWide()) {
+  if (IsPairWide(sought) || IsPairWide(fresh)) {
     return ReplaceForm(sought.WideView(), fresh.WideView());
   }
   return ReplaceForm(sought.NarrowView(), fresh.NarrowView());

@@ -251,6 +251,23 @@ TEST(OStringReplaceTest, WorksWideWhereAnyTextIsWide) {
   EXPECT_STREQ(utf8.Narrow(), "ee");
 }
 
+TEST(OStringReplaceTest, ComparesCharactersWhereTheCodePagesDiffer) {
+  // The byte 0x80 is a euro sign in one code page, and U+0080 in the other.
+  OString euro("a\x80");
+  OString control;
+  control.SetCodePage(64999);
+  control = "\x80";
+  EXPECT_EQ(euro.Replace(control, "c"), 0);
+  EXPECT_STREQ(euro.Wide(), L"a\u20AC");
+  OString text("abc");
+  EXPECT_EQ(text.Replace("b", control), 1);
+  EXPECT_STREQ(text.Wide(), L"a\u0080c");
+  OString bytes(control);
+  EXPECT_EQ(bytes.Replace("\x80", "c"), 0);
+  EXPECT_EQ(bytes.Replace(control, "\x80"), 1);
+  EXPECT_STREQ(bytes.Wide(), L"\u20AC");
+}
+
 TEST(OStringReplaceTest, TakesItselfForAnArgument) {
   OString text("ab");
   EXPECT_EQ(text.Replace(text, "xyz"), 1);

@@ -233,7 +233,8 @@ class Histories {
     if (find == replacement) return;
     Forms& forms = Read(m_models[at]);
     int32_t expected = 0;
-    if (forms.PrefersWide()) {
+    // What is sought has code page 0.
+    if (forms.PrefersWide() || forms.codePage != kAnsi) {
       std::wstring text = forms.Wide();
       expected =
           ReplaceIn(text, std::wstring(find.begin(), find.end()),

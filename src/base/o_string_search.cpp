@@ -88,7 +88,8 @@ OString OString::Mid(int32_t start, int32_t count) const {
   const int32_t length = Length();
   start = std::clamp(start, 0, length);
   count = std::clamp(count, 0, length - start);
-  if (count == length) return *this;
+  // Text that does not convert has no characters, and so no piece either.
+  if (count == length && (count > 0 || IsEmpty())) return *this;
   const auto from = static_cast<size_t>(start);
   const auto units = static_cast<size_t>(count);
   if (!PrefersWide()) {

@@ -100,6 +100,17 @@ TEST(OStringFindTest, CountsInTheFormThatTheTextPrefers) {
   EXPECT_EQ(OString("a\x80").Find(L"\u20AC"), 1);
 }
 
+TEST(OStringFindTest, TakesPlainTextByTheAnsiCodePage) {
+  // A euro sign, but no text in UTF-8.
+  EXPECT_EQ(Utf8("x\xE2\x82\xAC").Find("\x80"), 1);
+  EXPECT_EQ(Utf8("x\xE2\x82\xAC").Find("\xE2\x82\xAC"), -1);
+  OString bytes;
+  bytes.SetCodePage(64999);
+  bytes = "x\x80";
+  EXPECT_FALSE(bytes.PrefersWide());
+  EXPECT_EQ(bytes.Find(L"\u20AC"), 1);
+}
+
 TEST(OStringFindFirstBlankTest, FindsBlanksAndTabs) {
   EXPECT_EQ(OString("GET / HTTP").FindFirstBlank(), 3);
   EXPECT_EQ(OString("a\tb c").FindFirstBlank(), 1);
@@ -162,6 +173,16 @@ TEST(OStringMidTest, KeepsTheCodePageAndThePreferredForm) {
   const OString narrow = OString("abc").Mid(0, 2);
   EXPECT_TRUE(narrow.HasNarrow());
   EXPECT_FALSE(narrow.HasWide());
+}
+
+TEST(OStringMidTest, TextThatDoesNotConvertHasNoPieces) {
+  const OString cut = Utf8("\xE2\x82");
+  for (const OString& piece : {cut.Mid(0, 1), cut.Mid(5, 1), cut.Mid(0, 0),
+                               cut.Left(1), cut.Right(1)}) {
+    EXPECT_TRUE(piece.IsEmpty());
+    EXPECT_STREQ(piece.Narrow(), "");
+    EXPECT_EQ(piece.CodePage(), 1208u);
+  }
 }
 
 TEST(OStringMidTest, TakesTheEndsOfAText) {

@@ -205,6 +205,18 @@ TEST(OStringCodePageTest, Utf8EncodesEachUnitOnItsOwn) {
   EXPECT_EQ(tagged.NarrowView().size(), 3000u);
 }
 
+// Windows' own UTF-8, in which a euro sign takes three bytes.
+TEST(OStringCodePageTest, WindowsCodePagesHaveTwoBytesForACharacter) {
+  OString text;
+  text.SetCodePage(65001);
+  text = std::wstring(21, L'\u20AC').c_str();
+  EXPECT_EQ(text.NarrowView().size(), 63u);
+  text = std::wstring(22, L'\u20AC').c_str();
+  EXPECT_EQ(text.Capacity(), 32u);
+  EXPECT_STREQ(text.Narrow(), "");
+  EXPECT_EQ(text.Length(), 22);
+}
+
 TEST(OStringCodePageTest, ReadsNarrowTextByTheOldCodePage) {
   OString text("\xE9");
   text.SetCodePage(1208);

@@ -1,6 +1,7 @@
 #include "base/string_record.h"
 
 #include <algorithm>
+#include <memory>
 #include <new>
 #include <type_traits>
 
@@ -39,13 +40,17 @@ void StringRecord::Destroy() {
 }
 
 StringRecord* StringRecord::Clone() const {
-  auto* const clone = new StringRecord(m_capacity, m_codePage);
+  const auto release = [](StringRecord* record) { record->Release(); };
+  std::unique_ptr<StringRecord, decltype(release)> clone(
+      new StringRecord(m_capacity, m_codePage));
   clone->m_isWideText = m_isWideText;
   if (m_narrow.IsPresent()) {
-    clone->m_narrow.Assign(m_narrow.View(), RoomOf(m_narrow));
+    clone->m_narrow.Assign(m_narrow.View(), RoomOf(m_narrow, m_capacity));
   }
-  if (m_wide.IsPresent()) clone->m_wide.Assign(m_wide.View(), RoomOf(m_wide));
-  return clone;
+  if (m_wide.IsPresent()) {
+    clone->m_wide.Assign(m_wide.View(), RoomOf(m_wide, m_capacity));
+  }
+  return clone.release();
 }
 
 bool StringRecord::PrefersWide() const {
@@ -54,18 +59,19 @@ bool StringRecord::PrefersWide() const {
 
 // A form that was converted may be longer than the capacity; it still has to
 // fit when it is cloned.
-size_t StringRecord::RoomOf(const TextForm<char>& form) const {
-  return std::max<size_t>(NarrowRoom(m_capacity, m_codePage),
-                          form.Length() + 1);
+size_t StringRecord::RoomOf(const TextForm<char>& form,
+                            uint64_t capacity) const {
+  return std::max<size_t>(NarrowRoom(capacity, m_codePage), form.Length() + 1);
 }
 
-size_t StringRecord::RoomOf(const TextForm<wchar_t>& form) const {
-  return std::max<size_t>(m_capacity, form.Length() + 1);
+size_t StringRecord::RoomOf(const TextForm<wchar_t>& form,
+                            uint64_t capacity) const {
+  return std::max<size_t>(capacity, form.Length() + 1);
 }
 
 const TextForm<char>& StringRecord::MakeNarrow() {
   if (!m_narrow.IsPresent() && m_wide.IsPresent()) {
-    const size_t room = RoomOf(m_narrow);
+    const size_t room = RoomOf(m_narrow, m_capacity);
     char* const out = m_narrow.Overwrite(room);
     m_narrow.SetLength(
         ConvertToNarrow(m_codePage, m_wide.Text(), m_wide.Length(), out, room));
@@ -75,7 +81,7 @@ const TextForm<char>& StringRecord::MakeNarrow() {
 
 const TextForm<wchar_t>& StringRecord::MakeWide() {
   if (!m_wide.IsPresent() && m_narrow.IsPresent()) {
-    const size_t room = RoomOf(m_wide);
+    const size_t room = RoomOf(m_wide, m_capacity);
     wchar_t* const out = m_wide.Overwrite(room);
     m_wide.SetLength(ConvertToWide(m_codePage, m_narrow.Text(),
                                    m_narrow.Length(), out, room));
@@ -87,17 +93,17 @@ template <typename Unit, typename Other>
 void StringRecord::SetForm(TextForm<Unit>& form, TextForm<Other>& other,
                            std::basic_string_view<Unit> text) {
   const bool isTooSmall = text.size() + 1 > m_capacity;
-  if (text.empty() ? m_capacity == 0 : isTooSmall) {
-    m_capacity = CapacityForLength(text.size());
-    other.Free();
-  }
-  other.Clear();
-  m_isWideText = !text.empty() && std::is_same_v<Unit, wchar_t>;
+  const bool grows = text.empty() ? m_capacity == 0 : isTooSmall;
+  const uint64_t capacity = grows ? CapacityForLength(text.size()) : m_capacity;
   if (text.empty()) {
     form.Clear();
   } else {
-    form.Assign(text, RoomOf(form));
+    form.Assign(text, RoomOf(form, capacity));
   }
+  if (grows) other.Free();
+  other.Clear();
+  m_capacity = capacity;
+  m_isWideText = !text.empty() && std::is_same_v<Unit, wchar_t>;
 }
 
 void StringRecord::Set(std::string_view text) {
@@ -112,10 +118,12 @@ template <typename Unit, typename Other>
 void StringRecord::AppendForm(TextForm<Unit>& form, TextForm<Other>& other,
                               std::basic_string_view<Unit> text) {
   const size_t length = form.Length() + text.size();
-  if (length + 1 > m_capacity) m_capacity = CapacityForLength(length);
+  const uint64_t capacity =
+      length + 1 > m_capacity ? CapacityForLength(length) : m_capacity;
+  form.Append(text, RoomOf(form, capacity));
   other.Clear();
+  m_capacity = capacity;
   m_isWideText = std::is_same_v<Unit, wchar_t>;
-  form.Append(text, RoomOf(form));
 }
 
 void StringRecord::Append(std::string_view text) {

@@ -19,6 +19,12 @@ namespace kova {
 // A string's record. Made with one reference; the handle that lets go of the
 // last one frees it, and only OString holds handles. Apart from the count,
 // nothing is safe for use by two threads at once.
+//
+// A form's buffer is freed when the form gets another one or is let go of. The
+// one that Make() puts into the record's own block is then merely out of use:
+// its memory returns with the record.
+//
+// Whatever throws, for want of memory, has changed no text.
 class StringRecord {
  public:
   // An empty record: no buffers, capacity 0, the ANSI code page.
@@ -84,15 +90,18 @@ class StringRecord {
 
   // Re-tags the text with a code page that it has not yet: what is there in
   // the 8-bit form alone is first read with the old code page, and the 8-bit
-  // form is freed.
+  // form is let go of.
   void SetCodePage(uint32_t codePage);
 
  private:
   ~StringRecord() = default;
   void Destroy();
 
-  [[nodiscard]] size_t RoomOf(const TextForm<char>&) const;
-  [[nodiscard]] size_t RoomOf(const TextForm<wchar_t>&) const;
+  // The room that a form's buffer must have at `capacity`.
+  [[nodiscard]] size_t RoomOf(const TextForm<char>& form,
+                              uint64_t capacity) const;
+  [[nodiscard]] size_t RoomOf(const TextForm<wchar_t>& form,
+                              uint64_t capacity) const;
   template <typename Unit, typename Other>
   void SetForm(TextForm<Unit>& form, TextForm<Other>& other,
                std::basic_string_view<Unit> text);
