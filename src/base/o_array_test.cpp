@@ -83,6 +83,24 @@ TEST(OTypedArrayTest, ZeroesElementsThatReturnWithinTheCapacity) {
   EXPECT_TRUE(AreZero(bytes, 4, 9));
 }
 
+TEST(OTypedArrayTest, ZeroesWholeElementsWhateverTheirSize) {
+  int target = 0;
+  OTypedArray<void*> pointers;
+  pointers.SetSize(10);
+  std::fill_n(pointers.Data(), 10, &target);
+  pointers.SetSize(4);
+  pointers.SetSize(9);
+  EXPECT_EQ(pointers[3], &target);
+  EXPECT_EQ(std::count(pointers.Data() + 4, pointers.Data() + 9, nullptr), 5);
+  std::fill_n(pointers.Data(), 9, &target);
+  pointers.SetSize(4);
+  // Beyond the capacity: the block takes the old elements with it.
+  pointers.SetSize(100);
+  EXPECT_EQ(pointers[3], &target);
+  EXPECT_EQ(std::count(pointers.Data() + 4, pointers.Data() + 100, nullptr),
+            96);
+}
+
 TEST(OTypedArrayTest, FreesItsStorageAtSizeZero) {
   OTypedArray<char> bytes;
   bytes.SetSize(10);

@@ -6,7 +6,15 @@
 #include <thread>
 #include <vector>
 
+#include "test/support/virtual_slot.h"
+
 namespace {
+
+TEST(OSynchronizerTest, HasItsDestructorThenEnterThenLeave) {
+  constexpr size_t kNext = kova::test::kDestructorSlots;
+  EXPECT_EQ(kova::test::SlotOf(&OSynchronizer::Enter), kNext);
+  EXPECT_EQ(kova::test::SlotOf(&OSynchronizer::Leave), kNext + 1);
+}
 
 TEST(OCriticalSectionTest, ExcludesOtherThreads) {
   OCriticalSection lock;

@@ -23,6 +23,20 @@ bool IsExistingFolder(const std::wstring& path) {
          (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
 
+// Whether the path, put behind any folder, ends and passes nowhere above it.
+bool StaysBelow(const std::filesystem::path& relative) {
+  if (relative.has_root_path()) return false;
+  int depth = 0;
+  for (const std::filesystem::path& element : relative) {
+    if (element == L"..") {
+      if (--depth < 0) return false;
+    } else if (!element.empty() && element != L".") {
+      ++depth;
+    }
+  }
+  return true;
+}
+
 }  // namespace
 
 std::wstring GetCommonAppDataFolder() {
@@ -45,10 +59,10 @@ std::wstring GetTempFolder() {
 
 bool CreateSubdirectories(const std::wstring& baseFolder,
                           const std::wstring& relativePath) {
-  if (!IsExistingFolder(baseFolder)) return false;
+  const std::filesystem::path relative = relativePath;
+  if (!IsExistingFolder(baseFolder) || !StaysBelow(relative)) return false;
   std::filesystem::path path = baseFolder;
-  for (const std::filesystem::path& element :
-       std::filesystem::path(relativePath)) {
+  for (const std::filesystem::path& element : relative) {
     path /= element;
     if (IsExistingFolder(path.native())) continue;
     if (!::CreateDirectoryW(path.c_str(), nullptr)) return false;

@@ -15,6 +15,8 @@ std::wstring GetTempFolder();
 
 // Makes every level of `relativePath`, whose elements '/' or '\' separate,
 // below `baseFolder`, where it is missing. False as soon as one cannot be
-// made, or if `baseFolder` is not an existing folder.
+// made. False, and nothing is made, if `baseFolder` is not an existing folder
+// or if a level would not be below it: the path has a root ("\x", "C:x") or
+// more ".." than levels in front of them.
 bool CreateSubdirectories(const std::wstring& baseFolder,
                           const std::wstring& relativePath);

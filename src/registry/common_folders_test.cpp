@@ -131,6 +131,28 @@ TEST_F(CreateSubdirectoriesTest, AnEmptyRelativePathIsThereAlready) {
   EXPECT_TRUE(CreateSubdirectories(m_base, L""));
 }
 
+TEST_F(CreateSubdirectoriesTest, RefusesPathsThatLeaveTheBase) {
+  const std::wstring outside = GetTempFolder() + L"kova_folders_test_outside";
+  const std::wstring drive = outside.substr(0, 2);
+  const std::wstring rooted = outside.substr(2);
+  for (const std::wstring& path :
+       {outside, rooted, L"/" + rooted, drive + L"kova_folders_test_outside",
+        drive, std::wstring(L"\\\\host\\share\\x"),
+        std::wstring(L"//host/share/x"), std::wstring(L".."),
+        std::wstring(L"..\\kova_folders_test_outside"),
+        std::wstring(L"a\\..\\..\\kova_folders_test_outside")}) {
+    EXPECT_FALSE(CreateSubdirectories(m_base, path));
+    EXPECT_FALSE(IsFolder(outside));
+    ::RemoveDirectoryW(outside.c_str());
+  }
+  EXPECT_FALSE(IsFolder(m_base + L"\\a"));
+}
+
+TEST_F(CreateSubdirectoriesTest, TakesDotsThatStayWithinTheBase) {
+  EXPECT_TRUE(CreateSubdirectories(m_base, L"./a/../a/b/."));
+  EXPECT_TRUE(IsFolder(m_base + L"\\a\\b"));
+}
+
 TEST_F(CreateSubdirectoriesTest, FailsWithoutABaseFolder) {
   EXPECT_FALSE(CreateSubdirectories(m_base + L"\\missing", L"a"));
   EXPECT_FALSE(CreateSubdirectories(L"", L"a"));

@@ -1,5 +1,6 @@
 #include "registry/key_path.h"
 
+#include <algorithm>
 #include <cwchar>
 #include <string_view>
 #include <utility>
@@ -11,8 +12,8 @@ namespace kova {
 namespace {
 
 struct TextPair {
-  const wchar_t* from;
-  const wchar_t* to;
+  std::wstring_view from;
+  std::wstring_view to;
 };
 
 constexpr TextPair kEscapes[] = {
@@ -38,16 +39,15 @@ constexpr TextPair kAliases[] = {
 constexpr long kRootCount = 4;
 
 void ReplaceAll(std::wstring& text, const TextPair& pair) {
-  const std::wstring_view from = pair.from;
-  size_t at = text.find(from);
+  size_t at = text.find(pair.from);
   if (at == std::wstring::npos) return;
   std::wstring result;
   size_t done = 0;
-  for (; at != std::wstring::npos; at = text.find(from, done)) {
+  for (; at != std::wstring::npos; at = text.find(pair.from, done)) {
     result.append(text, done, at - done).append(pair.to);
-    done = at + from.size();
+    done = at + pair.from.size();
   }
-  text = result.append(text, done);
+  text = std::move(result.append(text, done));
 }
 
 void Normalize(std::wstring& text) {
@@ -58,8 +58,8 @@ void RemoveTrailing(std::wstring& text, wchar_t character) {
   while (!text.empty() && text.back() == character) text.pop_back();
 }
 
-bool StartsWithAlias(const std::wstring& path, const std::wstring& alias) {
-  return EqualsNoCase(std::wstring_view(path).substr(0, alias.size()), alias);
+bool StartsWithAlias(std::wstring_view path, std::wstring_view alias) {
+  return EqualsNoCase(path.substr(0, alias.size()), alias);
 }
 
 unsigned DigitValue(wchar_t character) {
@@ -68,17 +68,17 @@ unsigned DigitValue(wchar_t character) {
   return decimal <= 9 ? decimal : (code & 0xF) + 9;
 }
 
-std::wstring CharacterOfByte(char byte) {
+void AppendCharacterOfByte(std::wstring& result, char byte) {
   wchar_t text[4] = {};
   const int count = ::MultiByteToWideChar(CP_ACP, 0, &byte, 1, text, 4);
-  return std::wstring(text, count > 0 ? static_cast<size_t>(count) : 0);
+  result.append(text, count > 0 ? static_cast<size_t>(count) : 0);
 }
 
-std::wstring Join(std::wstring keyPath, const std::wstring& valueName) {
+void Join(std::wstring& keyPath, const std::wstring& valueName) {
   RemoveTrailing(keyPath, L'/');
-  if (valueName.empty()) return keyPath;
+  if (valueName.empty()) return;
   if (!keyPath.empty() && keyPath.back() != L':') keyPath += L'/';
-  return keyPath + valueName;
+  keyPath += valueName;
 }
 
 bool HasRoot(const std::wstring& valueName) {
@@ -93,12 +93,14 @@ std::wstring EscapeName(std::wstring text) {
 }
 
 std::wstring UnescapeName(std::wstring text) {
+  if (text.find(L'%') == std::wstring::npos) return text;
   std::wstring result;
+  result.reserve(text.size());
   for (size_t at = 0; at < text.size();) {
     if (text[at] == L'%' && text.size() - at >= 3) {
       const unsigned code =
           16 * DigitValue(text[at + 1]) + DigitValue(text[at + 2]);
-      result += CharacterOfByte(static_cast<char>(code & 0xFF));
+      AppendCharacterOfByte(result, static_cast<char>(code & 0xFF));
       at += 3;
     } else {
       result += text[at++];
@@ -108,32 +110,32 @@ std::wstring UnescapeName(std::wstring text) {
 }
 
 bool CombinePath(std::wstring& keyPath, std::wstring& valueName) {
-  std::wstring path = keyPath;
-  std::wstring name = valueName;
-  Normalize(path);
-  Normalize(name);
-  const std::wstring combined = HasRoot(name) ? name : Join(path, name);
+  std::wstring combined = valueName;
+  Normalize(combined);
+  if (!HasRoot(combined)) {
+    std::wstring path = keyPath;
+    Normalize(path);
+    Join(path, combined);
+    combined = std::move(path);
+  }
   const size_t last = combined.find_last_of(L"/:");
   if (last == std::wstring::npos) return false;
-  if (valueName.empty()) {
-    keyPath = combined;
-    return true;
+  if (!valueName.empty()) {
+    valueName = UnescapeName(combined.substr(last + 1));
+    combined.resize(combined[last] == L':' ? last + 1 : last);
   }
-  keyPath = combined.substr(0, combined[last] == L':' ? last + 1 : last);
-  valueName = UnescapeName(combined.substr(last + 1));
+  keyPath = std::move(combined);
   return true;
 }
 
 void ExpandKeyAliases(std::wstring& path) {
   if (path.find(L':') == std::wstring::npos) return;
   for (const TextPair& row : kAliases) {
-    const std::wstring alias = row.from;
-    if (!StartsWithAlias(path, alias)) continue;
-    const std::wstring rest = path.substr(alias.size());
-    path = row.to;
-    if (rest.empty()) continue;
-    if (path.back() != L'/' && path.back() != L':') path += L'/';
-    path += rest;
+    if (!StartsWithAlias(path, row.from)) continue;
+    const bool needsSlash = path.size() > row.from.size() &&
+                            row.to.back() != L'/' && row.to.back() != L':';
+    path.replace(0, row.from.size(), row.to);
+    if (needsSlash) path.insert(row.to.size(), 1, L'/');
   }
 }
 
@@ -142,11 +144,11 @@ bool SplitRootedKey(const std::wstring& path, RootedKey& key) {
   const size_t colon = path.find(L':');
   if (colon == std::wstring::npos || colon == 0) return false;
   std::wstring subkey = path.substr(colon + 1);
-  ReplaceAll(subkey, {L"/", L"\\"});
+  std::replace(subkey.begin(), subkey.end(), L'/', L'\\');
   key.subkey = UnescapeName(std::move(subkey));
   RemoveTrailing(key.subkey, L'\\');
   // Deliberate: an alias that nobody knows reads as 0, the classes root.
-  const long root = std::wcstol(path.substr(0, colon).c_str(), nullptr, 10);
+  const long root = std::wcstol(path.c_str(), nullptr, 10);
   if (root < 0 || root >= kRootCount) return false;
   key.root = static_cast<int>(root);
   return !key.subkey.empty();

@@ -1,9 +1,12 @@
-// Unit: the key-path language as text.
+// Patched: the key-path language as text; a conversion of Windows is replaced.
 #include "registry/key_path.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
+
+#include "base/windows_api.h"
+#include "test/support/import_patch.h"
 
 namespace {
 
@@ -72,6 +75,25 @@ TEST(UnescapeNameTest, TakesEitherCaseAndAnyCharacterForADigit) {
 
 TEST(UnescapeNameTest, InsertsAZeroAsACharacter) {
   EXPECT_EQ(UnescapeName(L"a%00b"), std::wstring(L"a\0b", 3));
+}
+
+// Each byte is a letter of its own, so that nothing is right by luck.
+int WINAPI ConvertByte(UINT codePage, DWORD flags, const char* text, int length,
+                       wchar_t* out, int outUnits) {
+  EXPECT_EQ(codePage, static_cast<UINT>(CP_ACP));
+  EXPECT_EQ(flags, 0u);
+  EXPECT_EQ(length, 1);
+  EXPECT_GT(outUnits, 0);
+  out[0] = static_cast<wchar_t>(0x4E00 + static_cast<unsigned char>(*text));
+  return 1;
+}
+
+TEST(UnescapeNameTest, TakesACodeForAByteOfTheAnsiCodePage) {
+  EXPECT_EQ(UnescapeName(L"%80%E9%FF"), L"\u20AC\u00E9\u00FF");
+  const kova::test::ImportPatch<int WINAPI(UINT, DWORD, const char*, int,
+                                           wchar_t*, int)>
+      patch(nullptr, "MultiByteToWideChar", &ConvertByte);
+  EXPECT_EQ(UnescapeName(L"%80a%FF"), L"\u4E80a\u4EFF");
 }
 
 TEST(CombinePathTest, AppendsTheValueName) {

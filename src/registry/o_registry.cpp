@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
-#include <vector>
+#include <memory>
+#include <new>
 
 #include "registry/key_path.h"
 
@@ -15,13 +16,19 @@ HKEY RootKey(int root) {
 }
 
 // Returns the number of bytes read into `buffer`, or -1.
-int32_t QueryValue(HKEY key, const std::wstring& name,
-                   std::vector<BYTE>& buffer, DWORD sizeBytes) {
-  if (::RegQueryValueExW(key, name.c_str(), nullptr, nullptr, buffer.data(),
+int32_t QueryValue(HKEY key, const std::wstring& name, BYTE* buffer,
+                   DWORD sizeBytes) {
+  if (::RegQueryValueExW(key, name.c_str(), nullptr, nullptr, buffer,
                          &sizeBytes) != ERROR_SUCCESS) {
     return -1;
   }
   return static_cast<int32_t>(sizeBytes);
+}
+
+// Cut off at a zero, a name would be that of another key or value than the one
+// meant.
+bool HasZero(const std::wstring& name) {
+  return name.find(L'\0') != std::wstring::npos;
 }
 
 }  // namespace
@@ -31,15 +38,17 @@ int32_t ORegistry::ReadValue(const std::wstring& valueName, void* buffer,
   if (buffer == nullptr || sizeBytes < 0) return -1;
   std::wstring path = m_keyPath;
   std::wstring name = valueName;
-  if (!ResolvePath(path, name)) return -1;
+  if (!ResolvePath(path, name) || HasZero(name)) return -1;
   const kova::UniqueRegistryKey key = OpenKey(path, false);
   if (!key.IsValid()) return -1;
   // Never without memory: a query without a buffer only asks for the size.
-  std::vector<BYTE> value(static_cast<size_t>(std::max(sizeBytes, 1)));
+  const std::unique_ptr<BYTE[]> value(
+      new (std::nothrow) BYTE[static_cast<size_t>(std::max(sizeBytes, 1))]);
+  if (value == nullptr) return -1;
   const int32_t count =
-      QueryValue(key.Get(), name, value, static_cast<DWORD>(sizeBytes));
+      QueryValue(key.Get(), name, value.get(), static_cast<DWORD>(sizeBytes));
   if (count > 0) {
-    std::memcpy(buffer, value.data(),
+    std::memcpy(buffer, value.get(),
                 static_cast<size_t>(std::min(count, sizeBytes)));
   }
   return count;
@@ -49,7 +58,7 @@ int32_t ORegistry::WriteValue(const std::wstring& valueName, const void* data) {
   if (data == nullptr) return -1;
   std::wstring path = m_keyPath;
   std::wstring name = valueName;
-  if (!ResolvePath(path, name)) return -1;
+  if (!ResolvePath(path, name) || HasZero(name)) return -1;
   const kova::UniqueRegistryKey key = OpenKey(path, true);
   if (!key.IsValid()) return -1;
   const LSTATUS status =
@@ -89,9 +98,7 @@ kova::UniqueRegistryKey ORegistry::OpenKey(const std::wstring& path,
                                            bool create) {
   HKEY root = nullptr;
   std::wstring subkey;
-  if (!SplitRoot(path, root, subkey)) return {};
-  // Cut off at a zero, the subkey could name a key above the one meant.
-  if (subkey.find(L'\0') != std::wstring::npos) return {};
+  if (!SplitRoot(path, root, subkey) || HasZero(subkey)) return {};
   const REGSAM readWrite = (KEY_READ | KEY_WRITE) | m_additionalAccess;
   const REGSAM readOnly = KEY_READ | m_additionalAccess;
   for (const REGSAM access : {readWrite, readOnly}) {

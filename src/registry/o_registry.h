@@ -25,8 +25,8 @@ class ORegistry {
 
   // Reads a value of any type into `buffer`, which has room for `sizeBytes`.
   // Returns the number of bytes the value holds, or -1: no such value, a value
-  // larger than the buffer, a path that leads nowhere, a null buffer, a
-  // negative size.
+  // larger than the buffer, a path that leads nowhere, a name with a zero in
+  // it, a null buffer, a negative size, no memory for a second buffer.
   [[nodiscard]] int32_t ReadValue(const std::wstring& valueName, void* buffer,
                                   int32_t sizeBytes);
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "test/support/import_patch.h"
+#include "test/support/virtual_slot.h"
 
 namespace {
 
@@ -115,6 +116,43 @@ TEST_F(ORegistryTest, FailsOnPathsThatLeadNowhere) {
   EXPECT_EQ(m_registry.WriteValue(L"Val", &byte), -1);
 }
 
+// Cut off at the zero, each would be the name of another value.
+TEST_F(ORegistryTest, AValueNameWithAZeroNamesNoValue) {
+  WriteNative(HKEY_LOCAL_MACHINE, NativeKey(), L"Val", {1});
+  WriteNative(HKEY_LOCAL_MACHINE, NativeKey(), L"", {2});
+  const char data = 3;
+  for (const std::wstring& name :
+       {std::wstring(L"Val%00"), std::wstring(L"Val%00x"), std::wstring(L"%00"),
+        std::wstring(L"Val\0x", 5)}) {
+    BYTE byte = 0;
+    EXPECT_EQ(m_registry.ReadValue(name, &byte, 1), -1);
+    EXPECT_EQ(m_registry.WriteValue(name, &data), -1);
+  }
+  EXPECT_THAT(Read(L"Val"), ElementsAre(1));
+  EXPECT_THAT(Read(L""), ElementsAre(2));
+  EXPECT_EQ(m_registry.WriteValue(L"New/Val%00", &data), -1);
+  kova::UniqueRegistryKey key;
+  EXPECT_EQ(
+      ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, (NativeKey() + L"\\New").c_str(), 0,
+                      KEY_READ, key.Receive()),
+      ERROR_FILE_NOT_FOUND);
+}
+
+void* (*g_malloc)(size_t) = nullptr;
+constexpr int32_t kVeryLarge = 0x7FFF0000;
+void* RefuseMemory(size_t bytes) {
+  return bytes >= static_cast<size_t>(kVeryLarge) ? nullptr : g_malloc(bytes);
+}
+
+TEST_F(ORegistryTest, ABufferThatHasNoDoubleInMemoryIsNotFilled) {
+  WriteNative(HKEY_LOCAL_MACHINE, NativeKey(), L"Val", {1});
+  const ImportPatch<void*(size_t)> patch(nullptr, "malloc", &RefuseMemory);
+  g_malloc = patch.Original();
+  BYTE byte = 9;
+  EXPECT_EQ(m_registry.ReadValue(L"Val", &byte, kVeryLarge), -1);
+  EXPECT_EQ(byte, 9);
+}
+
 TEST_F(ORegistryTest, AValueLargerThanTheBufferFails) {
   WriteNative(HKEY_LOCAL_MACHINE, NativeKey(), L"Four", {1, 2, 3, 4});
   WriteNative(HKEY_LOCAL_MACHINE, NativeKey(), L"None", {});
@@ -219,6 +257,27 @@ TEST_F(ORegistryAccessTest, AddsTheAdditionalAccess) {
   EXPECT_THAT(g_asked, ElementsAre(0x2011Fu, 0x20119u, 0x2011Fu));
 }
 
+LSTATUS WINAPI CheckCreateKey(HKEY root, LPCWSTR path, DWORD reserved,
+                              LPWSTR className, DWORD options, REGSAM access,
+                              SECURITY_ATTRIBUTES* security, HKEY*, DWORD*) {
+  g_asked.push_back(access);
+  EXPECT_EQ(root, HKEY_LOCAL_MACHINE);
+  EXPECT_STREQ(path, L"SOFTWARE\\Corvane Tessaly\\Drivers\\Test Keys\\@MYPC");
+  EXPECT_EQ(reserved, 0u);
+  EXPECT_EQ(className, nullptr);
+  EXPECT_EQ(options, static_cast<DWORD>(REG_OPTION_NON_VOLATILE));
+  EXPECT_EQ(security, nullptr);
+  return ERROR_ACCESS_DENIED;
+}
+
+TEST_F(ORegistryAccessTest, AKeyIsMadeToLastWithDefaultSecurity) {
+  const ImportPatch<decltype(RegCreateKeyExW)> create(
+      nullptr, "RegCreateKeyExW", &CheckCreateKey);
+  const char data = 1;
+  EXPECT_EQ(m_registry.WriteValue(L"Val", &data), -1);
+  EXPECT_THAT(g_asked, ElementsAre(0x2001Fu, 0x20019u, 0x2001Fu));
+}
+
 LSTATUS WINAPI RefuseToSet(HKEY, LPCWSTR, DWORD, DWORD, const BYTE*, DWORD) {
   return ERROR_ACCESS_DENIED;
 }
@@ -276,6 +335,12 @@ TEST_F(ORegistryTest, AnHeirMayHaveAliasesOfItsOwn) {
   const char data = 4;
   EXPECT_EQ(registry.WriteValue(L"Val", &data), 1);
   EXPECT_THAT(Read(L"1:KovaTestFoo/Val"), ElementsAre(4));
+}
+
+TEST_F(ORegistryTest, HasItsDestructorThenExpandAliasesThenOpenKey) {
+  constexpr size_t kNext = kova::test::kDestructorSlots;
+  EXPECT_EQ(kova::test::SlotOf(&ORegistry::ExpandAliases), kNext);
+  EXPECT_EQ(kova::test::SlotOf(&ORegistry::OpenKey), kNext + 1);
 }
 
 TEST_F(ORegistryTest, SplitsRoots) {
