@@ -10,8 +10,8 @@
 namespace kova::ctl {
 namespace {
 
-// Network printers of this user, too: the server opens whatever the spooler
-// opens under the name it is given.
+// Network printers of this user, too: the server opens those that its host's
+// account is connected to.
 constexpr DWORD kPrinters = PRINTER_ENUM_LOCAL | PRINTER_ENUM_CONNECTIONS;
 constexpr DWORD kLevel = 2;
 constexpr DWORD kPackageBytes = 4096;
