@@ -30,7 +30,7 @@ bool StaysBelow(const std::filesystem::path& relative) {
   for (const std::filesystem::path& element : relative) {
     if (element == L"..") {
       if (--depth < 0) return false;
-    } else if (!element.empty() && element != L".") {
+    } else if (element != L".") {
       ++depth;
     }
   }

@@ -139,6 +139,7 @@ TEST_F(CreateSubdirectoriesTest, RefusesPathsThatLeaveTheBase) {
        {outside, rooted, L"/" + rooted, drive + L"kova_folders_test_outside",
         drive, std::wstring(L"\\\\host\\share\\x"),
         std::wstring(L"//host/share/x"), std::wstring(L".."),
+        std::wstring(L".\\..\\kova_folders_test_outside"),
         std::wstring(L"..\\kova_folders_test_outside"),
         std::wstring(L"a\\..\\..\\kova_folders_test_outside")}) {
     EXPECT_FALSE(CreateSubdirectories(m_base, path));
