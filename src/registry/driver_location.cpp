@@ -54,13 +54,6 @@ bool IsListedHere(std::wstring_view printerName) {
   return false;
 }
 
-// Deliberate: a client names the printer, and the printer's machine names the
-// library that is loaded here. Who could name any machine could have his own
-// library loaded; so only machines that this one has a printer of will do.
-bool MayBeOpened(std::wstring_view printerName) {
-  return !SpeaksOfAnotherMachine(printerName) || IsListedHere(printerName);
-}
-
 kova::UniquePrinter OpenToUse(const wchar_t* printerName) {
   PRINTER_DEFAULTSW defaults = {};
   defaults.DesiredAccess = PRINTER_ACCESS_USE;
@@ -88,6 +81,15 @@ std::wstring ReadPackage(HANDLE printer) {
 
 }  // namespace
 
+// Deliberate: a client names the printer, and the printer's machine names the
+// library that is loaded here. Who could name any machine could have his own
+// library loaded; so only machines that this one has a printer of will do.
+bool MayOpenPrinter(const wchar_t* printerName) {
+  // A null name would open the print server itself.
+  if (printerName == nullptr) return false;
+  return !SpeaksOfAnotherMachine(printerName) || IsListedHere(printerName);
+}
+
 std::wstring GetV3PrintMonitorDllFullPath(const wchar_t* printerName) {
   const std::wstring folder = GetDriverPackagePath(printerName);
   if (folder.empty()) return {};
@@ -96,8 +98,7 @@ std::wstring GetV3PrintMonitorDllFullPath(const wchar_t* printerName) {
 }
 
 std::wstring GetDriverPackagePath(const wchar_t* printerName) {
-  // A null name would open the print server itself.
-  if (printerName == nullptr || !MayBeOpened(printerName)) return {};
+  if (!MayOpenPrinter(printerName)) return {};
   const kova::UniquePrinter printer = OpenToUse(printerName);
   return printer.IsValid() ? ReadPackage(printer.Get()) : std::wstring();
 }

@@ -4,11 +4,13 @@
 #include <string>
 
 // All of these may be called on any thread. None logs or throws.
-//
-// A printer's name may come from the network. One that can lead to another
-// machine (it holds a backslash or "://", or begins with "//") is known only
-// if this machine's spooler lists a printer, its own or a connection of the
-// host's user, under that very name, apart from the case of ASCII letters.
+
+// Whether the printer may be opened at all. Names come from the network: one
+// that can lead to another machine (it holds a backslash or "://", or begins
+// with "//") is unknown to the others below unless this machine's spooler lists
+// a printer, its own or a connection of the host's user, under that very name,
+// apart from the case of ASCII letters. False for a null name.
+[[nodiscard]] bool MayOpenPrinter(const wchar_t* printerName);
 
 // The full path of the extension library of the printer's driver: the driver's
 // package folder as recorded, '\', "Corvane_V3_NetMon.dll". Empty if there is

@@ -23,6 +23,10 @@ Failure SpoolerFailure(DWORD error) {
 }
 
 UniquePrinter OpenToUse(const std::wstring& name) {
+  if (!MayOpenPrinter(name.c_str())) {
+    ::SetLastError(ERROR_INVALID_PRINTER_NAME);
+    return {};
+  }
   PRINTER_DEFAULTSW defaults{nullptr, nullptr, PRINTER_ACCESS_USE};
   UniquePrinter printer;
   if (!::OpenPrinterW(const_cast<wchar_t*>(name.c_str()), printer.Receive(),

@@ -12,6 +12,7 @@
 #include "common/program_run.h"
 #include "registry/driver_location.h"
 #include "test/support/demo_printer.h"
+#include "test/support/import_patch.h"
 #include "test/support/server_fixture.h"
 #include "test/support/test_extension.h"
 
@@ -64,6 +65,18 @@ TEST_F(PrinterFactsTest, ExplainsWhyThereIsNoPackage) {
   EXPECT_EQ(WordForData(REG_SZ, std::wstring(4000, L'x')), L"package-too-long");
   EXPECT_EQ(WordForData(REG_SZ, std::wstring(2047, L'x')), L"folder-relative");
   EXPECT_EQ(Diagnose(LookAtPrinter(L"No Such Printer")).word, L"no-printer");
+}
+
+BOOL WINAPI OpenNoPrinter(LPWSTR, HANDLE*, PRINTER_DEFAULTSW*) {
+  ADD_FAILURE() << "opened";
+  return FALSE;
+}
+
+// As the server: the other machine is not asked what it would have loaded.
+TEST_F(PrinterFactsTest, APrinterOfAMachineNobodyConnectedToIsUnknown) {
+  const ::kova::test::ImportPatch<decltype(::OpenPrinterW)> patch(
+      nullptr, "OpenPrinterW", &OpenNoPrinter);
+  EXPECT_EQ(Diagnose(LookAtPrinter(L"\\\\evil\\queue")).word, L"no-printer");
 }
 
 TEST_F(PrinterFactsTest, ExplainsWhyThereIsNoLibrary) {
