@@ -125,6 +125,7 @@ void TakeWhatIsKept() {
   try {
     throw std::bad_alloc();
   } catch (const std::bad_alloc&) {
+    // Thrown for that memory alone.
   }
 }
 
