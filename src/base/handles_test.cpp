@@ -61,13 +61,17 @@ TEST_F(UniqueHandleTest, ClosesWhatItHeldWhenItTakesAnother) {
 }
 
 TEST_F(UniqueHandleTest, ZeroIsAHandleWhereNoneIsSomethingElse) {
-  { const UniqueNumber zero(0); }
+  {
+    const UniqueNumber zero(0);
+  }
   EXPECT_THAT(g_closed, ElementsAre(0));
 }
 
 // Otherwise an owner that leaves its scope would hide why a call failed.
 TEST_F(UniqueHandleTest, ClosingKeepsTheLastError) {
-  { const UniqueNumber handle(1); }
+  {
+    const UniqueNumber handle(1);
+  }
   EXPECT_EQ(::GetLastError(), kError);
   UniqueNumber handle(2);
   handle.Reset(3);
