@@ -1,12 +1,19 @@
 #include "http/header_block.h"
 
-#include <cstdint>
+#include <limits>
 
 #include "base/ascii.h"
 #include "base/find_byte.h"
 #include "http/pieces.h"
 
 namespace kova {
+
+std::string_view HeaderBlock(std::string_view bytes, const ScannedPart& line,
+                             const ScannedPart& headers) {
+  const size_t start = line.Next();
+  if (headers.end <= start) return {};
+  return bytes.substr(start, headers.end - start);
+}
 
 // Deliberate: the name is not trimmed, so that a line with a blank before its
 // colon answers to no usual name.
@@ -24,13 +31,17 @@ std::string_view FindHeaderValue(std::string_view block,
   return value;
 }
 
-bool HasWholeBody(std::string_view block, size_t availableBytes) {
+int32_t AnnouncedBodyBytes(std::string_view block) {
+  const std::string_view value = FindHeaderValue(block, "Content-Length");
+  return value.empty() ? std::numeric_limits<int32_t>::min()
+                       : LeadingDecimal(value);
+}
+
+bool IsWholeBody(int32_t announcedBytes, size_t availableBytes) {
   // Deliberate: without any byte of a body Content-Length is not looked at; a
   // request whose headers arrive alone is processed at once.
-  if (availableBytes == 0) return true;
-  const std::string_view declared = FindHeaderValue(block, "Content-Length");
-  return declared.empty() ||
-         static_cast<int32_t>(availableBytes) >= LeadingDecimal(declared);
+  return availableBytes == 0 ||
+         static_cast<int32_t>(availableBytes) >= announcedBytes;
 }
 
 }  // namespace kova

@@ -27,14 +27,20 @@ TEST(HeaderBlockTest, HasNoOtherNames) {
   EXPECT_EQ(FindHeaderValue("", "Host"), "");
 }
 
-TEST(HeaderBlockTest, DeclaresHowLongABodyIs) {
-  EXPECT_TRUE(HasWholeBody("Content-Length: 10", 0));
-  EXPECT_FALSE(HasWholeBody("Content-Length: 10", 1));
-  EXPECT_FALSE(HasWholeBody("Content-Length: 10", 9));
-  EXPECT_TRUE(HasWholeBody("Content-Length: 10", 10));
-  EXPECT_TRUE(HasWholeBody("Content-Length: 10", 11));
-  EXPECT_TRUE(HasWholeBody("Content-Length:", 1));
-  EXPECT_TRUE(HasWholeBody("", 1));
+TEST(HeaderBlockTest, AnnouncesHowLongABodyIs) {
+  EXPECT_EQ(AnnouncedBodyBytes("A: 1\ncontent-length: 10"), 10);
+  EXPECT_EQ(AnnouncedBodyBytes("Content-Length: x"), 0);
+  EXPECT_EQ(AnnouncedBodyBytes("Content-Length:"), INT32_MIN);
+  EXPECT_EQ(AnnouncedBodyBytes(""), INT32_MIN);
+}
+
+TEST(HeaderBlockTest, IsFollowedByAWholeBodyOrByNone) {
+  EXPECT_TRUE(IsWholeBody(10, 0));
+  EXPECT_FALSE(IsWholeBody(10, 1));
+  EXPECT_FALSE(IsWholeBody(10, 9));
+  EXPECT_TRUE(IsWholeBody(10, 10));
+  EXPECT_TRUE(IsWholeBody(10, 11));
+  EXPECT_TRUE(IsWholeBody(INT32_MIN, 1));
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include "http/header_block.h"
 #include "http/pieces.h"
 #include "http/request_line.h"
+#include "http/request_progress.h"
 #include "http/request_scan.h"
 #include "http/url_decode.h"
 
@@ -29,13 +30,8 @@ std::optional<Rest> SplitRest(std::string_view all,
                               const kova::ScannedPart& line) {
   const auto headers = kova::ScanHeaderEnd(all, line.end);
   if (!headers) return std::nullopt;
-  Rest rest;
-  const size_t start = line.Next();
-  if (headers->end > start) {
-    rest.headerBlock = all.substr(start, headers->end - start);
-  }
-  rest.body = all.substr(headers->Next());
-  return rest;
+  return Rest{kova::HeaderBlock(all, line, *headers),
+              all.substr(headers->Next())};
 }
 
 bool IsAscii(std::string_view text) {
@@ -56,13 +52,8 @@ bool IsNamed(const OString& text, std::string_view name) {
 
 bool HTTPRequest::IsComplete(const char* bytes, int32_t lengthBytes) {
   if (lengthBytes <= 0) return false;
-  const std::string_view all(bytes, static_cast<size_t>(lengthBytes));
-  const auto end = kova::ScanRequestLine(all);
-  if (!end) return false;
-  const auto line = kova::SplitRequestLine(all.substr(0, end->end));
-  if (!line || !kova::HasMethodAndPath(*line)) return false;
-  const auto rest = SplitRest(all, *end);
-  return rest && kova::HasWholeBody(rest->headerBlock, rest->body.size());
+  return kova::RequestProgress().IsComplete(
+      {bytes, static_cast<size_t>(lengthBytes)});
 }
 
 bool HTTPRequest::Parse(const char* bytes, int32_t lengthBytes,
@@ -95,7 +86,10 @@ std::optional<std::string_view> HTTPRequest::Take(const char* bytes,
   if (!rest) return std::nullopt;
   if (!rest->headerBlock.empty()) TakeHeaderBlock(rest->headerBlock);
   const std::string_view body = rest->body;
-  if (!kova::HasWholeBody(HeaderBlock(), body.size())) return std::nullopt;
+  if (!kova::IsWholeBody(kova::AnnouncedBodyBytes(HeaderBlock()),
+                         body.size())) {
+    return std::nullopt;
+  }
   // Deliberate: the exact value only, without parameters, qualifies.
   if (parseForm && !body.empty() &&
       FindHeader("Content-Type") == "application/x-www-form-urlencoded") {

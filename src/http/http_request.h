@@ -9,10 +9,10 @@
 #include "base/o_string.h"
 #include "base/o_string_array.h"
 
-// The completeness test after every receive looks at the verdict alone, the
-// dispatch reads the fields whatever the verdict was. There is no incremental
-// state: each look begins at the first byte. Not safe for use by two threads at
-// once. Where memory runs out std::bad_alloc passes through.
+// Dispatch reads the fields, whatever the verdict was. There is no incremental
+// state here, each look begins at the first byte: see RequestProgress for the
+// looks after every receive. Not safe for use by two threads at once. Where
+// memory runs out std::bad_alloc passes through.
 class HTTPRequest {
  public:
   // GET / HTTP/1.1 without headers, form fields and body.

@@ -46,8 +46,9 @@ constexpr uint64_t BitsBefore(uint64_t bits) { return (bits & -bits) - 1; }
 
 }  // namespace
 
-std::optional<ScannedPart> ScanRequestLine(std::string_view bytes) {
-  const size_t lf = FindLineEnd(bytes, 0);
+std::optional<ScannedPart> ScanRequestLine(std::string_view bytes,
+                                           size_t from) {
+  const size_t lf = FindLineEnd(bytes, from);
   if (!IsLineFeed(bytes, lf)) return std::nullopt;
   if (lf > 0 && bytes[lf - 1] == '\r') return ScannedPart{lf - 1, 2};
   return ScannedPart{lf, 1};

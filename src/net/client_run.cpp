@@ -92,7 +92,7 @@ ClientRun::Next ClientRun::OnReadable() {
   }
   m_server.AddReceived(received);
   if (!Append(received)) return Next::kEndWith0;
-  if (!m_server.IsRequestComplete(m_request)) {
+  if (!m_server.IsRequestComplete(m_request, m_progress)) {
     LogLine(LogChannel::DetailInfoE, kMethod)
         << L"HTTPRequest::IsComplete returned false, looping";
     return Next::kWait;
@@ -177,6 +177,7 @@ ClientRun::Next ClientRun::FinishResponse() {
   m_server.OnResponseSent(m_sent);
   if (m_keepOpen == 0) return Next::kEndWith1;
   m_request.SetSize(0);
+  m_progress.Reset();
   return Next::kGoOn;
 }
 

@@ -9,6 +9,7 @@
 #include "base/o_array.h"
 #include "base/o_string.h"
 #include "base/windows_api.h"
+#include "http/request_progress.h"
 
 class WebServerBase;
 
@@ -72,6 +73,7 @@ class ClientRun {
   // Made at the first receive: a connection that stays silent needs none.
   std::unique_ptr<char[]> m_receiveBuffer;
   OTypedArray<char> m_request;  // all received since the last answer
+  RequestProgress m_progress;   // in m_request
   ByteBuffer m_response;
   uint32_t m_keepOpen = 0;  // set by the extension, never reset here
   uint32_t m_sent = 0;      // bytes of m_response that the socket took

@@ -210,6 +210,31 @@ TEST_F(ClientRunTest, PipelinedRequestsGoToTheHandlerAsOne) {
   EXPECT_THAT(m_requests, ElementsAre("one.two.", "three."));
 }
 
+// A server whose requests end as those of the real one.
+class HttpTestServer : public kova::test::TestServer {
+  bool IsRequestComplete(const OTypedArray<char>& received,
+                         kova::RequestProgress& progress) override {
+    return progress.IsComplete(
+        {received.Data(), static_cast<size_t>(received.Count())});
+  }
+};
+
+TEST_F(ClientRunTest, LooksForTheEndOfEachRequestOfAConnectionAnew) {
+  m_keepOpen = 1;
+  const std::string longer = "POST / HTTP/1.1\nContent-Length: 1\n\nx";
+  const std::string shorter = "GET /\n\n";
+  for (const std::string& request : {longer, shorter}) {
+    m_socket.Wake(FD_READ);
+    m_socket.Arrive(request.substr(0, 6));
+    m_socket.Wake(FD_READ);
+    m_socket.Arrive(request.substr(6));
+  }
+  HttpTestServer server;
+  kova::ClientRun run(server, kSocket, nullptr, nullptr, m_address, Handler());
+  EXPECT_EQ(run.Run(), 1u);
+  EXPECT_THAT(m_requests, ElementsAre(longer, shorter));
+}
+
 TEST_F(ClientRunTest, AFailedReceiveIsLoggedAndTheClosePasses) {
   m_socket.Wake(FD_READ | FD_CLOSE);
   m_socket.ReceiveFails(WSAECONNRESET);

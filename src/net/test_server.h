@@ -33,7 +33,8 @@ class TestServer : public WebServerBase {
     m_changed.notify_all();
     return 0;
   }
-  bool IsRequestComplete(const OTypedArray<char>& received) override {
+  bool IsRequestComplete(const OTypedArray<char>& received,
+                         RequestProgress& /*progress*/) override {
     const int32_t count = received.Count();
     return count > 0 && received[count - 1] == '.';
   }

@@ -16,6 +16,10 @@
 
 class Network_ClientThread;
 
+namespace kova {
+class RequestProgress;
+}
+
 // Listens on one IPv4 TCP port and serves every connection on a thread of its
 // own. May be run and stopped any number of times. Run() and Stop() may be
 // called from any thread and exclude each other. All failures are logged and
@@ -35,9 +39,11 @@ class WebServerBase {
   // A response of `byteCount` bytes was sent whole. Runs on the connection's
   // thread; the result is ignored.
   virtual int OnResponseSent(uint32_t byteCount) = 0;
-  // Whether the bytes received so far hold a whole request. Runs on the
+  // Whether the bytes received so far hold a whole request. `progress` is the
+  // connection's, reset whenever `received` begins anew. Runs on the
   // connection's thread after every receive.
-  virtual bool IsRequestComplete(const OTypedArray<char>& received) = 0;
+  virtual bool IsRequestComplete(const OTypedArray<char>& received,
+                                 kova::RequestProgress& progress) = 0;
 
   // Starts the accept thread, listening on `port` (its low 16 bits) of
   // `bindAddress` (IPv4 in host byte order; 0: all interfaces), and waits up

@@ -1,7 +1,7 @@
 #include "net/web_server_http.h"
 
 #include "base/module_pin.h"
-#include "http/http_request.h"
+#include "http/request_progress.h"
 #include "log/server_logger.h"
 
 namespace {
@@ -36,8 +36,10 @@ int WebServerHTTP::OnClientConnected(const std::string& /*address*/,
 
 int WebServerHTTP::OnResponseSent(uint32_t /*byteCount*/) { return 0; }
 
-bool WebServerHTTP::IsRequestComplete(const OTypedArray<char>& received) {
-  return HTTPRequest::IsComplete(received.Data(), received.Count());
+bool WebServerHTTP::IsRequestComplete(const OTypedArray<char>& received,
+                                      kova::RequestProgress& progress) {
+  return progress.IsComplete(
+      {received.Data(), static_cast<size_t>(received.Count())});
 }
 
 bool WebServerHTTP::JoinRestartThread() {

@@ -44,7 +44,8 @@ class WebServerHTTP : public WebServerBase {
 
   int OnClientConnected(const std::string& address, uint32_t port) override;
   int OnResponseSent(uint32_t byteCount) override;
-  bool IsRequestComplete(const OTypedArray<char>& received) override;
+  bool IsRequestComplete(const OTypedArray<char>& received,
+                         kova::RequestProgress& progress) override;
 
   NetworkMonitorState& Monitor() { return m_monitor; }
 

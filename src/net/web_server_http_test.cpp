@@ -1,6 +1,7 @@
 // Patched: the HTTP server object and its restart thread.
 #include "net/web_server_http.h"
 
+#include "http/request_progress.h"
 #include "net/server_fixture.h"
 #include "test/support/import_patch.h"
 
@@ -122,12 +123,13 @@ TEST_F(WebServerHTTPTest, ARequestIsCompleteWithoutOrWithItsWholeBody) {
   const std::string headers = "POST / HTTP/1.1\r\nContent-Length: 3\r\n\r\n";
   const std::string request = headers + "a=b";
   OTypedArray<char> bytes;
-  EXPECT_FALSE(m_server->IsRequestComplete(bytes));
+  kova::RequestProgress progress;
+  EXPECT_FALSE(m_server->IsRequestComplete(bytes, progress));
   for (size_t length = 1; length <= request.size(); ++length) {
     const bool complete = length == headers.size() || length == request.size();
-    EXPECT_EQ(
-        m_server->IsRequestComplete(Fill(bytes, request.substr(0, length))),
-        complete)
+    EXPECT_EQ(m_server->IsRequestComplete(
+                  Fill(bytes, request.substr(0, length)), progress),
+              complete)
         << length;
   }
 }

@@ -1,9 +1,11 @@
 // Parses requests and every beginning of them, with and without form data, and
-// compares the verdict with one worked out in the plainest way.
+// compares the verdict with one worked out in the plainest way, and with that
+// of a look that goes on where the one before ended.
 #include <cctype>
 #include <optional>
 
 #include "http/http_request.h"
+#include "http/request_progress.h"
 #include "test/fuzz/fuzz_input.h"
 
 namespace {
@@ -121,11 +123,17 @@ bool Parse(std::string_view bytes, bool parseForm) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string whole(reinterpret_cast<const char*>(data),
                           std::min(size, kMostBytes));
+  kova::RequestProgress each;
+  kova::RequestProgress some;
   for (size_t length = 0; length <= whole.size(); ++length) {
     // A buffer of its own, so that reading past its end is seen.
     const std::string bytes = whole.substr(0, length);
     const bool verdict = Parse(bytes, false);
     KOVA_FUZZ_EXPECT(Parse(bytes, true) == verdict);
+    KOVA_FUZZ_EXPECT(each.IsComplete(bytes) == verdict);
+    // Cut where the input says.
+    KOVA_FUZZ_EXPECT(length == 0 || bytes.back() % 4 != 0 ||
+                     some.IsComplete(bytes) == verdict);
     const std::optional<bool> expected = IsComplete(bytes);
     KOVA_FUZZ_EXPECT(!expected || *expected == verdict);
   }
