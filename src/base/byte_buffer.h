@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <utility>
 
@@ -38,12 +39,16 @@ class ByteBuffer {
   }
 
   // The same for a size that somebody else claims: false where memory runs
-  // out, and then keeps the old block. A new block is all zero, so that what
-  // nobody writes into it tells nothing of the process. The C runtime is asked
-  // for zeros, which takes large blocks as they come from the system: to touch
-  // a false claim of gigabytes would cost them.
+  // out, and then keeps the old block. The block is all zero, so that what
+  // nobody writes into it tells nothing of the process or of an earlier
+  // answer. To touch a false claim of gigabytes would cost them: the C runtime
+  // is asked for zeros, which takes large blocks as they come from the system.
+  // A small block that has the size already is cleared.
   [[nodiscard]] bool TryResizeDiscarding(uint64_t sizeBytes) {
-    if (sizeBytes == m_size) return true;
+    if (sizeBytes == m_size && sizeBytes <= kMostClearedBytes) {
+      if (sizeBytes != 0) std::memset(m_data.get(), 0, sizeBytes);
+      return true;
+    }
     Block fresh(nullptr, ByteDeleter{true});
     if (sizeBytes != 0) {
       fresh.reset(static_cast<char*>(std::calloc(sizeBytes, 1)));
@@ -56,6 +61,9 @@ class ByteBuffer {
 
  private:
   using Block = std::unique_ptr<char[], ByteDeleter>;
+
+  // The heap clears what it gives again; larger blocks come from the system.
+  static constexpr uint64_t kMostClearedBytes = uint64_t{1} << 20;
 
   Block m_data;
   uint64_t m_size = 0;

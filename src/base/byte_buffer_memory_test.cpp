@@ -59,4 +59,22 @@ TEST_F(ByteBufferMemoryTest, AsksTheRuntimeForZerosWhateverTheSize) {
   }
 }
 
+// Small ones are cleared where they are.
+TEST_F(ByteBufferMemoryTest, TakesLargeBlocksAnewWhereTheSizeIsTheSame) {
+  for (const uint64_t size : {uint64_t{1}, uint64_t{1} << 20}) {
+    ByteBuffer buffer;
+    ASSERT_TRUE(buffer.TryResizeDiscarding(size));
+    const size_t asked = g_calls;
+    const char* const before = buffer.Data();
+    EXPECT_TRUE(buffer.TryResizeDiscarding(size));
+    EXPECT_EQ(buffer.Data(), before);
+    EXPECT_EQ(g_calls, asked);
+  }
+  ByteBuffer buffer;
+  ASSERT_TRUE(buffer.TryResizeDiscarding((uint64_t{1} << 20) + 1));
+  const size_t asked = g_calls;
+  EXPECT_TRUE(buffer.TryResizeDiscarding((uint64_t{1} << 20) + 1));
+  EXPECT_EQ(g_calls, asked + 1);
+}
+
 }  // namespace

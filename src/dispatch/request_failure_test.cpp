@@ -178,6 +178,20 @@ TEST_F(RequestFailureTest, AClaimedLengthBeyondMemoryIsAFailedCopy) {
   EXPECT_EQ(Ask("bytes-10"), "abcdefghij");
 }
 
+// On a connection that is kept the buffer holds the previous answer.
+TEST_F(RequestFailureTest, BytesClaimedAndNotCopiedAreZeroInEveryAnswer) {
+  ExtensionPrinter printer(L"scripted", kName);
+  for (const size_t size : {size_t{4096}, size_t{2} << 20}) {
+    const std::string bytes = std::to_string(size);
+    EXPECT_EQ(Ask("bytes-" + bytes).find('\0'), std::string::npos);
+    const std::string answer = Ask("claims-" + bytes);
+    ASSERT_EQ(answer.size(), size);
+    const size_t copied = answer.find('\0');
+    ASSERT_NE(copied, std::string::npos);
+    EXPECT_EQ(answer.find_first_not_of('\0', copied), std::string::npos);
+  }
+}
+
 // What the answer held when the response was released.
 struct Seen {
   const kova::ByteBuffer* answer = nullptr;
