@@ -25,10 +25,11 @@ inline constexpr int32_t kMostGrowthStep = 1024;
 }
 
 // How many elements the block beneath gets when `needed` no longer fit into
-// its `room`: at least twice the room, so that n elements added in small
-// steps are moved O(n) times in all.
+// its `room`: at least half as much again, so that n elements added in small
+// steps are moved O(n) times in all, and what lies idle is less than half of
+// what is used.
 [[nodiscard]] constexpr size_t NextRoom(size_t room, size_t needed) {
-  return std::max(needed, room * 2);
+  return std::max(needed, room + room / 2);
 }
 
 }  // namespace kova

@@ -34,10 +34,12 @@ TEST(NextCapacityTest, DoesNotOverflow) {
   EXPECT_EQ(NextCapacity(10, 10, INT32_MAX, 11), INT32_MAX);
 }
 
-TEST(NextRoomTest, AtLeastDoubles) {
+TEST(NextRoomTest, IsAtLeastHalfAsMuchAgain) {
   EXPECT_EQ(NextRoom(0, 5), 5u);
-  EXPECT_EQ(NextRoom(5, 6), 10u);
-  EXPECT_EQ(NextRoom(5, 11), 11u);
+  EXPECT_EQ(NextRoom(1, 2), 2u);
+  EXPECT_EQ(NextRoom(6, 7), 9u);
+  EXPECT_EQ(NextRoom(6, 9), 9u);
+  EXPECT_EQ(NextRoom(6, 10), 10u);
 }
 
 }  // namespace

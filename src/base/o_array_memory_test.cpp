@@ -61,7 +61,7 @@ TEST_F(OArrayMemoryTest, AFailedGrowthChangesNothing) {
   EXPECT_EQ(bytes[99], 'x');
 }
 
-TEST_F(OArrayMemoryTest, TakesTheExactBlockWhereADoubledOneIsRefused) {
+TEST_F(OArrayMemoryTest, TakesTheExactBlockWhereALargerOneIsRefused) {
   OTypedArray<char> bytes;
   bytes.SetSize(100);
   most = 112;
