@@ -63,14 +63,28 @@ void HTTPResponse::SetStatus(uint32_t code) {
   m_statusText = OString::Decimal(code) + kova::ReasonPhrase(code);
 }
 
-void HTTPResponse::SetHeader(const OString& name, const OString& value) {
-  OString line = name + ": " + value;
-  line.SetCodePage(kova::kCodePageAnsi);
+int32_t HTTPResponse::FindHeader(const OString& name) const {
   int32_t at = 0;
   while (at < m_headerLines.Count() && !IsLineOf(m_headerLines[at], name)) {
     ++at;
   }
-  m_headerLines.SetAt(at, std::move(line));
+  return at;
+}
+
+void HTTPResponse::SetHeader(const OString& name, const OString& value) {
+  OString line = name + ": " + value;
+  line.SetCodePage(kova::kCodePageAnsi);
+  m_headerLines.SetAt(FindHeader(name), std::move(line));
+}
+
+void HTTPResponse::RemoveHeader(const OString& name) {
+  const int32_t at = FindHeader(name);
+  const int32_t last = m_headerLines.Count() - 1;
+  if (at > last) return;
+  for (int32_t i = at; i < last; ++i) {
+    m_headerLines[i] = std::move(m_headerLines[i + 1]);
+  }
+  m_headerLines.SetSize(last);
 }
 
 void HTTPResponse::SetBody(const char* bytes, uint32_t lengthBytes) {
@@ -82,7 +96,10 @@ void HTTPResponse::AddStandardHeaders() {
   SetHeader("Date", kova::HttpDate(kova::CurrentTimeSeconds()));
   SetHeader("Server", ComputerName());
   SetHeader("Accept-Ranges", "None");
-  if (m_body.Size() != 0) {
+  if (m_body.Size() == 0) {
+    // Deliberate: the caller's own goes, too.
+    RemoveHeader("Content-Length");
+  } else {
     SetHeader("Content-Length",
               OString::Decimal(static_cast<uint32_t>(m_body.Size())));
   }

@@ -30,7 +30,8 @@ class HTTPResponse {
   void SetBody(const char* bytes, uint32_t lengthBytes);
 
   // Sets Date, Server (the computer's name), Accept-Ranges and, where the body
-  // is not empty, Content-Length.
+  // is not empty, Content-Length. A response with an empty body has no such
+  // line, whoever set it.
   void AddStandardHeaders();
 
   // Adds the standard headers and makes `out` exactly the response's bytes.
@@ -46,6 +47,11 @@ class HTTPResponse {
   }
 
  private:
+  // The index of the first line of that name; the count where there is none.
+  [[nodiscard]] int32_t FindHeader(const OString& name) const;
+  // Takes the first line of that name away.
+  void RemoveHeader(const OString& name);
+
   const OString m_version = "HTTP/1.1";
   uint32_t m_status = 0;
   OString m_statusText;

@@ -3,10 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cwchar>
 #include <string>
 #include <vector>
 
+#include "base/clock.h"
+#include "http/http_date.h"
 #include "test/support/import_patch.h"
 
 namespace {
@@ -134,6 +137,42 @@ TEST_F(HTTPResponseTest, HasNoLengthLineWithoutBody) {
   m_response.SetBody("x", 1);
   m_response.SetBody(nullptr, 0);
   EXPECT_EQ(Bytes().find("Content-Length"), std::string::npos);
+}
+
+TEST_F(HTTPResponseTest, LosesTheLengthLineWithTheBody) {
+  m_response.SetBody("x", 1);
+  EXPECT_NE(Bytes().find("\r\nContent-Length: 1\r\n"), std::string::npos);
+  m_response.SetHeader("X", "1");
+  m_response.SetBody(nullptr, 0);
+  EXPECT_EQ(Bytes(),
+            "HTTP/1.1 200 OK\r\n"
+            "Content-Type: application/octet-stream\r\n"
+            "Cache-Control: no-cache\r\n"
+            "Date: now\r\n"
+            "Server: PRINTHOST\r\n"
+            "Accept-Ranges: None\r\n"
+            "X: 1\r\n"
+            "\r\n");
+}
+
+// A client would wait for bytes that never come.
+TEST_F(HTTPResponseTest, HasNoLengthLineOfTheCallersWithoutBody) {
+  m_response.SetHeader("content-length", "5");
+  EXPECT_EQ(Bytes().find("content-length"), std::string::npos);
+  m_response.SetHeader("content-length", "5");
+  m_response.SetBody("abc", 3);
+  EXPECT_NE(Bytes().find("\r\nContent-Length: 3\r\n"), std::string::npos);
+}
+
+TEST_F(HTTPResponseTest, SaysTheTimeOfTheClock) {
+  const int64_t before = kova::CurrentTimeSeconds();
+  m_response.AddStandardHeaders();
+  const int64_t after = kova::CurrentTimeSeconds();
+  Texts expected;
+  for (int64_t time = before; time <= after; ++time) {
+    expected.push_back(std::string("Date: ") + kova::HttpDate(time).Narrow());
+  }
+  EXPECT_EQ(std::count(expected.begin(), expected.end(), Lines().at(2)), 1);
 }
 
 TEST_F(HTTPResponseTest, SerializesTwiceInTheSameOrder) {
