@@ -21,20 +21,19 @@ constexpr uint32_t kBadRequest = 400;
 // Empty, and logged, when the request names no printer.
 std::wstring FindPrinterName(const HTTPRequest& request,
                              const OString& clientAddress) {
-  const OString printer = request.GetFormValue("printer");
-  if (!printer.IsEmpty()) return std::wstring(printer.WideView());
+  std::wstring printerName = request.GetFormValue(L"printer");
+  if (!printerName.empty()) return printerName;
 
-  const OString share = request.GetFormValue("share");
-  if (share.IsEmpty()) {
+  const std::wstring shareName = request.GetFormValue(L"share");
+  if (shareName.empty()) {
     if (LogLine line(LogChannel::DetailInfo, kMethod); line) {
       line << L"Error: Both the printer name and share name are empty. Unable "
               L"to route the request to a driver."
            << L" \nClient Address: " << clientAddress.WideView();
     }
-    return std::wstring();
+    return printerName;
   }
-  const std::wstring shareName(share.WideView());
-  std::wstring printerName = ShareNameToPrinterName(shareName);
+  printerName = ShareNameToPrinterName(shareName);
   if (printerName.empty()) {
     if (LogLine line(LogChannel::DetailInfo, kMethod); line) {
       line << L"Error: The share name: " << shareName
@@ -96,8 +95,7 @@ int32_t DispatchRequest(const char* request, uint32_t lengthBytes,
   HTTPRequest parsed;
   // Deliberate: the verdict is not looked at. Whatever fields the parse found
   // decide; a request that yields none ends in the 400 answer.
-  (void)parsed.ParseLeavingBody(request, static_cast<int32_t>(lengthBytes),
-                                true);
+  (void)parsed.ParseInPlace(request, static_cast<int32_t>(lengthBytes), true);
   const std::string_view bytes(request, lengthBytes);
   ExtensionCall call;  // releases its response after either answer is made
   if (!AnswerByExtension(parsed, bytes, call, response, keepOpen,

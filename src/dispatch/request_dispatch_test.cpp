@@ -118,6 +118,19 @@ TEST_F(RequestRoutingTest, AnEmptyPrinterLeavesTheShare) {
   ExpectEcho(Get("/?printer=%00KOVA&share=kovaShare"));
 }
 
+// A zero and a blank that UTF-8 would write in one byte.
+TEST_F(RequestRoutingTest, WhatIsEmptyAsTextIsNoName) {
+  const kova::test::DemoPrinter unshared(L"KOVA A unshared");
+  ExpectEcho(Get("/?printer=%C0%80&share=kovaShare"));
+  ExpectEcho(Get("/?printer=%C0%A0%C0%89&share=%C0%A0kovaShare%C0%8A"));
+  ExpectEcho(Get("/?printer=%C0%A0KOVA+X%C0%80nothing"));
+  m_capture.Take();
+  for (const char* const share : {"%C0%80", "%C0%A0", "%C0%80kovaShare"}) {
+    ExpectBadRequest(Get(std::string("/?share=") + share));
+    EXPECT_THAT(m_capture.Take(), ElementsAre(kBothEmpty, Responding()));
+  }
+}
+
 TEST_F(RequestRoutingTest, AnUnknownShareIsABadRequest) {
   ExpectBadRequest(Get("/?share=Nothing"));
   EXPECT_THAT(m_capture.Take(),

@@ -1,12 +1,10 @@
 #include "http/http_request.h"
 
-#include <algorithm>
 #include <cstring>
 
 #include "base/ascii.h"
 #include "http/header_block.h"
 #include "http/pieces.h"
-#include "http/request_line.h"
 #include "http/request_progress.h"
 #include "http/request_scan.h"
 #include "http/url_decode.h"
@@ -19,33 +17,19 @@ OString TextOf(std::string_view bytes) {
   return OString(bytes.data(), bytes.size());
 }
 
-// What follows a request line.
-struct Rest {
-  std::string_view headerBlock;
-  std::string_view body;
+// A name and a value, still encoded.
+struct FormField {
+  std::string_view name;
+  std::string_view value;
 };
 
-// Nothing where the headers have no end.
-std::optional<Rest> SplitRest(std::string_view all,
-                              const kova::ScannedPart& line) {
-  const auto headers = kova::ScanHeaderEnd(all, line.end);
-  if (!headers) return std::nullopt;
-  return Rest{kova::HeaderBlock(all, line, *headers),
-              all.substr(headers->Next())};
-}
-
-bool IsAscii(std::string_view text) {
-  return std::all_of(text.begin(), text.end(), [](char c) {
-    return static_cast<unsigned char>(c) < 0x80;
-  });
-}
-
-// The narrow form alone decides where it can: comparing texts of two code
-// pages converts both.
-bool IsNamed(const OString& text, std::string_view name) {
-  const std::string_view own = text.NarrowView();
-  if (IsAscii(own) && IsAscii(name)) return kova::EqualsNoCase(own, name);
-  return text.CompareNoCase(OString(name.data(), name.size())) == 0;
+// Deliberate: blanks and ends count as the 16-bit text has them, in however
+// many bytes they were encoded. Routing uses that form.
+std::wstring Trimmed(std::wstring text) {
+  constexpr wchar_t kTrimmed[] = L" \t\r\n";
+  text.erase(text.find_last_not_of(kTrimmed) + 1);
+  text.erase(0, text.find_first_not_of(kTrimmed));
+  return text;
 }
 
 }  // namespace
@@ -58,74 +42,71 @@ bool HTTPRequest::IsComplete(const char* bytes, int32_t lengthBytes) {
 
 bool HTTPRequest::Parse(const char* bytes, int32_t lengthBytes,
                         bool parseForm) {
-  const auto body = Take(bytes, lengthBytes, parseForm);
-  if (!body) return false;
-  if (body->empty()) return true;
-  m_bodyCopy.ResizeDiscarding(body->size());
-  std::memcpy(m_bodyCopy.Data(), body->data(), body->size());
-  m_body = {m_bodyCopy.Data(), body->size()};
-  return true;
+  if (lengthBytes <= 0) return false;
+  // Fields that this parse leaves alone lie in an earlier copy.
+  kova::ByteBuffer& copy = m_copies.emplace_back();
+  copy.ResizeDiscarding(static_cast<uint64_t>(lengthBytes));
+  std::memcpy(copy.Data(), bytes, copy.Size());
+  return ParseInPlace(copy.Data(), lengthBytes, parseForm);
 }
 
-bool HTTPRequest::ParseLeavingBody(const char* bytes, int32_t lengthBytes,
-                                   bool parseForm) {
-  const auto body = Take(bytes, lengthBytes, parseForm);
-  if (!body) return false;
-  if (!body->empty()) m_body = *body;
-  return true;
-}
-
-std::optional<std::string_view> HTTPRequest::Take(const char* bytes,
-                                                  int32_t lengthBytes,
-                                                  bool parseForm) {
-  if (lengthBytes <= 0) return std::nullopt;
+bool HTTPRequest::ParseInPlace(const char* bytes, int32_t lengthBytes,
+                               bool parseForm) {
+  if (lengthBytes <= 0) return false;
   const std::string_view all(bytes, static_cast<size_t>(lengthBytes));
   const auto line = kova::ScanRequestLine(all);
-  if (!line || !ParseRequestLine(all.substr(0, line->end))) return std::nullopt;
-  const auto rest = SplitRest(all, *line);
-  if (!rest) return std::nullopt;
-  if (!rest->headerBlock.empty()) TakeHeaderBlock(rest->headerBlock);
-  const std::string_view body = rest->body;
-  if (!kova::IsWholeBody(kova::AnnouncedBodyBytes(HeaderBlock()),
-                         body.size())) {
-    return std::nullopt;
+  if (!line || !ParseRequestLine(all.substr(0, line->end))) return false;
+  const auto headers = kova::ScanHeaderEnd(all, line->end);
+  if (!headers) return false;
+  const std::string_view block = kova::HeaderBlock(all, *line, *headers);
+  if (!block.empty()) {
+    m_headerBlock = block;
+    m_areLinesMade = false;
   }
-  // Deliberate: the exact value only, without parameters, qualifies.
-  if (parseForm && !body.empty() &&
-      FindHeader("Content-Type") == "application/x-www-form-urlencoded") {
-    ParseFormData(body.data(), static_cast<int32_t>(body.size()));
+  const std::string_view body = all.substr(headers->Next());
+  if (body.empty()) return true;
+  if (!kova::IsWholeBody(kova::AnnouncedBodyBytes(m_headerBlock),
+                         body.size())) {
+    return false;
   }
   // Deliberate: the body is all that came, even beyond Content-Length.
-  return body;
+  m_body = body;
+  // Deliberate: the exact value only, without parameters, qualifies.
+  if (parseForm && kova::FindHeaderValue(m_headerBlock, "Content-Type") ==
+                       "application/x-www-form-urlencoded") {
+    ParseFormData(body.data(), static_cast<int32_t>(body.size()));
+  }
+  return true;
 }
 
 bool HTTPRequest::ParseRequestLine(std::string_view line) {
   const auto found = kova::SplitRequestLine(line);
   if (!found) return false;
-  m_method.Assign(found->method.data(), found->method.size());
-  m_version.Assign(found->version.data(), found->version.size());
+  m_line = *found;
   if (found->query) {
     ParseFormData(found->query->data(),
                   static_cast<int32_t>(found->query->size()));
   }
-  m_path = kova::UrlDecodeBytes(found->path);
   return kova::HasMethodAndPath(*found);
 }
 
-void HTTPRequest::TakeHeaderBlock(std::string_view block) {
-  m_headerBlock.ResizeDiscarding(block.size());
-  std::memcpy(m_headerBlock.Data(), block.data(), block.size());
-  m_areLinesMade = false;
+void HTTPRequest::ParseFormData(const char* bytes, int32_t lengthBytes) {
+  if (lengthBytes < 0) return;
+  const std::string_view all(bytes, static_cast<size_t>(lengthBytes));
+  m_forms.push_back(all.substr(0, all.find('\0')));
+  m_areFieldsMade = false;
 }
 
-std::string_view HTTPRequest::HeaderBlock() const {
-  return {m_headerBlock.Data(), m_headerBlock.Size()};
-}
+OString HTTPRequest::Method() const { return TextOf(m_line.method); }
+
+OString HTTPRequest::Version() const { return TextOf(m_line.version); }
+
+OString HTTPRequest::Path() const { return kova::UrlDecodeBytes(m_line.path); }
 
 const OStringArray& HTTPRequest::HeaderLines() const {
   if (m_areLinesMade) return m_headerLines;
   m_headerLines.SetSize(0);
-  kova::ForEachPiece(HeaderBlock(), '\n', [this](std::string_view piece) {
+  kova::ForEachPiece(m_headerBlock, '\n', [this](std::string_view piece) {
     m_headerLines.Append(TextOf(kova::Trim(piece, kBlanksAndLineEnds)));
     return true;
   });
@@ -133,39 +114,54 @@ const OStringArray& HTTPRequest::HeaderLines() const {
   return m_headerLines;
 }
 
-void HTTPRequest::ParseFormData(const char* bytes, int32_t lengthBytes) {
-  if (lengthBytes < 0) return;
-  const std::string_view all(bytes, static_cast<size_t>(lengthBytes));
-  kova::ForEachPiece(all.substr(0, all.find('\0')), '&',
-                     [this](std::string_view piece) {
-                       TakeFormPair(piece);
-                       return true;
-                     });
-}
-
-void HTTPRequest::TakeFormPair(std::string_view piece) {
-  piece = kova::Trim(piece, kBlanksAndLineEnds);
-  const size_t equals = piece.find('=');
-  if (equals == piece.npos) return;
-  m_formNames.Append(kova::UrlDecodeBytes(piece.substr(0, equals)));
-  m_formValues.Append(kova::UrlDecodeBytes(piece.substr(equals + 1)));
-}
-
-std::string_view HTTPRequest::FindHeader(std::string_view name) const {
-  return kova::FindHeaderValue(HeaderBlock(), name);
-}
-
 OString HTTPRequest::GetHeader(const char* name) const {
-  return TextOf(FindHeader(name));
+  return TextOf(kova::FindHeaderValue(m_headerBlock, name));
 }
 
-OString HTTPRequest::GetFormValue(const char* name) const {
-  for (int32_t i = 0; i < m_formNames.Count(); ++i) {
-    if (!IsNamed(m_formNames[i], name)) continue;
-    const std::string_view value = m_formValues[i].NarrowView();
-    const std::string_view trimmed = kova::Trim(value, kBlanksAndLineEnds);
-    if (trimmed.size() == value.size()) return m_formValues[i];
-    return OString::FromUtf8(trimmed);
+// Calls `take` for each field until it returns false.
+template <typename Take>
+void HTTPRequest::ForEachFormField(const Take& take) const {
+  for (const std::string_view form : m_forms) {
+    bool isWanted = true;
+    kova::ForEachPiece(form, '&', [&](std::string_view piece) {
+      piece = kova::Trim(piece, kBlanksAndLineEnds);
+      const size_t equals = kova::FindByte(piece, 0, '=');
+      if (equals == piece.size()) return true;
+      isWanted = take({piece.substr(0, equals), piece.substr(equals + 1)});
+      return isWanted;
+    });
+    if (!isWanted) return;
   }
-  return {};
+}
+
+void HTTPRequest::MakeFormFields() const {
+  if (m_areFieldsMade) return;
+  m_formNames.SetSize(0);
+  m_formValues.SetSize(0);
+  ForEachFormField([this](const FormField& field) {
+    m_formNames.Append(kova::UrlDecodeBytes(field.name));
+    m_formValues.Append(kova::UrlDecodeBytes(field.value));
+    return true;
+  });
+  m_areFieldsMade = true;
+}
+
+const OStringArray& HTTPRequest::FormNames() const {
+  MakeFormFields();
+  return m_formNames;
+}
+
+const OStringArray& HTTPRequest::FormValues() const {
+  MakeFormFields();
+  return m_formValues;
+}
+
+std::wstring HTTPRequest::GetFormValue(std::wstring_view name) const {
+  std::wstring value;
+  ForEachFormField([&](const FormField& field) {
+    if (!kova::DecodesToName(field.name, name)) return true;
+    value = Trimmed(kova::UrlDecodeToWide(field.value));
+    return false;
+  });
+  return value;
 }

@@ -62,8 +62,8 @@ TEST(HTTPRequestBodyTest, MayHoldAnyByte) {
 TEST(HTTPRequestBodyTest, StaysWithTheBytesWhereItIsLeftThere) {
   const std::string bytes = PostOf("Content-Length: 2\r\n", "123");
   HTTPRequest request;
-  EXPECT_TRUE(request.ParseLeavingBody(
-      bytes.data(), static_cast<int32_t>(bytes.size()), false));
+  EXPECT_TRUE(request.ParseInPlace(bytes.data(),
+                                   static_cast<int32_t>(bytes.size()), false));
   EXPECT_EQ(request.Body(), bytes.data() + bytes.size() - 3);
   EXPECT_EQ(request.BodyLength(), 3u);
   HTTPRequest copying;
@@ -134,7 +134,8 @@ TEST(HTTPRequestBodyTest, GivesFormFieldsAfterThoseOfTheQuery) {
   EXPECT_STREQ(request.FormValues()[0].Narrow(), "0");
   EXPECT_STREQ(request.FormValues()[1].Narrow(), "1");
   EXPECT_STREQ(request.FormValues()[2].Narrow(), "A B");
-  EXPECT_STREQ(request.GetFormValue("q").Narrow(), "0");
+  EXPECT_EQ(request.GetFormValue(L"q"), L"0");
+  EXPECT_EQ(request.GetFormValue(L"r"), L"A B");
 }
 
 TEST(HTTPRequestBodyTest, GivesFormFieldsWhereAskedForOnly) {

@@ -22,8 +22,7 @@ bool IsComplete(const std::string& bytes, size_t length) {
     EXPECT_EQ(copying.Parse(exact.get(), count, parseForm), isComplete)
         << testing::PrintToString(bytes.substr(0, length));
     HTTPRequest leaving;
-    EXPECT_EQ(leaving.ParseLeavingBody(exact.get(), count, parseForm),
-              isComplete);
+    EXPECT_EQ(leaving.ParseInPlace(exact.get(), count, parseForm), isComplete);
     EXPECT_EQ(leaving.BodyLength(), copying.BodyLength());
   }
   return isComplete;

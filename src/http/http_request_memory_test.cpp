@@ -1,40 +1,15 @@
 // Patched: how much memory a request asks for.
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <string>
 
 #include "http/http_request.h"
-#include "test/support/import_patch.h"
+#include "test/support/allocation_count.h"
 
 namespace {
 
-using kova::test::ImportPatch;
-
-std::atomic<size_t> g_calls;
-std::atomic<size_t> g_bytes;
-void* (*g_realMalloc)(size_t) = nullptr;
-
-void* CountedMalloc(size_t bytes) {
-  ++g_calls;
-  g_bytes += bytes;
-  return g_realMalloc(bytes);
-}
-
-// What `run` allocates. All that a request asks for comes from operator new.
-struct Cost {
-  size_t calls;
-  size_t bytes;
-};
-
-template <typename Run>
-Cost CostOf(const Run& run) {
-  const ImportPatch<void*(size_t)> patch(nullptr, "malloc", &CountedMalloc);
-  g_realMalloc = patch.Original();
-  g_calls = g_bytes = 0;
-  run();
-  return {g_calls, g_bytes};
-}
+using Cost = kova::test::AllocationCost;
+using kova::test::CostOf;
 
 int32_t SizeOf(const std::string& bytes) {
   return static_cast<int32_t>(bytes.size());
@@ -74,31 +49,30 @@ TEST(HTTPRequestMemoryTest, IsNotNeededWhileHeadersDoNotEnd) {
   EXPECT_EQ(cost.calls, 0u);
 }
 
-TEST(HTTPRequestMemoryTest, IsNotTakenForABodyThatIsLeftInPlace) {
-  const std::string& whole = BigRequest();
-  const auto leave = [&] {
-    HTTPRequest request;
-    EXPECT_TRUE(request.ParseLeavingBody(whole.data(), SizeOf(whole), true));
-  };
-  const auto copy = [&] {
-    HTTPRequest request;
-    EXPECT_TRUE(request.Parse(whole.data(), SizeOf(whole), true));
-  };
-  EXPECT_LT(CostOf(leave).bytes, 5000u);
-  EXPECT_GE(CostOf(copy).bytes, 1000000u);
-  EXPECT_LT(CostOf(copy).bytes, 1005000u);
+// What is parsed in place takes no more than the list of its two forms.
+TEST(HTTPRequestMemoryTest, IsNotTakenForFieldsThatNobodyAsksFor) {
+  for (const std::string& type :
+       {std::string("text/plain"),
+        std::string("application/x-www-form-urlencoded")}) {
+    const std::string whole =
+        kHead + "Content-Type: " + type + "\r\n\r\n" + std::string(9999, '=');
+    const Cost cost = CostOf([&] {
+      HTTPRequest request;
+      EXPECT_TRUE(request.ParseInPlace(whole.data(), SizeOf(whole), true));
+    });
+    EXPECT_LE(cost.calls, 2u);
+    EXPECT_LT(cost.bytes, 100u);
+  }
 }
 
-// Method, path, version: one text each, and the default path that the parsed
-// one replaces. The header block. Two form fields of two texts, in arrays that
-// grow from one to five elements.
-TEST(HTTPRequestMemoryTest, IsTakenOnceForEachFieldKept) {
-  const Cost cost = CostOf([] {
+TEST(HTTPRequestMemoryTest, IsTakenForOneCopyOfTheBytesWhereThatIsKept) {
+  const std::string& whole = BigRequest();
+  const Cost cost = CostOf([&] {
     HTTPRequest request;
-    EXPECT_TRUE(request.ParseLeavingBody(BigRequest().data(),
-                                         SizeOf(BigRequest()), true));
+    EXPECT_TRUE(request.Parse(whole.data(), SizeOf(whole), true));
   });
-  EXPECT_LE(cost.calls, 4u + 1u + 4u + 4u);
+  EXPECT_GE(cost.bytes, whole.size());
+  EXPECT_LT(cost.bytes, whole.size() + 100);
 }
 
 TEST(HTTPRequestMemoryTest, IsNotNeededToFindAFormValue) {
@@ -106,10 +80,26 @@ TEST(HTTPRequestMemoryTest, IsNotNeededToFindAFormValue) {
   const std::string bytes = kHead + "\r\n";
   EXPECT_TRUE(request.Parse(bytes.data(), SizeOf(bytes), true));
   const Cost cost = CostOf([&] {
-    EXPECT_FALSE(request.GetFormValue("page").IsEmpty());
-    EXPECT_TRUE(request.GetFormValue("share").IsEmpty());
+    EXPECT_FALSE(request.GetFormValue(L"page").empty());
+    EXPECT_TRUE(request.GetFormValue(L"share").empty());
   });
   EXPECT_EQ(cost.calls, 0u);
+}
+
+// Names and values of every kind that is not asked for.
+TEST(HTTPRequestMemoryTest, IsNotNeededToPassFormFieldsOver) {
+  std::string bytes = "GET /?";
+  for (const char* const piece :
+       {"=&", "a=&", "%E2%82%AC=&", "printe%C3%A9=x&", "p%C1%B2inters=&"}) {
+    for (int i = 0; i < 1000; ++i) bytes += piece;
+  }
+  bytes += "%70rinter=%E2%82%AC" + std::string(1000, '+') + "x HTTP/1.1\n\n";
+  HTTPRequest request;
+  EXPECT_TRUE(request.ParseInPlace(bytes.data(), SizeOf(bytes), true));
+  std::wstring value;
+  const Cost cost = CostOf([&] { value = request.GetFormValue(L"printer"); });
+  EXPECT_EQ(value.size(), 1002u);
+  EXPECT_EQ(cost.calls, 1u);
 }
 
 // A request of many lines takes memory for one block, and for the lines once

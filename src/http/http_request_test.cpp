@@ -207,39 +207,68 @@ TEST(HTTPRequestFormTest, EndsAtAZeroByte) {
   EXPECT_EQ(request.FormNames().Count(), 2);
 }
 
+TEST(HTTPRequestFormTest, TrimsTabsAndLineEndsFromPieces) {
+  HTTPRequest request;
+  const std::string form = "\t\r\na=1\n\r\t&\tb=2\t&\r\n&\r\nc\t=\t3\r\n";
+  request.ParseFormData(form.data(), static_cast<int32_t>(form.size()));
+  EXPECT_EQ(All(request.FormNames()), (Texts{"a", "b", "c\t"}));
+  EXPECT_EQ(All(request.FormValues()), (Texts{"1", "2", "\t3"}));
+  EXPECT_EQ(request.GetFormValue(L"c\t"), L"3");
+}
+
+TEST(HTTPRequestFormTest, KeepsFieldsOfEarlierForms) {
+  HTTPRequest request;
+  request.ParseFormData("a=1", 3);
+  EXPECT_EQ(All(request.FormNames()), (Texts{"a"}));
+  request.ParseFormData("b=2&a=3", 7);
+  EXPECT_EQ(All(request.FormNames()), (Texts{"a", "b", "a"}));
+  EXPECT_EQ(All(request.FormValues()), (Texts{"1", "2", "3"}));
+  EXPECT_EQ(request.GetFormValue(L"a"), L"1");
+  EXPECT_EQ(request.GetFormValue(L"b"), L"2");
+}
+
 TEST(HTTPRequestFormTest, FindsTheFirstFieldOfAName) {
   HTTPRequest request;
   EXPECT_TRUE(Parse(request,
                     "GET /?Printer=+X%0D%0A+&printer=Y&p%E9=1&e=%20 "
                     "HTTP/1.1\r\n\r\n"));
-  EXPECT_STREQ(request.GetFormValue("PRINTER").Narrow(), "X");
-  EXPECT_EQ(request.GetFormValue("printer").CodePage(), 1208u);
-  EXPECT_TRUE(request.GetFormValue("e").IsEmpty());
-  EXPECT_TRUE(request.GetFormValue("share").IsEmpty());
+  EXPECT_EQ(request.GetFormValue(L"PRINTER"), L"X");
+  EXPECT_EQ(request.GetFormValue(L"e"), L"");
+  EXPECT_EQ(request.GetFormValue(L"share"), L"");
+  EXPECT_EQ(request.GetFormValue(L"Printe"), L"");
+  EXPECT_EQ(request.GetFormValue(L"Printers"), L"");
   EXPECT_STREQ(request.FormValues()[0].Narrow(), " X\r\n ");
 }
 
 TEST(HTTPRequestFormTest, ReadsNamesAndValuesAsUtf8) {
   HTTPRequest request;
   EXPECT_TRUE(Parse(request, "GET /?n=%E2%82%AC&%C3%A9=1 HTTP/1.1\r\n\r\n"));
-  EXPECT_STREQ(request.GetFormValue("n").Wide(), L"\u20AC");
-  EXPECT_STREQ(request.GetFormValue("\xE9").Narrow(), "1");
-  EXPECT_TRUE(request.GetFormValue("\xC9").IsEmpty());
+  EXPECT_EQ(request.GetFormValue(L"n"), L"\u20AC");
+  EXPECT_EQ(request.GetFormValue(L"\u00E9"), L"1");
+  EXPECT_EQ(request.GetFormValue(L"\u00C9"), L"");
 }
 
 // The codec does not mind a letter encoded in two bytes where one would do.
 TEST(HTTPRequestFormTest, FindsANameHoweverItsLettersAreEncoded) {
   HTTPRequest request;
   EXPECT_TRUE(Parse(request, "GET /?p%C1%B2inter=1 HTTP/1.1\r\n\r\n"));
-  EXPECT_STREQ(request.GetFormValue("Printer").Narrow(), "1");
-  EXPECT_TRUE(request.GetFormValue("pinter").IsEmpty());
+  EXPECT_EQ(request.GetFormValue(L"Printer"), L"1");
+  EXPECT_EQ(request.GetFormValue(L"pinter"), L"");
 }
 
-TEST(HTTPRequestFormTest, SharesAValueThatNeedsNoTrimming) {
+// A blank and a zero in two bytes each; a sequence that is not all there.
+TEST(HTTPRequestFormTest, TrimsAndEndsAValueAsTheTextItIs) {
   HTTPRequest request;
-  EXPECT_TRUE(Parse(request, "GET /?a=1 HTTP/1.1\r\n\r\n"));
-  EXPECT_TRUE(
-      request.GetFormValue("a").SharesRecordWith(request.FormValues()[0]));
+  EXPECT_TRUE(Parse(request,
+                    "GET /?a=%C0%A0+x+y%C0%89%C0%8D%C0%8A&b=%C0%A0&c=%C0%80x&"
+                    "d=x%C0%80y&e=x%C3&f=x%00y&g=%C3+ HTTP/1.1\r\n\r\n"));
+  EXPECT_EQ(request.GetFormValue(L"a"), L"x y");
+  EXPECT_EQ(request.GetFormValue(L"b"), L"");
+  EXPECT_EQ(request.GetFormValue(L"c"), L"");
+  EXPECT_EQ(request.GetFormValue(L"d"), L"x");
+  EXPECT_EQ(request.GetFormValue(L"e"), L"x");
+  EXPECT_EQ(request.GetFormValue(L"f"), L"x");
+  EXPECT_EQ(request.GetFormValue(L"g"), L"\u00E0");
 }
 
 }  // namespace

@@ -19,7 +19,7 @@ std::vector<bool> VerdictsOf(const std::string& bytes) {
   std::vector<bool> verdicts;
   for (size_t length = 0; length <= bytes.size(); ++length) {
     HTTPRequest request;
-    verdicts.push_back(request.ParseLeavingBody(
+    verdicts.push_back(request.ParseInPlace(
         bytes.data(), static_cast<int32_t>(length), false));
   }
   return verdicts;

@@ -1,8 +1,8 @@
 #include "http/url_decode.h"
 
-#include <string>
-
+#include "base/ascii.h"
 #include "base/find_byte.h"
+#include "base/string_codec.h"
 
 namespace {
 
@@ -27,6 +27,40 @@ Decoded DecodeAt(std::string_view bytes, size_t at) {
       static_cast<char>(ValueOf(bytes[at + 1]) * 16 + ValueOf(bytes[at + 2])),
       3};
 }
+
+// Reads the decoded text unit by unit.
+class WideReader {
+ public:
+  explicit WideReader(std::string_view bytes) : m_bytes(bytes) {}
+
+  // Zero at the end, then and ever after.
+  wchar_t Next() {
+    char sequence[4] = {};
+    for (size_t count = 1; count < sizeof(sequence); ++count) {
+      const char byte = NextByte();
+      if (byte == 0) return 0;
+      sequence[count - 1] = byte;
+      // What begins a sequence is no text before the rest of it is there.
+      wchar_t unit[2];
+      if (kova::ConvertToWide(kova::kCodePageUtf8, sequence, count, unit, 2)) {
+        return unit[0];
+      }
+    }
+    m_at = m_bytes.size();
+    return 0;
+  }
+
+ private:
+  char NextByte() {
+    if (m_at == m_bytes.size()) return 0;
+    const Decoded decoded = DecodeAt(m_bytes, m_at);
+    m_at = decoded.byte == 0 ? m_bytes.size() : m_at + decoded.taken;
+    return decoded.byte;
+  }
+
+  const std::string_view m_bytes;
+  size_t m_at = 0;
+};
 
 // Writes the decoded bytes to `out`, which has room for as many as there are
 // encoded ones, and returns how many they are.
@@ -62,6 +96,23 @@ OString UrlDecodeBytes(std::string_view bytes) {
   std::string decoded(bytes.size(), '\0');
   decoded.resize(DecodeInto(bytes, decoded.data()));
   return OString::FromUtf8(decoded);
+}
+
+std::wstring UrlDecodeToWide(std::string_view bytes) {
+  size_t length = 0;
+  for (WideReader reader(bytes); reader.Next() != 0;) ++length;
+  std::wstring text(length, L'\0');
+  WideReader reader(bytes);
+  for (wchar_t& unit : text) unit = reader.Next();
+  return text;
+}
+
+bool DecodesToName(std::string_view bytes, std::wstring_view name) {
+  WideReader reader(bytes);
+  for (const wchar_t unit : name) {
+    if (FoldAscii(reader.Next()) != FoldAscii(unit)) return false;
+  }
+  return reader.Next() == 0;
 }
 
 bool DecodesToText(std::string_view bytes) {

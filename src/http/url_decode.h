@@ -1,6 +1,7 @@
 // Decoding of percent-escaped text, as paths and form fields carry it.
 #pragma once
 
+#include <string>
 #include <string_view>
 
 #include "base/o_string.h"
@@ -17,6 +18,14 @@ namespace kova {
 
 // The same for bytes that are no text yet. They end at their first zero.
 [[nodiscard]] OString UrlDecodeBytes(std::string_view bytes);
+
+// The 16-bit form of that text, and nothing else taken for it.
+[[nodiscard]] std::wstring UrlDecodeToWide(std::string_view bytes);
+
+// Whether the 16-bit form equals `name` apart from the case of ASCII letters.
+// Decodes no more than it must and allocates nothing.
+[[nodiscard]] bool DecodesToName(std::string_view bytes,
+                                 std::wstring_view name);
 
 // Whether that text is not empty. Decodes no more than it must.
 [[nodiscard]] bool DecodesToText(std::string_view bytes);

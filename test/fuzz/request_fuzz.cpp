@@ -101,6 +101,27 @@ std::optional<bool> IsComplete(std::string_view bytes) {
   return false;
 }
 
+bool EqualsNoCase(std::wstring_view a, std::wstring_view b) {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                    [](wchar_t x, wchar_t y) {
+                      return x == y || (x < 0x80 && y < 0x80 &&
+                                        std::tolower(static_cast<int>(x)) ==
+                                            std::tolower(static_cast<int>(y)));
+                    });
+}
+
+// The value as it is found among all fields.
+std::wstring FormValue(const HTTPRequest& request, std::wstring_view name) {
+  for (int32_t i = 0; i < request.FormNames().Count(); ++i) {
+    if (!EqualsNoCase(request.FormNames()[i].WideView(), name)) continue;
+    const std::wstring value(request.FormValues()[i].WideView());
+    const size_t first = value.find_first_not_of(L" \t\r\n");
+    if (first == value.npos) return {};
+    return value.substr(first, value.find_last_not_of(L" \t\r\n") - first + 1);
+  }
+  return {};
+}
+
 bool Parse(std::string_view bytes, bool parseForm) {
   HTTPRequest request;
   const bool verdict = request.Parse(
@@ -112,7 +133,9 @@ bool Parse(std::string_view bytes, bool parseForm) {
   KOVA_FUZZ_EXPECT(request.BodyLength() <= bytes.size());
   KOVA_FUZZ_EXPECT(!verdict || !request.Method().IsEmpty());
   KOVA_FUZZ_EXPECT(!verdict || !request.Path().IsEmpty());
-  (void)request.GetFormValue("printer");
+  for (const wchar_t* const name : {L"printer", L"a", L""}) {
+    KOVA_FUZZ_EXPECT(request.GetFormValue(name) == FormValue(request, name));
+  }
   (void)request.GetHeader("Connection");
   (void)request.HeaderLines();
   return verdict;
