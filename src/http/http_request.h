@@ -13,10 +13,10 @@
 
 // Dispatch reads the fields, whatever the verdict was. There is no incremental
 // state here, each look begins at the first byte: see RequestProgress for the
-// looks after every receive. Every field lies in the bytes it
-// was parsed from, and its text is made when it is asked for: a request takes
-// no memory for what nobody reads. Not safe for use by two threads at once.
-// Where memory runs out std::bad_alloc passes through.
+// looks after every receive. Every field lies in the bytes it was parsed from,
+// and its text is made when it is asked for: a request takes no memory for what
+// nobody reads. Not safe for use by two threads at once. Where memory runs out
+// std::bad_alloc passes through.
 class HTTPRequest {
  public:
   // GET / HTTP/1.1 without headers, form fields and body.
