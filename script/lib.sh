@@ -90,17 +90,33 @@ log_file() {
   printf '%s/logs/%s.log' "$KOVA_BUILD" "$1"
 }
 
+# Names the prefix to use; one that holds what is not ours is refused, before
+# anything is built for it.
 wine_environment() {
   export WINEPREFIX=${WINEPREFIX:-$KOVA_BUILD/wine}
   export WINEDEBUG=${WINEDEBUG:--all}
   export WINEDLLOVERRIDES=${WINEDLLOVERRIDES:-mscoree,mshtml=}
+  check_wine_prefix
 }
 
-# Makes the prefix once; a half-made one (interrupted) is made anew.
+# Whether the prefix lies in the build folder, wherever links lead.
+is_own_prefix() {
+  [[ $(realpath -m "$WINEPREFIX") == "$(realpath -m "$KOVA_BUILD")"/* ]]
+}
+
+# Somebody's prefix was not prepared for what runs here, and must not be.
+check_wine_prefix() {
+  [ ! -f "$WINEPREFIX/.kova-ready" ] && [ -e "$WINEPREFIX" ] || return 0
+  is_own_prefix || [ -z "$(ls -A "$WINEPREFIX" 2>&1)" ] || fail "WINEPREFIX \
+names $WINEPREFIX, which was not made here: unset it, or name a new folder"
+}
+
+# Makes the prefix once; a half-made one of the build folder is made anew.
 make_wine_prefix() {
   [ -f "$WINEPREFIX/.kova-ready" ] && return 0
+  check_wine_prefix
   say "Making the Wine prefix (about 15 s, once)" >&2
-  rm -rf "$WINEPREFIX"
+  ! is_own_prefix || rm -rf "$WINEPREFIX"
   mkdir -p "$(dirname "$WINEPREFIX")"
   wineboot -i >"$(log_file wineboot)" 2>&1 ||
     { cat "$(log_file wineboot)"; fail "making the Wine prefix failed"; }
