@@ -73,8 +73,9 @@ run_host() {
   set_port "$port"
   wine "$scratch/host/sample_host.exe" 60 </dev/null >"$scratch/host.log" 2>&1 &
   host=$!
-  for _ in $(seq 100); do
-    ! grep -q '^The server was started' "$scratch/host.log" || break
+  until grep -qs '^The server was started' "$scratch/host.log"; do
+    kill -0 "$host" 2>/dev/null ||
+      fail "the host ended early: $(cat "$scratch/host.log")"
     sleep 0.1
   done
   answer=$(curl -s --noproxy '*' -m 20 -o /dev/null -w '%{http_code}' \

@@ -66,7 +66,7 @@ uninstall() {
   local folder=$1
   shift
   expect_code 0 "$folder\\uninstall.exe" /S "$@"
-  for _ in $(seq 100); do
+  for _ in $(seq 600); do
     has_key "$entry" || return 0
     sleep 0.1
   done
@@ -150,8 +150,9 @@ check_refusal() {
   wine "$tool" run --port "$(random_free_port)" </dev/null \
     >"$scratch/host.log" 2>&1 &
   host=$!
-  for _ in $(seq 100); do
-    ! grep -q '^The server listens' "$scratch/host.log" || break
+  until grep -qs '^The server listens' "$scratch/host.log"; do
+    kill -0 "$host" 2>/dev/null ||
+      fail "the server ended early: $(cat "$scratch/host.log")"
     sleep 0.1
   done
   expect_code 2 'C:\Kova\uninstall.exe' /S '_?=C:\Kova'

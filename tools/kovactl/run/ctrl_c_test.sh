@@ -21,10 +21,13 @@ run_and_interrupt() {
   local before code=0 port during
   before=$(port_value)
   port=$(random_free_port)
+  # The program opens its log when it begins, which is later than this test's
+  # first look at it.
+  : >"$log"
   wine "$KOVA_BUILD/bin/kovactl.exe" run --port "$port" \
     --dll "$KOVA_BUILD/test-bin/fake-server/KOVAServer.dll" \
     </dev/null >"$log" 2>&1 &
-  local server=$!
+  server=$!
   until grep -q '^The server listens' "$log"; do
     kill -0 "$server" 2>/dev/null || fail "the run ended early: $(cat "$log")"
     sleep 0.1
@@ -34,6 +37,7 @@ run_and_interrupt() {
     fail "the port was not set for the run: $during"
   kill -INT "$server"
   wait "$server" || code=$?
+  server=
   [ "$code" -eq 0 ] || fail "an interrupted run gave exit code $code"
   grep -q '^Stopped in' "$log" || fail "the server was not stopped"
   [ "$(port_value)" = "$before" ] ||
@@ -42,6 +46,8 @@ run_and_interrupt() {
 
 wine_environment
 make_wine_prefix
+server=
+trap '[ -z "$server" ] || kill -INT "$server" 2>/dev/null || true' EXIT
 log=$(log_file ctrl-c-test)
 key=$kKey$(wine cmd /c 'echo %COMPUTERNAME%' 2>/dev/null | tr -d '\r\n')
 wine reg delete "$key" /v "$kValue" /f >/dev/null 2>&1 || true
