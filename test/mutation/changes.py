@@ -1,12 +1,14 @@
 """Finds what can be broken in a C++ source, and chooses a fair share of it.
 
-A change is one replaced stretch of one line. Comments, the texts of strings,
-preprocessor lines and static assertions are left alone, and so is the zero a
-local variable begins with: nearly always an out parameter.
+A change is one replaced stretch, nearly always of one line. Comments, the texts
+of strings, preprocessor lines and static assertions are left alone, and so is
+the zero a local variable begins with: nearly always an out parameter.
 """
 import hashlib
 import re
 from dataclasses import dataclass
+
+from statements import KEYWORD, end_of_block, statements
 
 HIDDEN = re.compile(
     r'//[^\n]*|/\*.*?\*/|"(?:\\.|[^"\\\n])*"|\'(?:\\.|[^\'\\\n])+\'|'
@@ -20,10 +22,30 @@ OPERATOR = re.compile(r"(?<= )(<=?|>=?|==|!=|&&|\|\||[+-]=?)(?=\s)")
 NUMBER = re.compile(r"(?<![\w.])(0x[0-9A-Fa-f]+|\d+)(?=[uUlL]*\b)(?!\.)")
 TRUTH = re.compile(r"\b(true|false)\b")
 FIRST_ZERO = re.compile(r"[\w>*] +\w+ = 0;")
-CALL = re.compile(r"(?m)^ *((?:::)?[A-Za-z_][\w.:]*(?:->\w+)*\([^;{}]*\);)$")
+NAME = r"(?:::)?[A-Za-z_][\w.:]*(?:->\w+)*"
+CALL = re.compile(rf"(?:(?:\(void\)|static_cast<void>\()?{NAME}\(|"
+                  r"::operator delete\(|delete )[^;]*;$")
+GUARDED = re.compile(rf"(?:if|while) \(.*\)\s+({NAME}\([^;]*\);)$", re.S)
+ELSE = re.compile(rf"(?m)^ *else ({NAME}\([^;{{}}]*\);)$")
+SET = re.compile(r"\*?[A-Za-z_][\w.\[\]]*(?:->\w+)* = [^;]*;$")
 CONDITION = re.compile(r"\bif \(([^;{}]*?)\)(?= (?:\{|return|continue|break|\w))")
 EARLY = re.compile(r"(?m)^ *(if \([^;{}]*\) return[^;{}]*;)$")
 RETURN = re.compile(r"\breturn (\w+)::(k\w+);")
+ENUMERATOR = re.compile(r"(?<=[(, ])(\w+)::(k?[A-Z]\w*)(?=[,)])")
+# What Windows calls its constants; most types are told from them by what
+# stands around.
+FLAG = re.compile(r"(?:(?<=[(,=|&?:~{]\s)|(?<=[({!~])|(?<=\breturn )|"
+                  r"(?m:(?<=^    ) *))([A-Z][A-Z0-9_]{2,})(?=\s*[,);|&?:=!}])")
+TYPE = re.compile(r"(KOVA_|LP|D?WORD|BYTE|BOOL|U?LONG|UINT|HANDLE|HKEY|HMODULE|"
+                  r"HINSTANCE|SOCKET|WSAEVENT|LSTATUS|REGSAM|SIZE_T)|\w*_T$")
+OTHER_FLAG = {
+    "TRUE": "FALSE", "FALSE": "TRUE", "NO_ERROR": "1", "ERROR_SUCCESS": "1",
+    "WAIT_OBJECT_0": "WAIT_TIMEOUT", "WSA_WAIT_EVENT_0": "WSA_WAIT_TIMEOUT",
+    "REG_OPTION_NON_VOLATILE": "REG_OPTION_VOLATILE",
+    "OPEN_EXISTING": "OPEN_ALWAYS", "CREATE_NEW": "CREATE_ALWAYS",
+    "CREATE_ALWAYS": "OPEN_ALWAYS", "HKEY_LOCAL_MACHINE": "HKEY_CURRENT_USER",
+    "HKEY_CURRENT_USER": "HKEY_LOCAL_MACHINE", "CP_ACP": "CP_UTF8",
+    "CP_UTF8": "CP_ACP", "INVALID_HANDLE_VALUE": "nullptr"}
 
 
 @dataclass(frozen=True)
@@ -69,11 +91,72 @@ def _constants(code):
 
 
 def _calls(code):
-    for m in CALL.finditer(code):
-        # A line that continues a statement is part of an initializer or sum.
-        before = code[:m.start()].rstrip()
-        if before[-1:] in ";{}":
-            yield "call removed", *m.span(1), ";"
+    for each in statements(code):
+        guarded = GUARDED.match(each.text)
+        if CALL.match(each.text) and not SET.match(each.text):
+            yield "call removed", each.start, each.end, ";"
+        elif guarded:
+            yield "guarded call removed", each.start + guarded.start(1), \
+                each.end, ";"
+    for m in ELSE.finditer(code):
+        yield "guarded call removed", *m.span(1), ";"
+
+
+def _objects(code):
+    """Locks, keepers, whatever works by being there and is never named."""
+    for each in statements(code):
+        if each.declares and re.search(r"(\)|\w);$", each.text) and \
+                "=" not in each.text and not re.search(
+                    rf"\b{each.declares}\b",
+                    code[each.end:end_of_block(code, each.end)]):
+            yield "object removed", each.start, each.end, ";"
+
+
+def _kept(code):
+    """What a call gives is asked for once, not anew each time."""
+    for each in statements(code):
+        if each.declares and " =" in each.text and each.has_call() and \
+                not re.match(r"static\b|constexpr\b", each.text):
+            first = each.text.split()[0]
+            yield "value kept", each.start, each.start + len(first), \
+                f"static {first}"
+
+
+def _sets(code):
+    for each in statements(code):
+        if SET.match(each.text):
+            yield "assignment removed", each.start, each.end, ";"
+
+
+def _swaps(code):
+    """Two steps in the other order, where both would compile and one of them
+    does more than to give a name to a value."""
+    found = statements(code)
+    for a, b in zip(found, found[1:]):
+        between = code[a.end:b.start]
+        names = a.declares and re.search(rf"\b{a.declares}\b", b.text)
+        alone = all(s.declares or SET.match(s.text) and not s.has_call()
+                    for s in (a, b))
+        if between.strip() or a.indent != b.indent or names or alone or \
+                KEYWORD.match(a.text) or KEYWORD.match(b.text) or \
+                a.is_condition() and b.is_condition() or \
+                code[b.end:].lstrip().startswith("else"):
+            continue
+        cut = a.end - a.start, b.start - a.start
+        yield "steps swapped", a.start, b.end, lambda old, cut=cut: (
+            old[cut[1]:] + old[cut[0]:cut[1]] + old[:cut[0]])
+
+
+def _flags(code):
+    for m in FLAG.finditer(code):
+        name = m[1]
+        if not TYPE.match(name) and code[:m.start(1)][-7:] != "sizeof(":
+            yield "flag changed", *m.span(1), OTHER_FLAG.get(name, "0")
+    found = list(ENUMERATOR.finditer(code))
+    for m in found:
+        others = sorted({o[2] for o in found if o[1] == m[1]} - {m[2]})
+        if others:
+            yield "flag changed", *m.span(2), others[0]
 
 
 def _conditions(code):
@@ -82,7 +165,7 @@ def _conditions(code):
         whole = inside.count("(") == inside.count(")")
         # == and != are flipped as operators already.
         if whole and not re.search(r"[=!]=|[^=<>!]=[^=]", inside):
-            yield "condition negated", *m.span(1), None
+            yield "condition negated", *m.span(1), _negated
 
 
 def _returns(code):
@@ -105,12 +188,13 @@ def find_changes(room, path, source):
     code = masked(source)
     found = []
     times = {}
-    for rule in (_operators, _constants, _calls, _conditions, _returns):
+    for rule in (_operators, _constants, _calls, _conditions, _returns,
+                 _objects, _kept, _sets, _swaps, _flags):
         for kind, start, end, new in rule(code):
             first = source.rfind("\n", 0, start) + 1
             context = source[first:source.find("\n", end)].strip()
             old = source[start:end]
-            new = _negated(old) if new is None else new
+            new = new(old) if callable(new) else new
             mark = f"{path}|{kind}|{context}|{start - first}|{new}"
             times[mark] = times.get(mark, 0) + 1
             key = hashlib.sha256(f"{mark}|{times[mark]}".encode()).hexdigest()

@@ -11,11 +11,10 @@ from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 from changes import choose, find_changes, in_turns
+from rooms import ROOMS, files, testers
 from workshop import Broken, Workshop
 
 ROOT = Path(__file__).resolve().parents[2]
-ROOMS = ("base", "log", "registry", "http", "crash", "dispatch", "net",
-         "server")
 VERDICTS = ("killed", "timed out", "did not compile", "survived")
 
 
@@ -23,19 +22,13 @@ def say(text):
     print(text, file=sys.stderr, flush=True)
 
 
-def sources(root, room):
-    """The room's own sources, in the order of its CMakeLists.txt."""
-    text = (root / "src" / room / "CMakeLists.txt").read_text()
-    product = re.split(r"\n(?:kova_tests|add_executable|add_library)\(", text)[0]
-    names = re.findall(r"\w+\.cpp", product)
-    return [f"src/{room}/{n}" for n in names if not n.endswith("_test.cpp")]
-
-
-def all_changes(root, room, place):
-    """The room's changes, or those in `place`: a source, and a line of it."""
+def all_changes(root, room, place, rooms):
+    """The room's changes, or those in `place`: a file, and a line of it. A
+    header that no tests of `rooms` include is left out."""
     path, _, line = (place or "").partition(":")
-    return [c for s in sources(root, room) if not path or s == path
-            for c in find_changes(room, s, (root / s).read_text())
+    return [c for f in files(root, room) if not path or f == path
+            if set(testers(root, f)) & set(rooms)
+            for c in find_changes(room, f, (root / f).read_text())
             if not line or c.line == int(line)]
 
 
@@ -43,9 +36,10 @@ def choice(root, wanted, count):
     """The list to try, the rooms in turns, `count` shared out evenly."""
     lists = []
     left = count
+    rooms = rooms_of(root, wanted)
     for done, (room, place) in enumerate(wanted):
         share = -(-left // (len(wanted) - done))
-        lists.append(choose(all_changes(root, room, place), share))
+        lists.append(choose(all_changes(root, room, place, rooms), share))
         left -= len(lists[-1])
     return in_turns(lists)
 
@@ -55,22 +49,45 @@ def changed(root, change):
     return text[:change.start] + change.new + text[change.end:]
 
 
-def try_all(shop, chosen, minutes, done):
+def attempt(shop, change, places, program):
+    """The verdict of the first tests that notice. `program` is that of the
+    first place, built already; of the others each is built when it is needed.
+    """
+    verdict = "survived", ""
+    for place in places:
+        if program is None:
+            program = shop.compile(place, change.path,
+                                   changed(shop.folder, change))
+        if isinstance(program, str):
+            return "did not compile", program
+        verdict, detail = shop.run(program, shop.limit(place, change.path))
+        if verdict != "survived":
+            return verdict, f"{place.name}: {detail}"
+        program = None
+    return verdict, ""
+
+
+def try_all(shop, chosen, rooms, minutes, done):
     """Builds the next change while the tests of the last one run."""
     end = time.monotonic() + minutes * 60
     start = time.monotonic()
+
+    def build(change):
+        places = shop.places(change.path, [
+            r for r in testers(shop.folder, change.path) if r in rooms])
+        if not places:
+            raise Broken(f"nothing tests {change.path}")
+        return places, shop.compile(places[0], change.path,
+                                    changed(shop.folder, change))
+
     with ThreadPoolExecutor(max_workers=1) as builder:
-        build = lambda c: shop.compile(c, changed(shop.folder, c))
         ahead = builder.submit(build, chosen[0])
         for i, change in enumerate(chosen):
-            program = ahead.result()
+            places, program = ahead.result()
             last = i + 1 == len(chosen) or time.monotonic() > end
             if not last:
                 ahead = builder.submit(build, chosen[i + 1])
-            if isinstance(program, str):
-                verdict, detail = "did not compile", program
-            else:
-                verdict, detail = shop.run(program, shop.limit(change))
+            verdict, detail = attempt(shop, change, places, program)
             done(change, verdict, detail)
             each = (time.monotonic() - start) / (i + 1)
             say(f"[{i + 1}/{len(chosen)}] {verdict}: {change.path}:"
@@ -81,8 +98,7 @@ def try_all(shop, chosen, minutes, done):
 
 
 def row(change, verdict="", detail=""):
-    by = {"killed": f"killed by {change.room}_tests: {detail}",
-          "timed out": f"timed out {detail}",
+    by = {"killed": f"killed by {detail}", "timed out": f"timed out {detail}",
           "did not compile": f"did not compile: {detail}"}
     return (f"{change.path}:{change.line}  {change.text()}"
             + (f"  {by.get(verdict, verdict)}" if verdict else ""))
@@ -115,8 +131,9 @@ def parse(arguments):
         prog="script/mutate", formatter_class=argparse.RawTextHelpFormatter,
         description="""\
 Breaks one thing at a time in a copy of the sources (build/mutate), runs the
-tests of that room and lists every change that no test noticed. Headers are not
-changed. The list is always the same for the same sources.""",
+tests of that room and lists every change that no test noticed. A changed header
+has to pass the tests of every room that includes it, of those that are named.
+The list is always the same for the same sources.""",
         epilog="""\
 A change that the compiler refuses (warnings are errors) is listed apart, and
 one that makes the tests hang counts as noticed. Example:
@@ -125,7 +142,7 @@ one that makes the tests hang counts as noticed. Example:
 Exit codes: 0 everything was noticed, 1 something survived, 2 could not start.""")
     parser.add_argument(
         "room", nargs="*", metavar="ROOM",
-        help=f"one of {', '.join(ROOMS)},\nor a source of it, FILE[:LINE]; "
+        help=f"one of {', '.join(ROOMS)},\nor a file of it, FILE[:LINE]; "
         "default: all rooms")
     parser.add_argument("--count", type=int, default=160,
                         help="how many changes in all (default 160)")
@@ -150,10 +167,10 @@ Exit codes: 0 everything was noticed, 1 something survived, 2 could not start.""
 def wanted(parser, name):
     if name in ROOMS:
         return name, None
-    found = re.fullmatch(r"(src/(\w+)/\w+\.cpp)(:\d+)?", name)
-    if found and found[2] in ROOMS and found[1] in sources(ROOT, found[2]):
+    found = re.fullmatch(r"(src/(\w+)/\w+\.(?:cpp|h))(:\d+)?", name)
+    if found and found[2] in ROOMS and found[1] in files(ROOT, found[2]):
         return found[2], name
-    parser.error(f"{name} is neither a room nor a source of one; rooms are: "
+    parser.error(f"{name} is neither a room nor a file of one; rooms are: "
                  + ", ".join(ROOMS))
 
 
@@ -162,24 +179,29 @@ def chosen_of(root, options):
     return everything[options.begin - 1:]
 
 
+def rooms_of(root, wanted):
+    """Those whose tests are used: the ones that are named, and all that test a
+    header that is named."""
+    rooms = {tester for room, place in wanted
+             for tester in ([room] if place is None else
+                            testers(root, place.partition(":")[0]))}
+    return sorted(rooms, key=ROOMS.index)
+
+
 def run(options):
     shop = Workshop(ROOT, ROOT / "build" / "mutate")
-    rooms = sorted({room for room, _ in options.wanted}, key=ROOMS.index)
+    rooms = rooms_of(ROOT, options.wanted)
     shop.prepare(rooms, say)
     chosen = chosen_of(shop.folder, options)
     if not chosen:
         raise Broken("there is nothing to change in that place")
-    say("Running the unchanged tests")
-    for change in chosen:
-        if not shop.is_measured(change):
-            shop.measure(change)
     results = []
 
     def done(*result):
         results.append(result)
         (shop.folder / "results.json").write_text(as_json(results, chosen))
 
-    try_all(shop, chosen, options.minutes, done)
+    try_all(shop, chosen, rooms, options.minutes, done)
     if options.json:
         print(as_json(results, chosen))
     else:
