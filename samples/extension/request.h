@@ -24,8 +24,12 @@ struct Request {
 // itself, so odd input gives empty fields, not an error.
 Request ReadRequest(std::string_view bytes);
 
-// The first value of the form field `name` (ASCII letter case ignored), as the
-// server's own routing finds it; empty if there is none.
+// The value of the first form field `name` (ASCII letter case ignored), without
+// blanks around it; empty if there is none. Of a request as clients should send
+// it, that is what the server routes by. Careless ones are read otherwise here:
+// the server takes any two characters behind a '%' for digits, ends a text at a
+// zero byte and at a '%' with less than two characters behind it, takes a tab
+// for a blank in the request line, and passes over blanks before a header.
 std::string FormValue(const Request& request, std::string_view name);
 
 // Decodes '+' and %XX; a '%' without two hexadecimal digits stays as it is.
