@@ -52,6 +52,7 @@ TEST(LeadingDecimalTest, ReadsTheNumberATextBeginsWith) {
   EXPECT_EQ(LeadingDecimal("0012x"), 12);
   EXPECT_EQ(LeadingDecimal(" \t\n\v\f\r+5"), 5);
   EXPECT_EQ(LeadingDecimal("-5"), -5);
+  EXPECT_EQ(LeadingDecimal("\t -5"), -5);
   EXPECT_EQ(LeadingDecimal("3 4"), 3);
 }
 

@@ -9,7 +9,8 @@ TYPE_SCOPE = re.compile(r"\b(class|struct|namespace|enum|union|extern)\b[^()]*$"
 LIST = re.compile(r"(=|,|\(|\{|\breturn|[\w>\]])\s*$")
 BODY_WORD = re.compile(r"\b(else|do|try|const|noexcept|override|mutable)\s*$")
 # Stands on lines of its own; the one before it has ended.
-STATEMENT = re.compile(r"(?m)^( *)([^\s;{}][^;{}]*;)$")
+STATEMENT = re.compile(
+    r"(?m)^( *)([^\s;{}](?:[^;{}]|\{[^;{}\n]*\})*;)$")
 KEYWORD = re.compile(
     r"(return|delete|throw|goto|else|case|default|using|typedef|friend|break|"
     r"continue|public|private|protected|template|extern|(?:::)?operator)\b")
@@ -71,7 +72,7 @@ def end_of_block(code, start):
 
 
 def statements(code):
-    """Those in bodies of functions, whole, without braces."""
+    """Those in bodies of functions, without blocks of their own."""
     inside = bodies(code)
     found = []
     for m in STATEMENT.finditer(code):
