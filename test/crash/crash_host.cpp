@@ -35,7 +35,7 @@ using kova::test::WriteToNull;
 
 constexpr int kStillAlive = 99;
 constexpr int kMisused = 98;
-constexpr DWORD kPatienceMs = 30000;
+constexpr DWORD kPatienceMs = 120000;
 constexpr uint64_t kLongUpMs = 100000000;
 
 HANDLE MakeEvent() { return ::CreateEventW(nullptr, TRUE, FALSE, nullptr); }

@@ -19,7 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr DWORD kPatienceMs = 60000;
+constexpr DWORD kPatienceMs = 180000;
 
 std::set<fs::path> Dumps() {
   std::set<fs::path> dumps;
