@@ -12,8 +12,10 @@ here=$(cd "$(dirname "${BASH_SOURCE[0]}")/../../.." && pwd)
 readonly kKey='HKLM\SOFTWARE\Corvane Tessaly\Drivers\Network\@'
 readonly kValue='KOVA Server Port'
 
+# Type and data, or nothing: whether the key is there does not count.
 port_value() {
-  wine reg query "$key" /v "$kValue" 2>/dev/null | tr -d '\r' || true
+  wine reg query "$key" /v "$kValue" 2>/dev/null | tr -d '\r' |
+    sed -n 's/.* \(REG_\)/\1/p' || true
 }
 
 # starts a run, interrupts it, compares the setting.
