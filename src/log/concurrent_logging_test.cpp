@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "base/handles.h"
 #include "log/logger.h"
 #include "log/time_text.h"
 #include "test/support/fake_tick_count.h"
@@ -184,10 +185,22 @@ class ConcurrentLoggingTest : public testing::Test {
   void LogAll(tk::Logger& logger, int thread) {
     for (int number = 0; number < kLinesEach; ++number) {
       m_clock.Advance(10);
-      if (thread == 0 && number % (kLinesEach / kDeletions) == 0) {
-        ::DeleteFileW(kPath);
-      }
       logger.Log(ChannelOf(thread).channel, MessageOf(thread, number));
+      if (thread == 0 && (number + 1) % (kLinesEach / kDeletions) == 0) {
+        DeleteTheFile();
+      }
+    }
+  }
+  // It is there, for a line has just been logged. One that another thread still
+  // writes would stay until that has closed it, and could be deleted twice.
+  static void DeleteTheFile() {
+    for (;;) {
+      const kova::UniqueFile alone(
+          ::CreateFileW(kPath, DELETE, 0, nullptr, OPEN_EXISTING,
+                        FILE_FLAG_DELETE_ON_CLOSE, nullptr));
+      if (alone.IsValid()) return;
+      ASSERT_EQ(::GetLastError(), DWORD{ERROR_SHARING_VIOLATION});
+      ::SwitchToThread();
     }
   }
   void LogFromAllThreads(tk::Logger& logger) {
