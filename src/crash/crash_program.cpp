@@ -1,5 +1,7 @@
 // A program that crashes inside a guard, for guard_test.cpp. Its first
-// argument says how, its second what GetTickCount64() gives.
+// argument says how, its second what GetTickCount64() gives. With a third one,
+// "handled", the host handles what comes out of the guard: the exit code is
+// then that of the exception, or 1 if the host was not asked exactly once.
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -30,18 +32,34 @@ void WINAPI WriteToNullInstead(LPCWSTR) { kova::test::WriteToNull(); }
 
 void WINAPI ThrowInstead(LPCWSTR) { throw std::bad_alloc(); }
 
-// Crashes, and crashes once more while the crash is being recorded.
-unsigned CrashTwice(void*) {
-  static const kova::test::ImportPatch<decltype(OutputDebugStringW)> patch(
-      nullptr, "OutputDebugStringW", &WriteToNullInstead);
-  return WriteToNull(nullptr);
+void WINAPI ThrowANumberInstead(LPCWSTR) { kova::test::ThrowANumber(); }
+
+// What another C++ runtime throws: nothing of this one can catch it.
+void WINAPI ThrowForeignInstead(LPCWSTR) {
+  ::RaiseException(0xE06D7363, 0, 0, nullptr);
 }
 
-unsigned CrashAndThrow(void*) {
+// Crashes by `fault`, and calls `instead` while the crash is being recorded.
+template <kova::test::Fault* fault, decltype(OutputDebugStringW)* instead>
+unsigned CrashAnd(void*) {
   static const kova::test::ImportPatch<decltype(OutputDebugStringW)> patch(
-      nullptr, "OutputDebugStringW", &ThrowInstead);
-  return WriteToNull(nullptr);
+      nullptr, "OutputDebugStringW", instead);
+  fault();
+  return 0;
 }
+
+constexpr auto CrashTwice =
+    &CrashAnd<&kova::test::WriteToNull, &WriteToNullInstead>;
+constexpr auto CrashAndThrow =
+    &CrashAnd<&kova::test::WriteToNull, &ThrowInstead>;
+constexpr auto CrashAndThrowNumber =
+    &CrashAnd<&kova::test::WriteToNull, &ThrowANumberInstead>;
+constexpr auto CrashAndThrowForeign =
+    &CrashAnd<&kova::test::WriteToNull, &ThrowForeignInstead>;
+constexpr auto ThrowTwice =
+    &CrashAnd<&kova::test::ThrowANumber, &ThrowANumberInstead>;
+constexpr auto ThrowAndThrowForeign =
+    &CrashAnd<&kova::test::ThrowANumber, &ThrowForeignInstead>;
 
 unsigned ReturnNormally(void*) { return 4660; }
 
@@ -52,26 +70,48 @@ struct Way {
 constexpr Way kWays[] = {{"access", &WriteToNull},
                          {"overflow", &OverflowTheStack},
                          {"throw", &Throw},
-                         {"crash-twice", &CrashTwice},
-                         {"crash-and-throw", &CrashAndThrow},
+                         {"crash-twice", CrashTwice},
+                         {"crash-and-throw", CrashAndThrow},
+                         {"crash-and-throw-number", CrashAndThrowNumber},
+                         {"crash-and-throw-foreign", CrashAndThrowForeign},
+                         {"throw-twice", ThrowTwice},
+                         {"throw-and-throw-foreign", ThrowAndThrowForeign},
                          {"return", &ReturnNormally}};
 
 DWORD WINAPI RunOnAThread(void* way) {
   return kova::RunGuarded(static_cast<const Way*>(way)->body, nullptr);
 }
 
+int g_timesAsked = 0;
+
+int Ask() {
+  ++g_timesAsked;
+  return EXCEPTION_EXECUTE_HANDLER;
+}
+
+// No object with a destructor may live in this function.
+DWORD WINAPI HandleOnAThread(void* way) {
+  DWORD code = 0;
+  __try {
+    (void)RunOnAThread(way);
+  } __except (code = GetExceptionCode(), Ask()) {
+  }
+  return g_timesAsked == 1 ? code : 1;
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
-  if (count != 3) return 1;
+  if (count != 3 && count != 4) return 1;
   ::SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
   const kova::test::FakeTickCount clock(
       std::strtoull(arguments[2], nullptr, 10));
   CrashUtility::CreateDumpMutex();
   for (const Way& way : kWays) {
     if (std::strcmp(way.name, arguments[1]) != 0) continue;
-    const HANDLE thread = ::CreateThread(nullptr, 0, &RunOnAThread,
-                                         const_cast<Way*>(&way), 0, nullptr);
+    const HANDLE thread = ::CreateThread(
+        nullptr, 0, count == 4 ? &HandleOnAThread : &RunOnAThread,
+        const_cast<Way*>(&way), 0, nullptr);
     ::WaitForSingleObject(thread, INFINITE);
     DWORD result = 0;
     ::GetExitCodeThread(thread, &result);

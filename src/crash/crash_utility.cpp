@@ -1,7 +1,6 @@
 #include "crash/crash_utility.h"
 
 #include <atomic>
-#include <exception>
 #include <memory>
 
 #include "base/handles.h"
@@ -106,8 +105,9 @@ unsigned Record(void* argument) {
     const Crash crash{recording.pointers};
     recording.holdsMutex = TryToHold(recording.mutex, crash);
     if (recording.holdsMutex) DumpIfDue(crash, recording.file);
-  } catch (const std::exception&) {
-    // Nothing may be thrown out of a filter, not even for want of memory.
+  } catch (...) {
+    // Whatever is thrown out of a filter is shown to the same filter again,
+    // until the stack is used up.
   }
   return 0;
 }

@@ -10,13 +10,10 @@ namespace {
 // composes log lines and writes a dump.
 constexpr ULONG kStackGuaranteeBytes = 64 * 1024;
 
-// The codes under which the C++ runtimes of this platform raise what is thrown.
-// Only their own handlers may end the search for those.
-bool IsThrown(DWORD code) {
-  constexpr DWORD kThrownByGcc = 0x20474343;
-  constexpr DWORD kThrownByMsvc = 0xE06D7363;
-  return code == kThrownByGcc || code == kThrownByMsvc;
-}
+// The code under which this C++ runtime raises what is thrown. Its handlers
+// below are found by it, so the search for them must go on; every other code,
+// that of another C++ runtime included, has no handler there.
+constexpr DWORD kThrown = 0x20474343;
 
 // A fault in an instruction that stands in the guarded block itself may not
 // reach the filter, because the compiler models calls only; hence the call
@@ -44,8 +41,8 @@ unsigned RunGuarded(GuardedBody body, void* argument) {
 void RunContained(GuardedBody body, void* argument) {
   __try {
     (void)CallBody(body, argument);
-  } __except (IsThrown(GetExceptionCode()) ? EXCEPTION_CONTINUE_SEARCH
-                                           : EXCEPTION_EXECUTE_HANDLER) {
+  } __except (GetExceptionCode() == kThrown ? EXCEPTION_CONTINUE_SEARCH
+                                            : EXCEPTION_EXECUTE_HANDLER) {
   }
 }
 

@@ -15,10 +15,10 @@ using GuardedBody = unsigned (*)(void* argument);
 // be recorded, too. May be called on any thread; holds no lock.
 unsigned RunGuarded(GuardedBody body, void* argument);
 
-// Calls body(argument). A machine fault that escapes the body ends it there and
-// is forgotten; destructors that are due in between do not run, so this is for
-// a process that is crashing already and for nothing else. Thrown C++
-// exceptions pass.
+// Calls body(argument). A machine fault that escapes the body, or what another
+// C++ runtime throws, ends it there and is forgotten; destructors that are due
+// in between do not run, so this is for a process that is crashing already and
+// for nothing else. What this C++ runtime throws passes: the body catches it.
 void RunContained(GuardedBody body, void* argument);
 
 }  // namespace kova
