@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "crash/crash_utility.h"
 #include "crash/guard.h"
@@ -61,6 +62,23 @@ constexpr auto ThrowTwice =
 constexpr auto ThrowAndThrowForeign =
     &CrashAnd<&kova::test::ThrowANumber, &ThrowForeignInstead>;
 
+decltype(std::malloc)* g_malloc = nullptr;
+bool g_failNext = false;
+
+void* FailOnce(size_t sizeBytes) {
+  return std::exchange(g_failNext, false) ? nullptr : g_malloc(sizeBytes);
+}
+
+// The first thing that memory is missing for is the logger.
+unsigned CrashWithoutALogger(void*) {
+  void** const slot = kova::test::FindImportSlot(nullptr, "malloc");
+  g_malloc = reinterpret_cast<decltype(std::malloc)*>(
+      kova::test::ReadImportSlot(slot));
+  kova::test::WriteImportSlot(slot, reinterpret_cast<void*>(&FailOnce));
+  g_failNext = true;
+  return WriteToNull(nullptr);
+}
+
 unsigned ReturnNormally(void*) { return 4660; }
 
 struct Way {
@@ -76,6 +94,7 @@ constexpr Way kWays[] = {{"access", &WriteToNull},
                          {"crash-and-throw-foreign", CrashAndThrowForeign},
                          {"throw-twice", ThrowTwice},
                          {"throw-and-throw-foreign", ThrowAndThrowForeign},
+                         {"no-logger", &CrashWithoutALogger},
                          {"return", &ReturnNormally}};
 
 DWORD WINAPI RunOnAThread(void* way) {

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <memory>
+#include <new>
 
 #include "base/handles.h"
 #include "base/last_error_keeper.h"
@@ -19,10 +20,20 @@ constinit std::atomic<HANDLE> g_dumpMutex = nullptr;
 // the first. Read and written only by the thread that holds the dump mutex.
 uint64_t g_lastDumpTick = 0;
 
+// Null where there is no memory left to make one from: a dump that nobody logs
+// is better than none.
+std::shared_ptr<tk::Logger> LoggerIfAny() {
+  try {
+    return GetServerLogger();
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
 // One crash: what is known about it and where it is logged.
 struct Crash {
   EXCEPTION_POINTERS* const pointers;
-  const std::shared_ptr<tk::Logger> logger = GetServerLogger();
+  const std::shared_ptr<tk::Logger> logger = LoggerIfAny();
   const std::wstring description = kova::DescribeCrash(pointers);
 
   [[nodiscard]] kova::LogLine Line(tk::LogChannel channel) const {

@@ -70,6 +70,11 @@ TEST_F(GuardProgramTest, ACrashOfTheRecordingChangesNothing) {
             EXCEPTION_ACCESS_VIOLATION);
 }
 
+TEST_F(GuardProgramTest, WithoutALoggerADumpIsLeftAllTheSame) {
+  EXPECT_EQ(RunCrashProgram(L"no-logger 60001"), EXCEPTION_ACCESS_VIOLATION);
+  EXPECT_EQ(ExceptionIn(NewDumps()), EXCEPTION_ACCESS_VIOLATION);
+}
+
 // Whatever is thrown while a crash is recorded, the host is asked once, and
 // about the crash.
 TEST_F(GuardProgramTest, NothingThrownByTheRecordingReachesTheHost) {
