@@ -30,7 +30,7 @@ using tk::LogChannel;
 namespace fs = std::filesystem;
 
 constexpr int kThreads = 16;
-constexpr int kLinesEach = 6250;
+constexpr int kLinesEach = 1600;
 constexpr int kDeletions = 10;
 constexpr size_t kAllLines = size_t{kThreads} * kLinesEach;
 constexpr wchar_t kName[] = L"test concurrent logging";

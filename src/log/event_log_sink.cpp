@@ -55,10 +55,11 @@ void ReportToEventLog(HANDLE source, tk::Logger* logger, tk::LogChannel channel,
   if (!tk::IsAlwaysLogged(channel) && !logger->IsEnabled(channel)) return;
   const EventClass filed = ClassifyEvent(logger->EventLogKind(), channel);
   const wchar_t* const text = line.c_str();
-  const ScopedLock lock(logger->EventLogLock());
-  EventData data = DescribeCall(channel);
-  ::ReportEventW(source, filed.type, 0, filed.id, nullptr, 1, sizeof(data),
-                 const_cast<LPCWSTR*>(&text), &data);
+  logger->EventLogLock().Hold([&] {
+    EventData data = DescribeCall(channel);
+    ::ReportEventW(source, filed.type, 0, filed.id, nullptr, 1, sizeof(data),
+                   const_cast<LPCWSTR*>(&text), &data);
+  });
 }
 
 void TellDebugger(DWORD error) {

@@ -18,6 +18,7 @@ namespace {
 
 using kova::ClassifyEvent;
 using kova::EventClass;
+using kova::UniqueKernelHandle;
 using kova::UniqueRegistryKey;
 using kova::test::DeleteLogMask;
 using kova::test::FakeTickCount;
@@ -74,21 +75,22 @@ const HANDLE kSource = reinterpret_cast<HANDLE>(uintptr_t{0x4660});
 HANDLE g_source = kSource;
 std::vector<std::wstring> g_registered;
 std::vector<Report> g_reports;
-// How often the thread that reports holds a critical section.
-thread_local int g_held = 0;
+// How many mutexes the thread that reports holds.
+int g_held = 0;
 int g_heldWhileReporting = 0;
 
-decltype(&EnterCriticalSection) g_enter = nullptr;
-decltype(&LeaveCriticalSection) g_leave = nullptr;
+decltype(&WaitForSingleObjectEx) g_wait = nullptr;
+decltype(&ReleaseMutex) g_release = nullptr;
 
-void WINAPI CountEnter(CRITICAL_SECTION* section) {
-  g_enter(section);
+DWORD WINAPI CountWait(HANDLE mutex, DWORD timeoutMs, BOOL alertable) {
+  EXPECT_EQ(timeoutMs, INFINITE);
   ++g_held;
+  return g_wait(mutex, timeoutMs, alertable);
 }
 
-void WINAPI CountLeave(CRITICAL_SECTION* section) {
+BOOL WINAPI CountRelease(HANDLE mutex) {
   --g_held;
-  g_leave(section);
+  return g_release(mutex);
 }
 
 HANDLE WINAPI RecordSource(LPCWSTR server, LPCWSTR name) {
@@ -293,12 +295,12 @@ TEST_F(EventLogSinkTest, FiltersAllButErrorsAndWarnings) {
 
 TEST_F(EventLogSinkTest, HoldsTheLoggersLockWhileItReports) {
   const auto logger = Make(0);
-  const ImportPatch<decltype(EnterCriticalSection)> enter(
-      nullptr, "EnterCriticalSection", &CountEnter);
-  g_enter = enter.Original();
-  const ImportPatch<decltype(LeaveCriticalSection)> leave(
-      nullptr, "LeaveCriticalSection", &CountLeave);
-  g_leave = leave.Original();
+  const ImportPatch<decltype(WaitForSingleObjectEx)> wait(
+      nullptr, "WaitForSingleObjectEx", &CountWait);
+  g_wait = wait.Original();
+  const ImportPatch<decltype(ReleaseMutex)> release(nullptr, "ReleaseMutex",
+                                                    &CountRelease);
+  g_release = release.Original();
   logger->Error(L"text");
   EXPECT_EQ(g_heldWhileReporting, 1);
   EXPECT_EQ(g_held, 0);
@@ -306,8 +308,86 @@ TEST_F(EventLogSinkTest, HoldsTheLoggersLockWhileItReports) {
 
 TEST_F(EventLogSinkTest, AReportMayLogOnItsOwnThread) {
   const auto logger = Make(0);
-  const ScopedLock reporting(logger->EventLogLock());
-  logger->Error(L"text");
+  logger->EventLogLock().Hold([&] { logger->Error(L"text"); });
+  EXPECT_EQ(g_reports.size(), 1u);
+}
+
+// A thread that logs one error. Its end is waited for.
+class Reporter {
+ public:
+  explicit Reporter(tk::Logger& logger)
+      : m_thread(::CreateThread(nullptr, 0, &Report, &logger, 0, nullptr)) {}
+
+  [[nodiscard]] bool HasEnded() const {
+    return ::WaitForSingleObject(m_thread.Get(), 10000) == WAIT_OBJECT_0;
+  }
+  void Kill() const { ::TerminateThread(m_thread.Get(), 0); }
+
+ private:
+  static DWORD WINAPI Report(void* logger) {
+    static_cast<tk::Logger*>(logger)->Error(L"text");
+    return 0;
+  }
+  const UniqueKernelHandle m_thread;
+};
+
+constexpr DWORD kCrash = 0xE0004660;
+BOOL WINAPI CrashInReport(HANDLE, WORD, WORD, DWORD, PSID, WORD, DWORD,
+                          LPCWSTR*, LPVOID) {
+  ::RaiseException(kCrash, 0, 0, nullptr);
+  return FALSE;
+}
+
+__declspec(noinline) void LogOneError(tk::Logger& logger) {
+  logger.Error(L"text");
+}
+
+// Handles a crash as a host may. No object with a destructor may live in this
+// function.
+DWORD CodeOfCrash(tk::Logger& logger) {
+  DWORD code = 0;
+  __try {
+    LogOneError(logger);
+  } __except (code = GetExceptionCode(), EXCEPTION_EXECUTE_HANDLER) {
+  }
+  return code;
+}
+
+TEST_F(EventLogSinkTest, ACrashInAReportThatTheHostHandlesKeepsNobodyOut) {
+  const auto logger = Make(0);
+  {
+    const ImportPatch<decltype(ReportEventW)> crash(nullptr, "ReportEventW",
+                                                    &CrashInReport);
+    EXPECT_EQ(CodeOfCrash(*logger), kCrash);
+  }
+  const Reporter other(*logger);
+  ASSERT_TRUE(other.HasEnded());
+  EXPECT_EQ(g_reports.size(), 1u);
+}
+
+HANDLE g_reporting = nullptr;
+BOOL WINAPI ReportForEver(HANDLE, WORD, WORD, DWORD, PSID, WORD, DWORD,
+                          LPCWSTR*, LPVOID) {
+  ::SetEvent(g_reporting);
+  ::Sleep(INFINITE);
+  return FALSE;
+}
+
+TEST_F(EventLogSinkTest, AThreadThatIsKilledInAReportKeepsNobodyOut) {
+  const auto logger = Make(0);
+  const UniqueKernelHandle reporting(
+      ::CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  g_reporting = reporting.Get();
+  {
+    const ImportPatch<decltype(ReportEventW)> stay(nullptr, "ReportEventW",
+                                                   &ReportForEver);
+    const Reporter stuck(*logger);
+    ASSERT_EQ(::WaitForSingleObject(g_reporting, 10000), WAIT_OBJECT_0);
+    stuck.Kill();
+    ASSERT_TRUE(stuck.HasEnded());
+  }
+  const Reporter other(*logger);
+  ASSERT_TRUE(other.HasEnded());
   EXPECT_EQ(g_reports.size(), 1u);
 }
 
@@ -384,7 +464,7 @@ TEST_F(PopulateEventSourceRegKeysTest, SaysSoWhereTheMasksCannotBeRead) {
       m_capture.Lines(),
       ElementsAre(L"Logger::PopulateEventSourceRegKeys  Cannot open registry "
                   L"key  HKEY_LOCAL_MACHINE:SOFTWARE\\Corvane Tessaly\\Drivers"
-                  L"\\DebugLogMasks\\\n"));
+                  L"\\DebugLogMasks\n"));
 }
 
 }  // namespace

@@ -6,17 +6,17 @@
 
 #include "base/clock.h"
 #include "base/handles.h"
-#include "base/o_critical_section.h"
+#include "base/kernel_lock.h"
 #include "log/log_storage.h"
 #include "log/time_text.h"
 
 namespace kova {
 namespace {
 
-// Everything a file sink was given. The lock is a recursive one: a crash while
-// it is held is logged by the thread that holds it.
+// Everything a file sink was given. The text grows into a new block before it
+// lets go of the old one, so a thread that stops half way leaves it whole.
 struct GatheredText {
-  OCriticalSection lock;
+  KernelLock lock;
   std::wstring text KOVA_GUARDED_BY(lock);
 };
 
@@ -36,14 +36,16 @@ UniqueFile CreateMissingFile(const std::wstring& path) {
 }
 
 void Append(GatheredText& gathered, const std::wstring& stamped) {
-  const ScopedLock held(gathered.lock);
   // Deliberate: no line end between entries, and the text is never emptied.
-  gathered.text += stamped;
+  gathered.lock.Hold(
+      [&]() KOVA_REQUIRES(gathered.lock) { gathered.text += stamped; });
 }
 
 std::wstring CopyOf(GatheredText& gathered) {
-  const ScopedLock held(gathered.lock);
-  return gathered.text;
+  std::wstring text;
+  gathered.lock.Hold(
+      [&]() KOVA_REQUIRES(gathered.lock) { text = gathered.text; });
+  return text;
 }
 
 void WriteGathered(HANDLE file, const std::wstring& text) {

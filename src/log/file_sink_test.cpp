@@ -296,4 +296,47 @@ TEST_F(FileSinkTest, LinesOfConcurrentThreadsStayWhole) {
   EXPECT_TRUE(g_written == expected) << "a text of " << g_written.size();
 }
 
+HANDLE g_holding = nullptr;
+decltype(&WaitForSingleObjectEx) g_wait = nullptr;
+// Stays for ever as soon as it has waited for the file sink's lock, the second
+// that a line takes.
+DWORD WINAPI HoldForEver(HANDLE mutex, DWORD timeoutMs, BOOL alertable) {
+  static int waits = 0;
+  const DWORD result = g_wait(mutex, timeoutMs, alertable);
+  if (++waits == 2) {
+    ::SetEvent(g_holding);
+    ::Sleep(INFINITE);
+  }
+  return result;
+}
+
+DWORD WINAPI LogOneError(void* logger) {
+  static_cast<tk::Logger*>(logger)->Error(L"text");
+  return 0;
+}
+
+TEST_F(FileSinkTest, AThreadThatIsKilledInTheSinkKeepsNobodyOut) {
+  const auto logger = Make(kInfoToFile);
+  const kova::UniqueKernelHandle holding(
+      ::CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  g_holding = holding.Get();
+  const auto start = [&] {
+    return kova::UniqueKernelHandle(
+        ::CreateThread(nullptr, 0, &LogOneError, logger.get(), 0, nullptr));
+  };
+  {
+    const ImportPatch<decltype(WaitForSingleObjectEx)> patch(
+        nullptr, "WaitForSingleObjectEx", &HoldForEver);
+    g_wait = patch.Original();
+    const kova::UniqueKernelHandle stuck = start();
+    ASSERT_EQ(::WaitForSingleObject(g_holding, 10000), WAIT_OBJECT_0);
+    ::TerminateThread(stuck.Get(), 0);
+    ASSERT_EQ(::WaitForSingleObject(stuck.Get(), 10000), WAIT_OBJECT_0);
+  }
+  const kova::UniqueKernelHandle other = start();
+  ASSERT_EQ(::WaitForSingleObject(other.Get(), 10000), WAIT_OBJECT_0);
+  const std::wstring text = Stamped(L"Error text");
+  EXPECT_EQ(FileBytes(), BytesOf(text, text.size() + 1));
+}
+
 }  // namespace

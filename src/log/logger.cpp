@@ -136,7 +136,7 @@ void Logger::PopulateEventSourceRegKeys() {
     ::OutputDebugStringW(
         L"Logger::PopulateEventSourceRegKeys  Cannot open registry key  "
         L"HKEY_LOCAL_MACHINE:SOFTWARE\\Corvane Tessaly\\Drivers\\"
-        L"DebugLogMasks\\\n");
+        L"DebugLogMasks\n");
     return;
   }
   wchar_t name[kValueNameCharacters];

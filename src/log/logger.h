@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "base/o_critical_section.h"
+#include "base/kernel_lock.h"
 #include "base/windows_api.h"
 #include "log/log_channel.h"
 
@@ -74,11 +74,11 @@ class Logger {
 
   [[nodiscard]] const std::wstring& Name() const { return m_name; }
   [[nodiscard]] uint32_t EventLogKind() const { return m_eventLogKind; }
-  // Serialises this logger's event-log reports; taken for nothing else.
-  // Recursive: a crash inside a report is logged by the thread that makes the
-  // report. Taking it cannot fail, unlike a standard mutex, which throws where
-  // the system has no event left for those who wait.
-  [[nodiscard]] OCriticalSection& EventLogLock() { return m_eventLogLock; }
+  // Serialises this logger's event-log reports; taken for nothing else. A
+  // thread that is killed or crashes inside a report does not keep it.
+  // Deliberate: where it cannot be locked, nothing is raised and the report is
+  // made all the same: the line of a crash counts for more than its turn.
+  [[nodiscard]] kova::KernelLock& EventLogLock() { return m_eventLogLock; }
 
  private:
   static constexpr uint64_t kRefreshIntervalMs = 5000;
@@ -91,7 +91,7 @@ class Logger {
   void WriteMask();
   bool QueryMask(uint32_t& mask) const;
 
-  OCriticalSection m_eventLogLock;
+  kova::KernelLock m_eventLogLock;
   // GetTickCount64() at the last refresh.
   std::atomic<uint64_t> m_lastRefresh;
   std::atomic<uint32_t> m_mask;

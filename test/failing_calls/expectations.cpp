@@ -42,11 +42,13 @@ const std::vector<FailingFunction>& FailingFunctions() {
       // Log.
       {"CreateDirectoryW", kFalse, ERROR_ACCESS_DENIED, "", {}},
       {"CreateFileW", kInvalidHandle, ERROR_ACCESS_DENIED, "", {}},
+      {"CreateMutexW", kNull, ERROR_NO_SYSTEM_RESOURCES, "", {}},
       {"FlsSetValue", kFalse, ERROR_NOT_ENOUGH_MEMORY, "", {}},
       {"GetFileAttributesW", 0xFFFFFFFF, ERROR_FILE_NOT_FOUND, "", {}},
       {"QueryPerformanceCounter", kFalse, ERROR_INVALID_FUNCTION, "", {}},
       {"RegisterEventSourceW", kNull, RPC_S_SERVER_UNAVAILABLE, "", {}},
       {"ReportEventW", kFalse, ERROR_LOG_FILE_FULL, "", {}},
+      {"WaitForSingleObjectEx", kWaitFailed, ERROR_INVALID_HANDLE, "", {}},
       {"WriteFile", kFalse, ERROR_DISK_FULL, "", {}},
       {"wcsftime", 0, 0, "", {}},
 
@@ -233,6 +235,7 @@ const std::vector<SoundFunction>& SoundFunctions() {
       {"GetTickCount64", kNoFailure},
       {"InitializeCriticalSection", kNoFailure},
       {"LeaveCriticalSection", kNoFailure},
+      {"ReleaseMutex", "fails only for a thread that does not hold it"},
       {"ReleaseSRWLockExclusive", kNoFailure},
       {"ReleaseSRWLockShared", kNoFailure},
       {"SetLastError", kNoFailure},

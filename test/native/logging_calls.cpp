@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstring>
 #include <cwchar>
+#include <mutex>
 #include <thread>
 
 #include "base/windows_api.h"
@@ -37,7 +38,11 @@ LoggingCalls& TheLoggingCalls() {
 
 using kova::test::TheLoggingCalls;
 
-BOOL CloseHandle(HANDLE) { return TRUE; }
+// A handle that is not that of some file is a lock's.
+BOOL CloseHandle(HANDLE handle) {
+  if (handle != SomeHandle()) delete static_cast<std::recursive_mutex*>(handle);
+  return TRUE;
+}
 BOOL WSACloseEvent(WSAEVENT) { return TRUE; }
 int closesocket(SOCKET) { return 0; }
 BOOL FreeLibrary(HMODULE) { return TRUE; }

@@ -1,0 +1,28 @@
+#include "base/kernel_lock.h"
+
+#include "base/windows_api.h"
+
+namespace kova {
+namespace {
+
+bool Take(HANDLE mutex) {
+  const DWORD result = ::WaitForSingleObjectEx(mutex, INFINITE, FALSE);
+  return result == WAIT_OBJECT_0 || result == WAIT_ABANDONED;
+}
+
+}  // namespace
+
+KernelLock::KernelLock() : m_mutex(::CreateMutexW(nullptr, FALSE, nullptr)) {}
+
+// No object with a destructor may live in this function.
+void KernelLock::Run(Body* body, const void* work) {
+  const HANDLE mutex = m_mutex.Get();
+  const bool isHeld = mutex != nullptr && Take(mutex);
+  __try {
+    body(work);
+  } __finally {
+    if (isHeld) ::ReleaseMutex(mutex);
+  }
+}
+
+}  // namespace kova
