@@ -1,5 +1,8 @@
 #include "log/event_log_sink.h"
 
+#include <cwchar>
+#include <string_view>
+
 #include "base/handles.h"
 #include "base/text_append.h"
 #include "log/event_source.h"
@@ -49,16 +52,33 @@ EventData DescribeCall(tk::LogChannel channel) {
   return data;
 }
 
+// Windows refuses an event with a longer string. Parts of lines come from
+// clients.
+constexpr size_t kMostCharacters = 31839;
+constexpr std::wstring_view kCutMark = L"... [cut]";
+
+std::wstring CutToFit(const wchar_t* text) {
+  size_t kept = kMostCharacters - kCutMark.size();
+  const bool endsInHalfAPair = (text[kept - 1] & 0xFC00) == 0xD800;
+  if (endsInHalfAPair) --kept;
+  return std::wstring(text, kept).append(kCutMark);
+}
+
 void ReportToEventLog(HANDLE source, tk::Logger* logger, tk::LogChannel channel,
                       const std::wstring& line) {
   if (source == nullptr) return;
   if (!tk::IsAlwaysLogged(channel) && !logger->IsEnabled(channel)) return;
   const EventClass filed = ClassifyEvent(logger->EventLogKind(), channel);
-  const wchar_t* const text = line.c_str();
+  const wchar_t* text = line.c_str();
+  std::wstring cut;
+  if (std::wcslen(text) > kMostCharacters) {
+    cut = CutToFit(text);
+    text = cut.c_str();
+  }
   logger->EventLogLock().Hold([&] {
     EventData data = DescribeCall(channel);
     ::ReportEventW(source, filed.type, 0, filed.id, nullptr, 1, sizeof(data),
-                   const_cast<LPCWSTR*>(&text), &data);
+                   &text, &data);
   });
 }
 

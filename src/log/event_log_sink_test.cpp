@@ -259,6 +259,55 @@ TEST_F(EventLogSinkTest, ReportsTheLineAndWhereItCameFrom) {
   EXPECT_EQ(report.line, L"Info text");
 }
 
+// The most that Windows takes; a longer string makes it refuse the event.
+constexpr size_t kMostCharacters = 31839;
+const std::wstring kMark = L"... [cut]";
+
+TEST_F(EventLogSinkTest, ALineThatIsTooLongIsCutInTheEventAlone) {
+  const auto logger = Make(0);
+  const std::wstring start = L"Error ";
+  for (const size_t length :
+       {kMostCharacters - 1, kMostCharacters, kMostCharacters + 1}) {
+    const std::wstring text(length - start.size(), L'x');
+    logger->Error(text);
+    ASSERT_EQ(g_reports.size(), 1u);
+    std::wstring expected = start + text;
+    if (length > kMostCharacters) {
+      expected.resize(kMostCharacters - kMark.size());
+      expected += kMark;
+    }
+    EXPECT_TRUE(g_reports[0].line == expected) << g_reports[0].line.size();
+    EXPECT_TRUE(m_capture.Take() == std::vector<std::wstring>{start + text});
+    g_reports.clear();
+  }
+}
+
+// Of a pair that does not fit as a whole, neither half is kept.
+TEST_F(EventLogSinkTest, TheCutSplitsNoSurrogatePair) {
+  const auto logger = Make(0);
+  const std::wstring pair = L"\U0001F5A8";
+  ASSERT_EQ(pair.size(), 2u);
+  const size_t keptCharacters =
+      kMostCharacters - kMark.size() - std::wcslen(L"Error ");
+  for (const size_t before : {keptCharacters - 2, keptCharacters - 1}) {
+    const std::wstring text(before, L'x');
+    logger->Error(text + pair + std::wstring(100, L'y'));
+    ASSERT_EQ(g_reports.size(), 1u);
+    const bool fits = before + 2 <= keptCharacters;
+    EXPECT_TRUE(g_reports[0].line ==
+                L"Error " + text + (fits ? pair : L"") + kMark);
+    g_reports.clear();
+  }
+}
+
+// The event's string ends at the first zero, however long the line is.
+TEST_F(EventLogSinkTest, WhatStandsBehindAZeroIsNotCounted) {
+  const auto logger = Make(0);
+  logger->Error(std::wstring(L"a\0", 2) + std::wstring(kMostCharacters, L'x'));
+  ASSERT_EQ(g_reports.size(), 1u);
+  EXPECT_EQ(g_reports[0].line, L"Error a");
+}
+
 DWORD WINAPI TickCountWithTopBit() { return 0x80000001; }
 BOOL WINAPI FixedCounter(LARGE_INTEGER* counter) {
   counter->QuadPart = 0x123456789ABC;
