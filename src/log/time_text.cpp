@@ -19,10 +19,23 @@ std::wstring Padded(int number, wchar_t padding) {
   return digits.size() < 2 ? padding + digits : digits;
 }
 
-std::wstring ZoneName(const std::tm& time) {
+std::wstring NameByRuntime(const std::tm& time) {
   wchar_t name[128] = {};
   const size_t length = std::wcsftime(name, std::size(name), L"%Z", &time);
   return std::wstring(name, length);
+}
+
+// As the C runtimes do, a variable of the environment goes before the system's
+// zone. They keep the system's name for it as narrow text, though, in which
+// many a script is lost.
+std::wstring ZoneName(const std::tm& time) {
+  const bool isSetByVariable = ::GetEnvironmentVariableW(L"TZ", nullptr, 0) > 1;
+  TIME_ZONE_INFORMATION zone = {};
+  if (isSetByVariable ||
+      ::GetTimeZoneInformation(&zone) == TIME_ZONE_ID_INVALID) {
+    return NameByRuntime(time);
+  }
+  return time.tm_isdst > 0 ? zone.DaylightName : zone.StandardName;
 }
 
 }  // namespace

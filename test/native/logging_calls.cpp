@@ -124,6 +124,10 @@ DWORD GetCurrentProcessId() { return static_cast<DWORD>(::getpid()); }
 int localtime_s(std::tm* local, const std::time_t* time) {
   return ::localtime_r(time, local) == nullptr;
 }
+DWORD GetEnvironmentVariableW(LPCWSTR, wchar_t*, DWORD) { return 0; }
+DWORD GetTimeZoneInformation(TIME_ZONE_INFORMATION*) {
+  return TIME_ZONE_ID_INVALID;
+}
 
 DWORD FlsAlloc(FlsCallback* callback) {
   flsCallback = callback;

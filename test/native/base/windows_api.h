@@ -137,6 +137,14 @@ void GetSystemTimeAsFileTime(FILETIME*);
 DWORD GetCurrentThreadId();
 DWORD GetCurrentProcessId();
 int localtime_s(std::tm*, const std::time_t*);
+// No variable, and no zone of the system's own: the C library names it.
+inline constexpr DWORD TIME_ZONE_ID_INVALID = 0xFFFFFFFF;
+struct TIME_ZONE_INFORMATION {
+  wchar_t StandardName[32];
+  wchar_t DaylightName[32];
+};
+DWORD GetEnvironmentVariableW(LPCWSTR, wchar_t*, DWORD);
+DWORD GetTimeZoneInformation(TIME_ZONE_INFORMATION*);
 
 using FlsCallback = void(void*);
 DWORD FlsAlloc(FlsCallback*);
