@@ -12,6 +12,15 @@ namespace {
 
 using Holder = std::shared_ptr<LogStorage>;
 
+using ShutdownCheck = BYTE(WINAPI*)();
+
+// Whether the process ends, asked of a function that no header declares. Where
+// it is missing, the answer is no. Found when the library is loaded: a thread
+// that ends should look for nothing.
+const auto g_isProcessEnding =
+    reinterpret_cast<ShutdownCheck>(reinterpret_cast<void*>(::GetProcAddress(
+        ::GetModuleHandleW(L"ntdll.dll"), "RtlDllShutdownInProgress")));
+
 // Where each thread's storage hangs. Not a thread_local object: the runtime
 // keeps this library loaded for as long as a thread lives that still has one to
 // destroy, so that a host could never unload it. The slot's end, at unload,
@@ -39,7 +48,13 @@ class StorageSlot {
   }
 
  private:
-  static void WINAPI Free(void* holder) { delete static_cast<Holder*>(holder); }
+  // Called for a thread that ends, and for the one that ends the process. There
+  // nothing is freed: the other threads are gone in the middle of anything, the
+  // heap included.
+  static void WINAPI Free(void* holder) {
+    if (g_isProcessEnding != nullptr && g_isProcessEnding()) return;
+    delete static_cast<Holder*>(holder);
+  }
 
   const DWORD m_index;
 };

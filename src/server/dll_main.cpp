@@ -12,6 +12,20 @@ void Restart() { NetworkMonitor::SignalRestart(); }
 
 }  // namespace
 
+// The entry of the C runtime, which calls DllMain and makes and destroys what
+// the library has in static memory.
+extern "C" BOOL WINAPI DllMainCRTStartup(HINSTANCE, DWORD, LPVOID);
+
+// Where the image is entered; the linker is told so. At the end of the process
+// (`reserved` is not null then) nothing is freed, by DllMain or by the runtime:
+// the other threads are gone in the middle of anything, the heap included, and
+// the system takes everything back anyway.
+extern "C" BOOL WINAPI EnterLibrary(HINSTANCE instance, DWORD reason,
+                                    LPVOID reserved) {
+  if (reason == DLL_PROCESS_DETACH && reserved != nullptr) return TRUE;
+  return ::DllMainCRTStartup(instance, reason, reserved);
+}
+
 // Runs under the loader lock. A server that still runs at detach is not
 // stopped: waiting for its threads here could never end.
 extern "C" BOOL WINAPI DllMain(HINSTANCE /*instance*/, DWORD reason,

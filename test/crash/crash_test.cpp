@@ -211,4 +211,8 @@ TEST_F(CrashTest, TwoFaultsAtOnceMakeOneAttemptAtMost) {
   EXPECT_LE(attempts, 1);
 }
 
+TEST(ProcessEndTest, TheLibraryGivesNothingBack) {
+  EXPECT_EQ(kova::test::RunToEnd(L"process_end_host.exe", L""), 7u);
+}
+
 }  // namespace

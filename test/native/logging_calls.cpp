@@ -129,6 +129,9 @@ DWORD GetTimeZoneInformation(TIME_ZONE_INFORMATION*) {
   return TIME_ZONE_ID_INVALID;
 }
 
+HMODULE GetModuleHandleW(LPCWSTR) { return nullptr; }
+void (*GetProcAddress(HMODULE, const char*))() { return nullptr; }
+
 DWORD FlsAlloc(FlsCallback* callback) {
   flsCallback = callback;
   return 0;

@@ -146,6 +146,10 @@ struct TIME_ZONE_INFORMATION {
 DWORD GetEnvironmentVariableW(LPCWSTR, wchar_t*, DWORD);
 DWORD GetTimeZoneInformation(TIME_ZONE_INFORMATION*);
 
+// Knows no function by name.
+HMODULE GetModuleHandleW(LPCWSTR);
+void (*GetProcAddress(HMODULE, const char* name))();
+
 using FlsCallback = void(void*);
 DWORD FlsAlloc(FlsCallback*);
 BOOL FlsFree(DWORD);
