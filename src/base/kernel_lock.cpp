@@ -1,9 +1,15 @@
 #include "base/kernel_lock.h"
 
+#include "base/last_error_keeper.h"
 #include "base/windows_api.h"
 
 namespace kova {
 namespace {
+
+HANDLE MakeMutex() {
+  const LastErrorKeeper keeper;
+  return ::CreateMutexW(nullptr, FALSE, nullptr);
+}
 
 bool Take(HANDLE mutex) {
   const DWORD result = ::WaitForSingleObjectEx(mutex, INFINITE, FALSE);
@@ -12,7 +18,7 @@ bool Take(HANDLE mutex) {
 
 }  // namespace
 
-KernelLock::KernelLock() : m_mutex(::CreateMutexW(nullptr, FALSE, nullptr)) {}
+KernelLock::KernelLock() : m_mutex(MakeMutex()) {}
 
 // No object with a destructor may live in this function.
 void KernelLock::Run(Body* body, const void* work) {

@@ -322,6 +322,28 @@ TEST_F(CrashUtilityTest, AFailedAttemptStartsTheQuietPeriodToo) {
   EXPECT_EQ(m_capture.Lines().size(), 1u);
 }
 
+FakeTickCount* g_clock = nullptr;
+BOOL WINAPI DumpFor30000Ms(HANDLE, DWORD, HANDLE, MINIDUMP_TYPE,
+                           PMINIDUMP_EXCEPTION_INFORMATION,
+                           PMINIDUMP_USER_STREAM_INFORMATION,
+                           PMINIDUMP_CALLBACK_INFORMATION) {
+  g_clock->Advance(30000);
+  return TRUE;
+}
+
+TEST_F(CrashUtilityTest, TheQuietPeriodBeginsBeforeTheDump) {
+  g_clock = &m_clock;
+  {
+    const ImportPatch<decltype(MiniDumpWriteDump)> patch(
+        nullptr, "MiniDumpWriteDump", &DumpFor30000Ms);
+    EXPECT_EQ(Record(), 0);
+  }
+  (void)m_capture.Take();
+  m_clock.Advance(30001);
+  EXPECT_EQ(Record(), 0);
+  EXPECT_EQ(m_capture.Lines(), LinesOfADump(L"0001"));
+}
+
 BOOL WINAPI FailToDump(HANDLE, DWORD, HANDLE, MINIDUMP_TYPE,
                        PMINIDUMP_EXCEPTION_INFORMATION,
                        PMINIDUMP_USER_STREAM_INFORMATION,
@@ -361,7 +383,11 @@ TEST_F(CrashUtilityTest, ACrashWhileDumpingStaysInsideAndFreesTheMutex) {
   }
   EXPECT_THAT(m_capture.Take(), ElementsAre(LinesOfADump(L"0000")[0]));
   EXPECT_TRUE(MutexIsFree());
-  m_clock.Advance(60001);
+  // It was an attempt all the same.
+  m_clock.Advance(60000);
+  EXPECT_EQ(Record(), 0);
+  EXPECT_EQ(m_capture.Take().size(), 1u);
+  m_clock.Advance(1);
   EXPECT_EQ(Record(), 0);
   EXPECT_EQ(m_capture.Lines(), LinesOfADump(L"0001"));
 }

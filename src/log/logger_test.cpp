@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <thread>
 
 #include "log/log_storage.h"
@@ -389,6 +390,85 @@ TEST(LogStorageTest, EachThreadHasOneOfItsOwn) {
     EXPECT_NE(elsewhere.lock(), storage);
   }).join();
   EXPECT_TRUE(elsewhere.expired());
+}
+
+BOOL WINAPI FailToKeep(DWORD, void*) { return FALSE; }
+
+TEST(LogStorageTest, IsFreedByItsUsersWhereTheThreadCannotKeepIt) {
+  std::thread([] {
+    const ImportPatch<decltype(FlsSetValue)> patch(nullptr, "FlsSetValue",
+                                                   &FailToKeep);
+    std::shared_ptr<tk::LogStorage> storage =
+        tk::LogStorage::OfThisThread();
+    ASSERT_NE(storage, nullptr);
+    EXPECT_EQ(storage.use_count(), 1);
+    EXPECT_NE(tk::LogStorage::OfThisThread(), storage);
+    const std::weak_ptr<tk::LogStorage> watch = storage;
+    storage.reset();
+    EXPECT_TRUE(watch.expired());
+  }).join();
+}
+
+TEST_F(LoggerTest, TheThreadsStorageAloneKeepsALogger) {
+  std::weak_ptr<tk::Logger> watch;
+  std::thread([&] {
+    watch = Create(0);
+    EXPECT_FALSE(watch.expired());
+    EXPECT_EQ(Create(0), watch.lock());
+    EXPECT_EQ(watch.use_count(), 1);
+  }).join();
+  EXPECT_TRUE(watch.expired());
+}
+
+// What a logger is made of, in the order in which it goes.
+std::vector<std::string> g_gone;
+const void* g_name = nullptr;
+
+// Tells when the last copy of what it hangs on is destroyed.
+std::shared_ptr<void> TellWhenGone(const char* part) {
+  return {nullptr, [part](void*) { g_gone.emplace_back(part); }};
+}
+
+decltype(std::free)* g_free = nullptr;
+void NoteFree(void* block) {
+  if (block != nullptr && block == g_name) {
+    g_name = nullptr;
+    g_gone.emplace_back("name");
+  }
+  g_free(block);
+}
+
+decltype(CloseHandle)* g_close = nullptr;
+BOOL WINAPI NoteClose(HANDLE handle) {
+  if (g_gone.empty() || g_gone.back() != "handle") {
+    g_gone.emplace_back("handle");
+  }
+  return g_close(handle);
+}
+
+// The file sink has a lock of its own, which goes with the sinks.
+TEST_F(LoggerTest, ItsPartsGoInTheirOrder) {
+  auto logger = std::make_shared<tk::Logger>(
+      m_name, 0,
+      std::vector<tk::LogFormatter>{
+          [told = TellWhenGone("formatter")](LogChannel) {
+            return std::wstring();
+          }},
+      std::vector<tk::LogSink>{[told = TellWhenGone("sink")](
+                                   tk::Logger*, LogChannel,
+                                   const std::wstring&) {}},
+      0);
+  g_name = logger->Name().data();
+  g_gone.clear();
+  g_gone.reserve(10);
+  const ImportPatch<decltype(std::free)> free(nullptr, "free", &NoteFree);
+  g_free = free.Original();
+  const ImportPatch<decltype(CloseHandle)> close(nullptr, "CloseHandle",
+                                                 &NoteClose);
+  g_close = close.Original();
+  logger.reset();
+  EXPECT_THAT(g_gone,
+              ElementsAre("sink", "handle", "formatter", "name", "handle"));
 }
 
 }  // namespace
