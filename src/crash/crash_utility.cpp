@@ -117,8 +117,8 @@ unsigned Record(void* argument) {
     recording.holdsMutex = TryToHold(recording.mutex, crash);
     if (recording.holdsMutex) DumpIfDue(crash, recording.file);
   } catch (...) {
-    // Whatever is thrown out of a filter is shown to the same filter again,
-    // until the stack is used up.
+    // Deliberate: what is thrown out of a filter is shown to the same filter
+    // again, until the stack is used up.
   }
   return 0;
 }

@@ -26,6 +26,8 @@ __declspec(noinline) unsigned CallBody(GuardedBody body, void* argument) {
 
 // No object with a destructor may live in this function.
 unsigned RunGuarded(GuardedBody body, void* argument) {
+  // Deliberate: for good, on the host's threads, too. There is no way to lower
+  // it again.
   ULONG guaranteeBytes = kStackGuaranteeBytes;
   ::SetThreadStackGuarantee(&guaranteeBytes);
   unsigned result = 0;

@@ -52,8 +52,8 @@ EventData DescribeCall(tk::LogChannel channel) {
   return data;
 }
 
-// Windows refuses an event with a longer string. Parts of lines come from
-// clients.
+// Deliberate: Windows refuses an event with a longer string, and parts of lines
+// come from clients.
 constexpr size_t kMostCharacters = 31839;
 constexpr std::wstring_view kCutMark = L"... [cut]";
 

@@ -21,8 +21,8 @@ const auto g_isProcessEnding =
     reinterpret_cast<ShutdownCheck>(reinterpret_cast<void*>(::GetProcAddress(
         ::GetModuleHandleW(L"ntdll.dll"), "RtlDllShutdownInProgress")));
 
-// Where each thread's storage hangs. Not a thread_local object: the runtime
-// keeps this library loaded for as long as a thread lives that still has one to
+// Where each thread's storage hangs. Deliberate: no thread_local object, for the
+// runtime keeps this library loaded for as long as a thread lives that still has one to
 // destroy, so that a host could never unload it. The slot's end, at unload,
 // frees the storage of every thread that is still there.
 class StorageSlot {
@@ -48,9 +48,9 @@ class StorageSlot {
   }
 
  private:
-  // Called for a thread that ends, and for the one that ends the process. There
-  // nothing is freed: the other threads are gone in the middle of anything, the
-  // heap included.
+  // Called for a thread that ends, and for the one that ends the process.
+  // Deliberate: there nothing is freed; the other threads are gone in the middle
+  // of anything, the heap included.
   static void WINAPI Free(void* holder) {
     if (g_isProcessEnding != nullptr && g_isProcessEnding()) return;
     delete static_cast<Holder*>(holder);

@@ -16,8 +16,9 @@ constinit ServerLoggerSlot g_serverLogger;
 
 ServerLoggerSlot::~ServerLoggerSlot() { delete m_logger.exchange(nullptr); }
 
-// No lock is held while the logger is made, so a crash in there can still be
-// logged; where two threads make one, the first to arrive wins.
+// Deliberate: no lock is held while the logger is made, so a crash in there can
+// still be logged; where two threads make one, the first to arrive wins, and
+// the other's stays in its thread's storage and serves nobody.
 const std::shared_ptr<tk::Logger>& ServerLoggerSlot::Make() {
   const LastErrorKeeper keeper;
   auto fresh = std::make_unique<const std::shared_ptr<tk::Logger>>(

@@ -8,6 +8,7 @@
 namespace kova {
 namespace {
 
+// Deliberate: English, whatever the locale of the host.
 constexpr const wchar_t* kDays[] = {L"Sun", L"Mon", L"Tue", L"Wed",
                                     L"Thu", L"Fri", L"Sat"};
 constexpr const wchar_t* kMonths[] = {L"Jan", L"Feb", L"Mar", L"Apr",

@@ -16,10 +16,10 @@ void Restart() { NetworkMonitor::SignalRestart(); }
 // the library has in static memory.
 extern "C" BOOL WINAPI DllMainCRTStartup(HINSTANCE, DWORD, LPVOID);
 
-// Where the image is entered; the linker is told so. At the end of the process
-// (`reserved` is not null then) nothing is freed, by DllMain or by the runtime:
-// the other threads are gone in the middle of anything, the heap included, and
-// the system takes everything back anyway.
+// Where the image is entered; the linker is told so. Deliberate: at the end of
+// the process (`reserved` is not null then) nothing is freed, by DllMain or by
+// the runtime. The other threads are gone in the middle of anything, the heap
+// included, and the system takes everything back anyway.
 extern "C" BOOL WINAPI EnterLibrary(HINSTANCE instance, DWORD reason,
                                     LPVOID reserved) {
   if (reason == DLL_PROCESS_DETACH && reserved != nullptr) return TRUE;
