@@ -16,8 +16,8 @@ namespace kova {
 // Recursive: a crash in the work is logged by the thread that holds the lock.
 class KOVA_CAPABILITY("lock") KernelLock {
  public:
-  // Where the system has no mutex left, this is a lock that locks nothing. Keeps
-  // the thread's last error.
+  // Where the system has no mutex left, this is a lock that locks nothing.
+  // Keeps the thread's last error.
   KernelLock();
 
   KernelLock(const KernelLock&) = delete;

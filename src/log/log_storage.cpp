@@ -21,10 +21,10 @@ const auto g_isProcessEnding =
     reinterpret_cast<ShutdownCheck>(reinterpret_cast<void*>(::GetProcAddress(
         ::GetModuleHandleW(L"ntdll.dll"), "RtlDllShutdownInProgress")));
 
-// Where each thread's storage hangs. Deliberate: no thread_local object, for the
-// runtime keeps this library loaded for as long as a thread lives that still has one to
-// destroy, so that a host could never unload it. The slot's end, at unload,
-// frees the storage of every thread that is still there.
+// Where each thread's storage hangs. Deliberate: not a thread_local object. The
+// runtime keeps this library loaded for as long as a thread lives that still
+// has one to destroy, so that a host could never unload it. The slot's end, at
+// unload, frees the storage of every thread that is still there.
 class StorageSlot {
  public:
   StorageSlot() : m_index(::FlsAlloc(&Free)) {}
@@ -49,8 +49,8 @@ class StorageSlot {
 
  private:
   // Called for a thread that ends, and for the one that ends the process.
-  // Deliberate: there nothing is freed; the other threads are gone in the middle
-  // of anything, the heap included.
+  // Deliberate: there nothing is freed; the other threads are gone in the
+  // middle of anything, the heap included.
   static void WINAPI Free(void* holder) {
     if (g_isProcessEnding != nullptr && g_isProcessEnding()) return;
     delete static_cast<Holder*>(holder);

@@ -13,10 +13,10 @@ namespace kova {
 // hold a valid date.
 std::wstring StandardTimeText(const std::tm& time);
 
-// StandardTimeText() of the local time, a blank, and the time zone's name, which
-// may have any script: the system's, or the C runtime's where the variable TZ
-// names the zone. A time that the C runtime cannot convert is shown as the start
-// of 1900.
+// StandardTimeText() of the local time, a blank, and the time zone's name, in
+// whatever script: the system's, or the C runtime's where the variable TZ names
+// the zone. A time that the C runtime cannot convert is shown as the start of
+// 1900.
 std::wstring LocalTimeText(int64_t seconds);
 
 }  // namespace kova

@@ -1,7 +1,7 @@
 // A host that ends while the server library is loaded and has run. Exit code
-// 7, or one from 70 on if the library gave anything back on its way out: memory,
-// a handle, a library, a slot. Other threads are gone by then, perhaps in the
-// middle of the heap.
+// 7, or one from 70 on if the library gave anything back on its way out:
+// memory, a handle, a library, a slot. Other threads are gone by then, perhaps
+// in the middle of the heap.
 #include <cstdlib>
 
 #include "test/support/import_patch.h"
@@ -47,7 +47,8 @@ int main() {
   server->Stop();
   if (!kova::test::WaitForThreads(threads, kPatienceMs)) return 3;
   for (const GivingBack& row : kGivingBack) {
-    void** const slot = kova::test::FindImportSlot(server->Module(), row.import);
+    void** const slot =
+        kova::test::FindImportSlot(server->Module(), row.import);
     if (slot == nullptr) return 4;
     kova::test::WriteImportSlot(slot, reinterpret_cast<void*>(row.instead));
   }
