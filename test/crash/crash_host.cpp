@@ -35,6 +35,7 @@ using kova::test::WriteToNull;
 
 constexpr int kStillAlive = 99;
 constexpr int kMisused = 98;
+constexpr int kWentOn = 97;
 constexpr DWORD kPatienceMs = 120000;
 constexpr uint64_t kLongUpMs = 100000000;
 
@@ -268,6 +269,40 @@ void CrashInLogSink(const Host& host) {
   host.Start();
 }
 
+// --- A host that goes on after a crash ---
+
+DWORD WINAPI StartOnAThread(void* host) {
+  static_cast<const Host*>(host)->Start();
+  return 0;
+}
+
+// No object with a destructor may live in this function.
+bool HasCrashedInStart(const Host& host) {
+  bool crashed = false;
+  __try {
+    host.Start();
+  } __except (crashed = true, EXCEPTION_EXECUTE_HANDLER) {
+  }
+  return crashed;
+}
+
+// The first line of a start crashes in the event log's client. The host handles
+// that and starts the server on another thread.
+void HandleAndStartAgain(const Host& host) {
+  Host::Replace(host.Module(), "ReportEventW", &CrashInReport);
+  const bool crashed = HasCrashedInStart(host);
+  const HANDLE thread = ::CreateThread(nullptr, 0, &StartOnAThread,
+                                       const_cast<Host*>(&host), 0, nullptr);
+  const bool started =
+      ::WaitForSingleObject(thread, kPatienceMs) == WAIT_OBJECT_0;
+  ::TerminateProcess(::GetCurrentProcess(),
+                     crashed && started ? kWentOn : kMisused);
+}
+
+void GoOn(kova::test::Fault*) {
+  ::TerminateProcess(::GetCurrentProcess(), kWentOn);
+}
+
 // --- The scenarios, and the same without the server ---
 
 void CrashHere(kova::test::Fault* fault) { fault(); }
@@ -312,7 +347,8 @@ constexpr Scenario kScenarios[] = {
     {"together", &CrashTogether, &CrashOnAThread, "null"},
     {"library", &CrashInLibrary, &CrashHere, "null"},
     {"sample", &CrashInSample, &CrashOnAThread, "null"},
-    {"log-sink", &CrashInLogSink, &CrashHere, "null"}};
+    {"log-sink", &CrashInLogSink, &CrashHere, "null"},
+    {"handled", &HandleAndStartAgain, &GoOn, "null"}};
 
 const Scenario* FindScenario(const char* name) {
   for (const Scenario& scenario : kScenarios) {

@@ -179,6 +179,11 @@ TEST_F(CrashTest, AFaultInTheEventLogClientIsRecordedAndLogged) {
   ExpectOneDump(L"log-sink", EXCEPTION_ACCESS_VIOLATION, kCrashHost);
 }
 
+TEST_F(CrashTest, AFaultInTheEventLogClientThatIsHandledKeepsNobodyOut) {
+  const kova::test::ScopedLogMask mask(0xE0000080);
+  EXPECT_EQ(Crash(L"handled"), CrashWithoutServer(L"handled"));
+}
+
 TEST_F(CrashTest, ASecondFaultDuringTheDumpPassesAtOnce) {
   const fs::path expected = m_dumps.NextDump();
   EXPECT_EQ(Crash(L"while-dumping"), CrashWithoutServer(L"while-dumping"));
