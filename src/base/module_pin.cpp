@@ -1,9 +1,5 @@
 #include "base/module_pin.h"
 
-#if defined(_UCRT)
-#include <process.h>
-#endif
-
 namespace kova {
 
 #if defined(_UCRT)
