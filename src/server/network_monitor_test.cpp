@@ -287,20 +287,17 @@ TEST_F(NetworkMonitorTest, LogsTheEndOfTheRestartThread) {
                           L"shutdown event triggered"));
 }
 
-DWORD g_exitCode;
-void WINAPI RecordExit(HMODULE module, DWORD exitCode) {
-  g_exitCode = exitCode;
-  ::FreeLibrary(module);
-  ::ExitThread(exitCode);
-}
-
 TEST_F(NetworkMonitorTest, EndsTheRestartThreadWith0) {
-  const ImportPatch<decltype(RecordExit)> patch(
-      nullptr, "FreeLibraryAndExitThread", &RecordExit);
-  g_exitCode = 4660;
-  Server();
+  const HANDLE self = ::GetCurrentProcess();
+  UniqueKernelHandle thread;
+  ASSERT_TRUE(::DuplicateHandle(self, Server().Monitor().restartThread.Get(),
+                                self, thread.Receive(), 0, FALSE,
+                                DUPLICATE_SAME_ACCESS));
   End();
-  EXPECT_EQ(g_exitCode, 0u);
+  ASSERT_EQ(::WaitForSingleObject(thread.Get(), kPatienceMs), WAIT_OBJECT_0);
+  DWORD exitCode = 4660;
+  EXPECT_TRUE(::GetExitCodeThread(thread.Get(), &exitCode));
+  EXPECT_EQ(exitCode, 0u);
 }
 
 // Fails the first two waits of the restart thread.
