@@ -1,0 +1,69 @@
+// Runs something under one schedule after another.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "test/schedules/scheduler.h"
+
+namespace kova::test {
+
+// A choice that differs from the default one: at the `point`-th point of choice
+// of a run, counted from 0, the `option`-th way is taken.
+struct Deviation {
+  size_t point = 0;
+  size_t option = 0;
+};
+using Schedule = std::vector<Deviation>;
+
+// "12:1 40:2"; the empty schedule is "default".
+[[nodiscard]] std::string ToText(const Schedule& schedule);
+[[nodiscard]] std::optional<Schedule> ParseSchedule(const std::string& text);
+
+// How far from the default schedules may go.
+struct Limits {
+  // Choices that take the processor from a thread that could go on, stalls
+  // among them.
+  int preemptions = 2;
+  // Choices of another thread than the default one where the running thread
+  // cannot go on.
+  int switches = 0;
+  // 0: no limit. Where there is one, schedules are spread over the whole.
+  uint64_t schedules = 0;
+};
+
+// Makes the choices of one run, and notes what there was to choose.
+class ScheduleChooser : public Chooser {
+ public:
+  explicit ScheduleChooser(Schedule schedule);
+  size_t Choose(const std::vector<Option>& options, bool isForced,
+                ThreadId current, const char* what) override;
+
+  struct Choice {
+    size_t options = 0;
+    size_t taken = 0;
+    bool isForced = false;
+    ThreadId current = kNoThread;
+    Option option;
+    const char* what = nullptr;
+  };
+  [[nodiscard]] const std::vector<Choice>& Choices() const { return m_choices; }
+  [[nodiscard]] const Schedule& Planned() const { return m_schedule; }
+  // Whether every deviation found a choice to be made.
+  [[nodiscard]] bool IsExhausted() const { return m_next == m_schedule.size(); }
+
+ private:
+  const Schedule m_schedule;
+  size_t m_next = 0;
+  std::vector<Choice> m_choices;
+};
+
+// Runs under the default schedule and then under every other one within the
+// limits, the nearest deviations last. `run` makes one run and returns whether
+// to go on. Returns the number of runs.
+uint64_t ExploreSchedules(const Limits& limits,
+                          const std::function<bool(ScheduleChooser&)>& run);
+
+}  // namespace kova::test

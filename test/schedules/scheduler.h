@@ -1,0 +1,141 @@
+// Runs threads one at a time, in an order that somebody chooses.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/windows_api.h"
+
+namespace kova::test {
+
+// Threads are numbered in the order of their beginning; the host's is 0.
+using ThreadId = int;
+inline constexpr ThreadId kNoThread = -1;
+inline constexpr uint64_t kNever = ~uint64_t{0};
+
+// One way in which a run may go on from a point of choice.
+struct Option {
+  ThreadId thread = kNoThread;
+  // The thread, which could go on, is kept from running for kStallMs.
+  bool stalls = false;
+};
+
+// Decides at each point at which there is more than one way.
+class Chooser {
+ public:
+  virtual ~Chooser() = default;
+  // An index into `options`, of which there are at least two. The first is what
+  // happens unless somebody interferes: the running thread goes on, or, where
+  // it cannot (`isForced`), the one that has waited longest. `current` is the
+  // thread that comes to the point, `what` the call that it is about to make.
+  virtual size_t Choose(const std::vector<Option>& options, bool isForced,
+                        ThreadId current, const char* what) = 0;
+};
+
+// A machine with one processor, a clock of its own and threads that change
+// only where they say so. All of them are fibers of one thread of the system,
+// so a run is the same whenever the same choices are made, and a thread that is
+// killed is just never resumed, as a thread of Windows that is terminated
+// while it stands in a system call. Time passes only while no thread can run.
+class Scheduler {
+ public:
+  using Ready = std::function<bool()>;
+
+  // What may happen at a point: another thread may go on, the running one may
+  // be stalled, or both.
+  enum class Move { kAny, kSwitchOnly, kStallOnly };
+  enum class Ending { kAllEnded, kDeadlock, kLivelock, kCrash };
+
+  static constexpr uint64_t kStallMs = 20000;
+  static constexpr uint64_t kStartMs = 10000000;
+  static constexpr size_t kMostSteps = 20000;
+
+  struct Step {
+    ThreadId thread;
+    const char* what;
+  };
+
+  // The calling thread is the only one that may use the object.
+  Scheduler();
+  ~Scheduler();
+  Scheduler(const Scheduler&) = delete;
+  Scheduler& operator=(const Scheduler&) = delete;
+
+  // Runs `host` as thread 0, and all threads that come to be, until all have
+  // ended or none can go on. Those left over are thrown away.
+  Ending Run(std::function<void()> host, Chooser& chooser);
+
+  // The following are called by a running thread, if not said otherwise.
+
+  ThreadId Begin(std::string name, std::function<void()> body, bool mayStall,
+                 bool suspended = false);
+  void Resume(ThreadId thread);
+  // The running thread is about to make a call that others can notice. Outside
+  // a run, does nothing. Keeps the last error.
+  void Point(const char* what, Move move = Move::kAny);
+  // The running thread is about to close something and then does so. One that
+  // is killed in such a call has closed it: the system ends what it has begun.
+  void PointOfClosing(const char* what, const std::function<void()>& close);
+  // The same for a call that waits: returns whether `ready` is true, or time
+  // has run out before. Outside a run, what `ready` says at once.
+  bool Await(const char* what, const Ready& ready, uint64_t timeoutMs = kNever);
+  // Ends the running thread where it stands.
+  [[noreturn]] void Exit();
+  // Ends another one where it stands.
+  void Kill(ThreadId thread);
+  // From now on the chooser is not asked.
+  void TakeDefaults() { m_chooser = nullptr; }
+
+  // May be asked at any time.
+
+  [[nodiscard]] ThreadId Current() const { return m_current; }
+  [[nodiscard]] bool HasEnded(ThreadId thread) const;
+  // Of the threads that may be stalled, which are the server's.
+  [[nodiscard]] std::vector<ThreadId> LivingServerThreads() const;
+  [[nodiscard]] bool AllOthersEnded() const;
+  [[nodiscard]] uint64_t NowMs() const { return m_nowMs; }
+  [[nodiscard]] int Stalls() const { return m_stalls; }
+  [[nodiscard]] int Kills() const { return m_kills; }
+  [[nodiscard]] const std::string& NameOf(ThreadId thread) const;
+  [[nodiscard]] const std::vector<Step>& Steps() const { return m_steps; }
+  // Where each thread that has not ended stands; what a crash was.
+  [[nodiscard]] std::string Standing() const;
+  [[nodiscard]] const std::string& CrashText() const { return m_crash; }
+
+ private:
+  struct Thread;
+
+  static void WINAPI FiberMain(void* thread);
+  static void RunBody(Thread* thread);
+  static long NoteCrash(Thread* thread, EXCEPTION_POINTERS* exception);
+
+  void Reschedule(Move move);
+  ThreadId Pick(Move move);
+  void GatherOptions(Move move);
+  [[nodiscard]] size_t ChooseOne();
+  [[nodiscard]] bool IsEnabled(const Thread& thread) const;
+  [[nodiscard]] std::pair<uint64_t, ThreadId> TurnOf(ThreadId thread) const;
+  bool PassTime();
+  void SwitchTo(ThreadId next);
+  void Leave(Ending ending);
+  void Forget();
+
+  void* m_outside = nullptr;  // the fiber that calls Run
+  std::vector<std::unique_ptr<Thread>> m_threads;
+  std::vector<Option> m_options;
+  std::vector<Step> m_steps;
+  Chooser* m_chooser = nullptr;
+  ThreadId m_current = kNoThread;
+  Ending m_ending = Ending::kAllEnded;
+  uint64_t m_nowMs = kStartMs;
+  uint64_t m_turn = 0;
+  int m_stalls = 0;
+  int m_kills = 0;
+  std::string m_crash;
+};
+
+}  // namespace kova::test

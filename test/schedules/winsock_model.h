@@ -1,0 +1,99 @@
+// Windows Sockets and the network behind them, as a model.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <span>
+#include <string>
+
+#include "test/schedules/kernel_model.h"
+#include "test/schedules/scheduler.h"
+#include "test/schedules/thunk.h"
+
+namespace kova::test {
+
+// What two ends of a connection share.
+struct Connection {
+  std::string toServer;
+  std::string toClient;
+  size_t windowBytes = 65536;  // how much the client's side takes unread
+  bool clientClosed = false;
+  bool serverClosed = false;
+  std::weak_ptr<struct ModelSocket> serverEnd;
+};
+using ConnectionPtr = std::shared_ptr<Connection>;
+
+struct ModelSocket {
+  uint16_t port = 0;
+  bool listening = false;
+  bool dead = false;                  // the last session has ended
+  std::deque<ConnectionPtr> backlog;  // of a listening socket
+  ConnectionPtr connection;           // of an accepted one
+  // As WSAEventSelect left it.
+  KernelObjectPtr event;
+  long mask = 0;
+  long pending = 0;   // not yet enumerated
+  long recorded = 0;  // not recorded again until a call re-enables it
+};
+using ModelSocketPtr = std::shared_ptr<ModelSocket>;
+
+// Network events as Windows documents them: each is recorded once, sets the
+// event, and is recorded again only after the call that re-enables it.
+class WinsockModel {
+ public:
+  using Complain = std::function<void(const std::string&)>;
+
+  WinsockModel(Scheduler& scheduler, KernelModel& kernel, Complain complain);
+
+  // The library's side.
+
+  // Null, with the error of Winsock set, if there is no such socket.
+  ModelSocketPtr Find(SOCKET socket, const char* call);
+  int Startup(WORD version, LPWSADATA data);
+  int Cleanup();
+  SOCKET MakeSocket();
+  int Bind(SOCKET socket, uint16_t port);
+  int Listen(SOCKET socket);
+  int Select(SOCKET socket, WSAEVENT event, long mask);
+  int Enumerate(SOCKET socket, WSAEVENT event, LPWSANETWORKEVENTS found);
+  SOCKET Accept(SOCKET socket);
+  int Receive(SOCKET socket, char* bytes, DWORD most, DWORD* received);
+  int Send(SOCKET socket, const char* bytes, DWORD count, DWORD* sent);
+  int Close(SOCKET socket);
+
+  // The clients' side; called on threads of their own.
+
+  // Null if nothing listens.
+  ConnectionPtr Connect(size_t windowBytes = 65536);
+  void ClientSends(Connection& connection, const std::string& bytes);
+  void ClientCloses(Connection& connection);
+  // Takes what there is; waits for something or for the end.
+  std::string ClientReceives(Connection& connection);
+
+  [[nodiscard]] bool IsListening() const;
+  [[nodiscard]] static bool IsOurs(SOCKET socket);
+  [[nodiscard]] size_t OpenSockets() const { return m_sockets.size(); }
+  [[nodiscard]] int OpenSessions() const { return m_sessions; }
+  void Reset();
+
+ private:
+  static void Record(ModelSocket& socket, long bit);
+  static void Reenable(ModelSocket& socket, long bit);
+  static void RecordWhatIs(ModelSocket& socket);
+  static void EndOf(ModelSocket& socket);
+  [[nodiscard]] ModelSocketPtr Listener() const;
+
+  Scheduler& m_scheduler;
+  KernelModel& m_kernel;
+  const Complain m_complain;
+  std::map<SOCKET, ModelSocketPtr> m_sockets;
+  int m_sessions = 0;
+  SOCKET m_next = 0;
+};
+
+[[nodiscard]] std::span<const Thunk> WinsockThunks();
+
+}  // namespace kova::test
