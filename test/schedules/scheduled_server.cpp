@@ -47,14 +47,14 @@ bool ScheduledServer::Load() {
   m_start = Find<KOVA_StartServer>(m_module, "StartKOVAServer");
   m_stop = Find<KOVA_StopServer>(m_module, "StopKOVAServer");
   DefaultChooser chooser;
-  // The first run makes what lives as long as the library.
+  // The first run makes what lives as long as the library. So does the file
+  // sink, deliberately, at its first line.
+  m_machine.system.SetMask(~0u);
   for (int i = 0; i < 2; ++i) {
-    m_measures = true;
     m_machine.BeginRun();
     m_machine.scheduler.Run([this] { Live({"", &DoNothing}); }, chooser);
     m_machine.heap.Sift();
   }
-  m_measures = false;
   return true;
 }
 
@@ -67,8 +67,13 @@ void ScheduledServer::Unload() {
 }
 
 Verdict ScheduledServer::Run(const Scenario& scenario, Chooser& chooser) {
+  if (m_isSpoilt) {
+    Unload();
+    Load();
+  }
   m_verdict = {};
   m_clients = 0;
+  m_before = m_machine.WhatIsHeld();
   m_machine.BeginRun();
   m_machine.system.ForgetLines();
   m_machine.system.SetMask(SystemModel::kUsualMask);
@@ -76,6 +81,7 @@ Verdict ScheduledServer::Run(const Scenario& scenario, Chooser& chooser) {
   TheExtension() = {};
   TheExtension().restart = restart;
   Scheduler& scheduler = m_machine.scheduler;
+  m_machine.winsock.SetQuiet(false);
   const auto ending =
       scheduler.Run([this, &scenario] { Live(scenario); }, chooser);
   m_machine.heap.Sift();
@@ -88,10 +94,7 @@ Verdict ScheduledServer::Run(const Scenario& scenario, Chooser& chooser) {
   } else if (ending == Scheduler::Ending::kCrash) {
     m_verdict.faults.push_back(scheduler.CrashText());
   }
-  if (!m_verdict.faults.empty()) {
-    Unload();
-    Load();
-  }
+  m_isSpoilt = !m_verdict.faults.empty();
   return m_verdict;
 }
 
@@ -103,7 +106,6 @@ void ScheduledServer::Live(const Scenario& scenario) {
   ServeOnce();
   LetAllEnd();
   CompareHeld("after a fresh start");
-  if (m_measures) m_before = m_machine.WhatIsHeld();
 }
 
 void ScheduledServer::LetAllEnd() {
@@ -118,10 +120,16 @@ void ScheduledServer::LetAllEnd() {
   if (m_machine.winsock.IsListening()) Complain("it listens at rest");
 }
 
+void ScheduledServer::Start() {
+  m_machine.winsock.SetQuiet(false);
+  m_start();
+}
+
 void ScheduledServer::Stop() {
   Scheduler& scheduler = m_machine.scheduler;
   const uint64_t startMs = scheduler.NowMs();
   m_stop();
+  m_machine.winsock.SetQuiet(true);
   CheckAfterStop(scheduler.NowMs() - startMs);
 }
 
@@ -203,7 +211,6 @@ void ScheduledServer::Expect(const char* when, const char* what, int64_t before,
 }
 
 void ScheduledServer::CompareHeld(const char* when) {
-  if (m_measures) return;
   const Held held = m_machine.WhatIsHeld();
   const int64_t kills = m_machine.scheduler.Kills();
   const auto expect = [&](const char* what, auto before, auto now,
@@ -211,7 +218,7 @@ void ScheduledServer::CompareHeld(const char* when) {
     Expect(when, what, static_cast<int64_t>(before), static_cast<int64_t>(now),
            slack);
   };
-  expect("handles", m_before.handles, held.handles, 0);
+  expect("handles", m_before.handles, held.handles, SilentStarts());
   expect("sockets", m_before.sockets, held.sockets, 0);
   expect("sessions", m_before.sessions, held.sessions, 0);
   expect("critical sections", m_before.locks, held.locks, 0);
@@ -225,6 +232,15 @@ void ScheduledServer::CompareHeld(const char* when) {
   expect("responses", 0, TheExtension().responses, kills);
   m_verdict.blocksLost =
       std::max(m_verdict.blocksLost, held.blocks - m_before.blocks);
+}
+
+// Deliberate in the server: of a listener that did not answer in time, the
+// event that it may yet signal stays open.
+int64_t ScheduledServer::SilentStarts() const {
+  return std::ranges::count_if(
+      m_machine.system.Lines(), [](const std::wstring& line) {
+        return line.find(L"Unable to get response") != std::wstring::npos;
+      });
 }
 
 std::string ScheduledServer::Trace() const {

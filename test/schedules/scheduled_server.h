@@ -59,7 +59,7 @@ class ScheduledServer {
 
   // For scripts, on the host's thread.
 
-  void Start() { m_start(); }
+  void Start();
   void Stop();
   // Runs `body` on a thread of its own, which is none of the server's.
   void Beside(const char* name, std::function<void()> body);
@@ -86,13 +86,15 @@ class ScheduledServer {
   void Expect(const char* when, const char* what, int64_t before, int64_t now,
               int64_t slack);
 
+  [[nodiscard]] int64_t SilentStarts() const;
+
   Machine m_machine;
   HMODULE m_module = nullptr;
   KOVA_StartServer* m_start = nullptr;
   KOVA_StopServer* m_stop = nullptr;
   std::vector<std::string> m_escaping;
   Held m_before;
-  bool m_measures = false;  // a run that finds out what is held at rest
+  bool m_isSpoilt = false;  // load it anew before the next run
   int m_clients = 0;
   Verdict m_verdict;
 };

@@ -44,7 +44,7 @@ Scheduler::Ending Scheduler::Run(std::function<void()> host, Chooser& chooser) {
   Forget();
   m_chooser = &chooser;
   m_ending = Ending::kAllEnded;
-  m_nowMs = kStartMs;
+  m_nowMs += kBetweenRunsMs;
   m_stalls = 0;
   m_kills = 0;
   m_turn = 0;
@@ -141,6 +141,10 @@ bool Scheduler::AllOthersEnded() const {
 
 const std::string& Scheduler::NameOf(ThreadId thread) const {
   return m_threads[static_cast<size_t>(thread)]->name;
+}
+
+bool Scheduler::StandsAt(ThreadId thread, std::string_view what) const {
+  return m_threads[static_cast<size_t>(thread)]->at == what;
 }
 
 std::string Scheduler::Standing() const {

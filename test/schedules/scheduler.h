@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -51,7 +52,10 @@ class Scheduler {
   enum class Ending { kAllEnded, kDeadlock, kLivelock, kCrash };
 
   static constexpr uint64_t kStallMs = 20000;
+  // The clock goes on from run to run, so that what the library remembers of
+  // the time of an earlier run is as old in every run.
   static constexpr uint64_t kStartMs = 10000000;
+  static constexpr uint64_t kBetweenRunsMs = 1000000;
   static constexpr size_t kMostSteps = 20000;
 
   struct Step {
@@ -101,6 +105,7 @@ class Scheduler {
   [[nodiscard]] int Stalls() const { return m_stalls; }
   [[nodiscard]] int Kills() const { return m_kills; }
   [[nodiscard]] const std::string& NameOf(ThreadId thread) const;
+  [[nodiscard]] bool StandsAt(ThreadId thread, std::string_view what) const;
   [[nodiscard]] const std::vector<Step>& Steps() const { return m_steps; }
   // Where each thread that has not ended stands; what a crash was.
   [[nodiscard]] std::string Standing() const;

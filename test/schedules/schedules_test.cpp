@@ -72,6 +72,8 @@ class SchedulesTest : public testing::TestWithParam<Scenario> {
 
   bool RunOne(ScheduleChooser& chooser, const Schedule& schedule) {
     const Verdict verdict = s_server->Run(GetParam(), chooser);
+    EXPECT_TRUE(chooser.IsExhausted())
+        << "not the same again: " << ToText(schedule);
     m_longestStopMs = std::max(m_longestStopMs, verdict.longestStopMs);
     m_kills += verdict.kills > 0 ? 1 : 0;
     m_blocksLost = std::max(m_blocksLost, verdict.blocksLost);
@@ -100,7 +102,9 @@ ScheduledServer* SchedulesTest::s_server = nullptr;
 TEST_P(SchedulesTest, EndsAndLeavesNothingAndServesAgain) {
   if (Replay()) return;
   Limits limits;
-  limits.switches = 2;
+  if (const char* const text = std::getenv("KOVA_SWITCHES")) {
+    limits.switches = std::atoi(text);
+  }
   limits.schedules = static_cast<uint64_t>(Rounds(kQuickSchedules, 0));
   const auto start = std::chrono::steady_clock::now();
   const uint64_t runs =

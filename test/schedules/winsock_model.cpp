@@ -80,6 +80,10 @@ void WinsockModel::EndOf(ModelSocket& socket) {
   socket.listening = false;
 }
 
+void WinsockModel::ComplainIfQuiet(const char* what) {
+  if (m_isQuiet) m_complain(std::string("it ") + what + " after a stop");
+}
+
 int WinsockModel::Startup(WORD version, LPWSADATA data) {
   ++m_sessions;
   data->wVersion = version;
@@ -122,6 +126,7 @@ int WinsockModel::Bind(SOCKET number, uint16_t port) {
 int WinsockModel::Listen(SOCKET number) {
   const ModelSocketPtr socket = Find(number, "listen");
   if (socket == nullptr) return SOCKET_ERROR;
+  ComplainIfQuiet("listens");
   socket->listening = true;
   return 0;
 }
@@ -157,6 +162,7 @@ SOCKET WinsockModel::Accept(SOCKET number) {
   if (listener->backlog.empty()) {
     return FailWith(WSAEWOULDBLOCK, INVALID_SOCKET);
   }
+  ComplainIfQuiet("accepts");
   const SOCKET accepted = MakeSocket();
   const ModelSocketPtr socket = m_sockets[accepted];
   socket->port = listener->port;
@@ -189,6 +195,7 @@ int WinsockModel::Send(SOCKET number, const char* bytes, DWORD count,
   const ModelSocketPtr socket = Find(number, "WSASend");
   if (socket == nullptr) return SOCKET_ERROR;
   Connection& connection = *socket->connection;
+  ComplainIfQuiet("sends");
   if (connection.clientClosed) return FailWith(WSAECONNRESET, SOCKET_ERROR);
   const size_t room = connection.windowBytes - connection.toClient.size();
   if (room == 0) {

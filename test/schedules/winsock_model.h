@@ -64,6 +64,9 @@ class WinsockModel {
   int Send(SOCKET socket, const char* bytes, DWORD count, DWORD* sent);
   int Close(SOCKET socket);
 
+  // From now on nothing may listen, be accepted or be sent; or it may again.
+  void SetQuiet(bool quiet) { m_isQuiet = quiet; }
+
   // The clients' side; called on threads of their own.
 
   // Null if nothing listens.
@@ -90,7 +93,10 @@ class WinsockModel {
   KernelModel& m_kernel;
   const Complain m_complain;
   std::map<SOCKET, ModelSocketPtr> m_sockets;
+  void ComplainIfQuiet(const char* what);
+
   int m_sessions = 0;
+  bool m_isQuiet = false;
   SOCKET m_next = 0;
 };
 
