@@ -24,12 +24,14 @@ using Schedule = std::vector<Deviation>;
 
 // How far from the default schedules may go.
 struct Limits {
+  static constexpr int kAny = 1000000;
+
   // Choices that take the processor from a thread that could go on, stalls
   // among them.
   int preemptions = 2;
   // Choices of another thread than the default one where the running thread
   // cannot go on.
-  int switches = 0;
+  int switches = kAny;
   // 0: no limit. Where there is one, schedules are spread over the whole.
   uint64_t schedules = 0;
 };

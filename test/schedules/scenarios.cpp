@@ -24,6 +24,14 @@ void StopAndRestart(ScheduledServer& server) {
   server.Stop();
 }
 
+void RestartWithAConnection(ScheduledServer& server) {
+  server.Start();
+  server.Beside("client", [&server] { server.AskAndClose("act=echo"); });
+  server.Beside("extension", &AskForRestart);
+  server.AwaitClients();
+  server.Stop();
+}
+
 void TwoRestarts(ScheduledServer& server) {
   server.Start();
   server.Beside("extension", &AskForRestart);
@@ -176,6 +184,18 @@ void StopWhileDataFlows(ScheduledServer& server) {
 }
 
 constexpr uint32_t kEverything = 0xFFFFFFFF;
+
+// Each line takes locks and calls the system in the middle of everything else.
+void StopAmongLines(ScheduledServer& server) {
+  server.TheMachine().system.SetMask(kEverything);
+  server.Start();
+  server.Beside("client", [&server] { server.AskAndClose("act=echo"); });
+  server.Await("waiting for a connection", [&server] {
+    return server.TheMachine().winsock.OpenSockets() > 1;
+  });
+  server.Stop();
+}
+
 constexpr DWORD kAfterARefreshMs = 5100;
 
 void MaskChangeAndLines(ScheduledServer& server) {
@@ -206,6 +226,7 @@ std::span<const Scenario> Scenarios() {
       {"StartAndStop", &StartAndStop},
       {"StopAndNewcomer", &StopAndNewcomer},
       {"StopAndRestart", &StopAndRestart},
+      {"RestartWithAConnection", &RestartWithAConnection},
       {"TwoRestarts", &TwoRestarts},
       {"RestartFromAHandler", &RestartFromAHandler},
       {"RestartInAHandlerAndStop", &RestartInAHandlerAndStop},
@@ -217,6 +238,7 @@ std::span<const Scenario> Scenarios() {
       {"StopKeptOpen", &StopKeptOpen},
       {"StopWithTwoConnections", &StopWithTwoConnections},
       {"StopWhileDataFlows", &StopWhileDataFlows},
+      {"StopAmongLines", &StopAmongLines},
       {"MaskChangeAndLines", &MaskChangeAndLines},
   };
   return scenarios;

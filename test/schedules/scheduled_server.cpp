@@ -60,6 +60,7 @@ bool ScheduledServer::Load() {
 
 void ScheduledServer::Unload() {
   m_machine.heap.Sift();
+  m_machine.scheduler.DropStacks();
   if (m_module != nullptr) ::FreeLibrary(m_module);
   m_module = nullptr;
   m_start = nullptr;

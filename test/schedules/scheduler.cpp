@@ -13,35 +13,43 @@ constexpr SIZE_T kStackBytes = 256 * 1024;
 }  // namespace
 
 struct Scheduler::Thread {
-  ~Thread() {
-    if (fiber != nullptr) ::DeleteFiber(fiber);
-  }
-
   Scheduler* scheduler = nullptr;
   ThreadId id = kNoThread;
   std::string name;
   std::function<void()> body;
-  void* fiber = nullptr;
+  Stack* stack = nullptr;  // weak
   const char* at = "its beginning";
   const Ready* ready = nullptr;  // set while it waits
   uint64_t deadlineMs = kNever;
   uint64_t stalledUntilMs = 0;
   uint64_t lastTurn = 0;
-  DWORD lastError = 0;
   bool mayStall = false;
   bool suspended = false;
   bool ended = false;
 };
 
+struct Scheduler::Stack {
+  Stack() = default;
+  ~Stack() { ::DeleteFiber(fiber); }
+  Stack(const Stack&) = delete;
+  Stack& operator=(const Stack&) = delete;
+
+  void* fiber = nullptr;
+  Thread* thread = nullptr;  // weak; who runs on it
+  CONTEXT beginning = {};
+  uint64_t uses = 0;
+};
+
 Scheduler::Scheduler() : m_outside(::ConvertThreadToFiber(nullptr)) {}
 
 Scheduler::~Scheduler() {
-  Forget();
+  DropStacks();
   ::ConvertFiberToThread();
 }
 
 Scheduler::Ending Scheduler::Run(std::function<void()> host, Chooser& chooser) {
-  Forget();
+  m_threads.clear();
+  m_stacksInUse = 0;
   m_chooser = &chooser;
   m_ending = Ending::kAllEnded;
   m_nowMs += kBetweenRunsMs;
@@ -52,13 +60,30 @@ Scheduler::Ending Scheduler::Run(std::function<void()> host, Chooser& chooser) {
   m_crash.clear();
   Begin("host", std::move(host), false);
   m_current = 0;
-  ::SwitchToFiber(m_threads[0]->fiber);
+  ::SwitchToFiber(m_threads[0]->stack->fiber);
   m_current = kNoThread;
   m_chooser = nullptr;
   return m_ending;
 }
 
-void Scheduler::Forget() { m_threads.clear(); }
+void Scheduler::DropStacks() {
+  m_threads.clear();
+  m_stacks.clear();
+}
+
+Scheduler::Stack* Scheduler::TakeStack(Thread* thread) {
+  if (m_stacksInUse == m_stacks.size()) {
+    m_stacks.push_back(std::make_unique<Stack>());
+    Stack* const fresh = m_stacks.back().get();
+    fresh->fiber =
+        ::CreateFiberEx(kStackBytes, kStackBytes, 0, &FiberMain, fresh);
+    if (fresh->fiber == nullptr) std::abort();
+  }
+  Stack* const stack = m_stacks[m_stacksInUse++].get();
+  stack->thread = thread;
+  ++stack->uses;
+  return stack;
+}
 
 ThreadId Scheduler::Begin(std::string name, std::function<void()> body,
                           bool mayStall, bool suspended) {
@@ -70,9 +95,7 @@ ThreadId Scheduler::Begin(std::string name, std::function<void()> body,
   thread->mayStall = mayStall;
   thread->suspended = suspended;
   thread->lastTurn = m_turn;
-  thread->fiber =
-      ::CreateFiberEx(kStackBytes, kStackBytes, 0, &FiberMain, thread.get());
-  if (thread->fiber == nullptr) std::abort();
+  thread->stack = TakeStack(thread.get());
   m_threads.push_back(std::move(thread));
   return m_threads.back()->id;
 }
@@ -172,16 +195,22 @@ void Scheduler::Reschedule(Move move) {
 }
 
 void Scheduler::SwitchTo(ThreadId next) {
+  Stack* const own = m_threads[static_cast<size_t>(m_current)]->stack;
+  const uint64_t uses = own->uses;
   Thread& thread = *m_threads[static_cast<size_t>(next)];
   thread.lastTurn = ++m_turn;
   m_current = next;
-  ::SwitchToFiber(thread.fiber);
+  ::SwitchToFiber(thread.stack->fiber);
+  // Somebody else's stack by now: what is on it is forgotten.
+  if (own->uses != uses) ::RtlRestoreContext(&own->beginning, nullptr);
 }
 
 void Scheduler::Leave(Ending ending) {
+  Stack* const own = m_threads[static_cast<size_t>(m_current)]->stack;
   m_ending = ending;
   m_current = kNoThread;
   ::SwitchToFiber(m_outside);
+  ::RtlRestoreContext(&own->beginning, nullptr);
 }
 
 ThreadId Scheduler::Pick(Move move) {
@@ -253,13 +282,13 @@ bool Scheduler::PassTime() {
   return true;
 }
 
-void WINAPI Scheduler::FiberMain(void* thread) {
-  auto* const self = static_cast<Thread*>(thread);
-  RunBody(self);
-  if (!self->scheduler->m_crash.empty()) {
-    self->scheduler->Leave(Ending::kCrash);
-  }
-  self->scheduler->Exit();
+void WINAPI Scheduler::FiberMain(void* argument) {
+  auto* const stack = static_cast<Stack*>(argument);
+  ::RtlCaptureContext(&stack->beginning);
+  RunBody(stack->thread);
+  Scheduler& scheduler = *stack->thread->scheduler;
+  if (!scheduler.m_crash.empty()) scheduler.Leave(Ending::kCrash);
+  scheduler.Exit();
 }
 
 // No object with a destructor may live in this function.

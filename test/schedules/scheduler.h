@@ -73,6 +73,10 @@ class Scheduler {
   // ended or none can go on. Those left over are thrown away.
   Ending Run(std::function<void()> host, Chooser& chooser);
 
+  // Frees the stacks, and with them what the library keeps for their threads;
+  // before it is unloaded.
+  void DropStacks();
+
   // The following are called by a running thread, if not said otherwise.
 
   ThreadId Begin(std::string name, std::function<void()> body, bool mayStall,
@@ -113,8 +117,9 @@ class Scheduler {
 
  private:
   struct Thread;
+  struct Stack;
 
-  static void WINAPI FiberMain(void* thread);
+  static void WINAPI FiberMain(void* stack);
   static void RunBody(Thread* thread);
   static long NoteCrash(Thread* thread, EXCEPTION_POINTERS* exception);
 
@@ -127,10 +132,14 @@ class Scheduler {
   bool PassTime();
   void SwitchTo(ThreadId next);
   void Leave(Ending ending);
-  void Forget();
+  Stack* TakeStack(Thread* thread);
 
   void* m_outside = nullptr;  // the fiber that calls Run
   std::vector<std::unique_ptr<Thread>> m_threads;
+  // Used again and again: threads that were killed or left in the middle of a
+  // call are forgotten with what is on their stacks.
+  std::vector<std::unique_ptr<Stack>> m_stacks;
+  size_t m_stacksInUse = 0;
   std::vector<Option> m_options;
   std::vector<Step> m_steps;
   Chooser* m_chooser = nullptr;

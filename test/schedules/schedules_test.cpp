@@ -18,8 +18,8 @@ using testing::IsEmpty;
 // "NAME SCHEDULE": this one alone is run, and told call by call.
 constexpr char kReplay[] = "KOVA_SCHEDULE";
 // Schedules of a scenario in the quick form.
-constexpr int kQuickSchedules = 3000;
-constexpr uint64_t kMostFailures = 200;
+constexpr int kQuickSchedules = 1500;
+constexpr uint64_t kMostFailures = 1000;
 
 std::string Describe(const ScheduleChooser& chooser,
                      const Scheduler& scheduler) {
@@ -102,9 +102,6 @@ ScheduledServer* SchedulesTest::s_server = nullptr;
 TEST_P(SchedulesTest, EndsAndLeavesNothingAndServesAgain) {
   if (Replay()) return;
   Limits limits;
-  if (const char* const text = std::getenv("KOVA_SWITCHES")) {
-    limits.switches = std::atoi(text);
-  }
   limits.schedules = static_cast<uint64_t>(Rounds(kQuickSchedules, 0));
   const auto start = std::chrono::steady_clock::now();
   const uint64_t runs =
