@@ -1,88 +1,51 @@
 #include "test/schedules/explorer.h"
 
 #include <algorithm>
+#include <random>
 #include <sstream>
+#include <utility>
 
 namespace kova::test {
 namespace {
 
 using Choice = ScheduleChooser::Choice;
 
-// How much of the limits a schedule has used.
-struct Used {
+// A schedule, and how much of the limits it uses.
+struct Candidate {
+  Schedule schedule;
   int preemptions = 0;
   int switches = 0;
 };
 
-class Exploration {
- public:
-  Exploration(const Limits& limits,
-              const std::function<bool(ScheduleChooser&)>& run)
-      : m_limits(limits), m_run(run) {}
+bool IsWithin(const Limits& limits, const Candidate& candidate) {
+  return candidate.preemptions <= limits.preemptions &&
+         candidate.switches <= limits.switches;
+}
 
-  uint64_t Explore() {
-    Visit({}, {});
-    return m_runs;
-  }
-
- private:
-  // Runs one schedule and all those that go on from it.
-  bool Visit(const Schedule& schedule, Used used) {
-    ScheduleChooser chooser(schedule);
-    ++m_runs;
-    if (!m_run(chooser)) return false;
-    const std::vector<Choice>& choices = chooser.Choices();
-    if (schedule.empty()) MeasureStride(choices);
-    size_t point = schedule.empty() ? 0 : schedule.back().point + 1;
-    for (; point < choices.size(); ++point) {
-      if (!Deviate(schedule, used, point, choices[point])) return false;
+// Those that deviate once more, later than `from` does anywhere.
+void AddLonger(const Limits& limits, const Candidate& from,
+               const std::vector<Choice>& choices,
+               std::vector<Candidate>& longer) {
+  size_t point = from.schedule.empty() ? 0 : from.schedule.back().point + 1;
+  for (; point < choices.size(); ++point) {
+    Candidate next = from;
+    ++(choices[point].isForced ? next.switches : next.preemptions);
+    if (!IsWithin(limits, next)) continue;
+    next.schedule.push_back({point, 0});
+    for (size_t option = 1; option < choices[point].options; ++option) {
+      next.schedule.back().option = option;
+      longer.push_back(next);
     }
-    return true;
   }
+}
 
-  bool Deviate(const Schedule& schedule, Used used, size_t point,
-               const Choice& choice) {
-    int& count = choice.isForced ? used.switches : used.preemptions;
-    if (++count > Most(choice)) return true;
-    for (size_t option = 1; option < choice.options; ++option) {
-      if (!schedule.empty() && IsPassedOver()) continue;
-      Schedule longer = schedule;
-      longer.push_back({point, option});
-      if (!Visit(longer, used)) return false;
-    }
-    return true;
-  }
-
-  [[nodiscard]] int Most(const Choice& choice) const {
-    return choice.isForced ? m_limits.switches : m_limits.preemptions;
-  }
-
-  // With n ways to deviate once there are about n * n / 2 to do so twice.
-  void MeasureStride(const std::vector<Choice>& choices) {
-    if (m_limits.schedules == 0) return;
-    uint64_t once = 0;
-    for (const Choice& choice : choices) {
-      if (Most(choice) > 0) once += choice.options - 1;
-    }
-    const uint64_t left = std::max<uint64_t>(
-        1, m_limits.schedules - std::min(once, m_limits.schedules - 1));
-    m_stride = std::max<uint64_t>(1, once * once / 2 / left);
-  }
-
-  // All but one of m_stride schedules, not in equal steps: these could miss the
-  // same kind of point each time.
-  bool IsPassedOver() {
-    constexpr uint64_t kFactor = 6364136223846793005;
-    m_random = m_random * kFactor + 1442695040888963407;
-    return (m_random >> 33) % m_stride != 0;
-  }
-
-  const Limits m_limits;
-  const std::function<bool(ScheduleChooser&)>& m_run;
-  uint64_t m_runs = 0;
-  uint64_t m_stride = 1;
-  uint64_t m_random = 1;
-};
+// Leaves a sample of at most `most`.
+void Thin(std::vector<Candidate>& candidates, uint64_t most) {
+  if (candidates.size() <= most) return;
+  std::mt19937 random(1);  // the same each time
+  std::shuffle(candidates.begin(), candidates.end(), random);
+  candidates.resize(static_cast<size_t>(most));
+}
 
 }  // namespace
 
@@ -132,7 +95,22 @@ size_t ScheduleChooser::Choose(const std::vector<Option>& options,
 
 uint64_t ExploreSchedules(const Limits& limits,
                           const std::function<bool(ScheduleChooser&)>& run) {
-  return Exploration(limits, run).Explore();
+  uint64_t runs = 0;
+  std::vector<Candidate> candidates(1);
+  while (!candidates.empty() && runs < limits.schedules) {
+    // A sample leaves room for schedules that deviate more often.
+    const uint64_t left = limits.schedules - runs;
+    Thin(candidates, left - left / 4);
+    std::vector<Candidate> longer;
+    for (const Candidate& candidate : candidates) {
+      ScheduleChooser chooser(candidate.schedule);
+      ++runs;
+      if (!run(chooser)) return runs;
+      AddLonger(limits, candidate, chooser.Choices(), longer);
+    }
+    candidates = std::move(longer);
+  }
+  return runs;
 }
 
 }  // namespace kova::test

@@ -32,8 +32,8 @@ struct Limits {
   // Choices of another thread than the default one where the running thread
   // cannot go on.
   int switches = kAny;
-  // 0: no limit. Where there is one, schedules are spread over the whole.
-  uint64_t schedules = 0;
+  // At most so many; where there are more, a sample that is the same each time.
+  uint64_t schedules = ~uint64_t{0};
 };
 
 // Makes the choices of one run, and notes what there was to choose.
@@ -62,9 +62,9 @@ class ScheduleChooser : public Chooser {
   std::vector<Choice> m_choices;
 };
 
-// Runs under the default schedule and then under every other one within the
-// limits, the nearest deviations last. `run` makes one run and returns whether
-// to go on. Returns the number of runs.
+// Runs under the default schedule, then under all those with one deviation,
+// with two, and so on within the limits. `run` makes one run and returns
+// whether to go on. Returns the number of runs.
 uint64_t ExploreSchedules(const Limits& limits,
                           const std::function<bool(ScheduleChooser&)>& run);
 

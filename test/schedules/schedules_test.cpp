@@ -19,6 +19,7 @@ using testing::IsEmpty;
 constexpr char kReplay[] = "KOVA_SCHEDULE";
 // Schedules of a scenario in the quick form.
 constexpr int kQuickSchedules = 1500;
+constexpr int kFullSchedules = 1000000;
 constexpr uint64_t kMostFailures = 1000;
 
 std::string Describe(const ScheduleChooser& chooser,
@@ -102,7 +103,8 @@ ScheduledServer* SchedulesTest::s_server = nullptr;
 TEST_P(SchedulesTest, EndsAndLeavesNothingAndServesAgain) {
   if (Replay()) return;
   Limits limits;
-  limits.schedules = static_cast<uint64_t>(Rounds(kQuickSchedules, 0));
+  limits.schedules =
+      static_cast<uint64_t>(Rounds(kQuickSchedules, kFullSchedules));
   const auto start = std::chrono::steady_clock::now();
   const uint64_t runs =
       ExploreSchedules(limits, [this](ScheduleChooser& chooser) {
