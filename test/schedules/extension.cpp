@@ -30,8 +30,8 @@ KOVA_Response Handle(KOVA_Context, const void* request, uint32_t lengthBytes,
   Threads().Point("entering the extension");
   if (asks("act=keep")) *keepOpen = 1;
   if (asks("act=restart")) {
-    g_state.restart();
-    g_state.restart();
+    AskForRestart();
+    AskForRestart();
   }
   if (asks("act=wait")) {
     ++g_state.inside;
@@ -61,6 +61,11 @@ void Release(KOVA_Context, KOVA_Response response) {
 }  // namespace
 
 ExtensionState& TheExtension() { return g_state; }
+
+void AskForRestart() {
+  ++g_state.restarts;
+  g_state.restart();
+}
 
 HMODULE ExtensionModule() { return reinterpret_cast<HMODULE>(&g_state); }
 

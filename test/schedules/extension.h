@@ -16,8 +16,11 @@ struct ExtensionState {
   bool gateIsOpen = true;
   int inside = 0;     // requests that wait at the gate
   int responses = 0;  // handed out and not released
+  int restarts = 0;   // that were asked for
 };
 [[nodiscard]] ExtensionState& TheExtension();
+// Asks the server for a restart, as an extension does on any thread.
+void AskForRestart();
 
 // The usual answer, and its beginning.
 inline constexpr char kAnswer[] =

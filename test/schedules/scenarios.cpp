@@ -16,8 +16,6 @@ void StopAndNewcomer(ScheduledServer& server) {
   server.Stop();
 }
 
-void AskForRestart() { TheExtension().restart(); }
-
 void StopAndRestart(ScheduledServer& server) {
   server.Start();
   server.Beside("extension", &AskForRestart);

@@ -81,6 +81,7 @@ class ScheduledServer {
   void Live(const Scenario& scenario);
   void ServeOnce();
   void LetAllEnd();
+  [[nodiscard]] uint64_t StopBoundMs() const;
   void CheckAfterStop(uint64_t elapsedMs);
   void CompareHeld(const char* when);
   void Expect(const char* when, const char* what, int64_t before, int64_t now,

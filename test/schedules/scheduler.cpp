@@ -53,7 +53,7 @@ Scheduler::Ending Scheduler::Run(std::function<void()> host, Chooser& chooser) {
   m_chooser = &chooser;
   m_ending = Ending::kAllEnded;
   m_nowMs += kBetweenRunsMs;
-  m_stalls = 0;
+  m_stalls.clear();
   m_kills = 0;
   m_turn = 0;
   m_steps.clear();
@@ -222,9 +222,9 @@ ThreadId Scheduler::Pick(Move move) {
     }
     const Option chosen = m_options[ChooseOne()];
     if (!chosen.stalls) return chosen.thread;
-    m_threads[static_cast<size_t>(chosen.thread)]->stalledUntilMs =
-        m_nowMs + kStallMs;
-    ++m_stalls;
+    Thread& stalled = *m_threads[static_cast<size_t>(chosen.thread)];
+    stalled.stalledUntilMs = m_nowMs + kStallMs;
+    m_stalls.push_back({stalled.id, stalled.at});
   }
 }
 

@@ -106,7 +106,8 @@ class Scheduler {
   [[nodiscard]] std::vector<ThreadId> LivingServerThreads() const;
   [[nodiscard]] bool AllOthersEnded() const;
   [[nodiscard]] uint64_t NowMs() const { return m_nowMs; }
-  [[nodiscard]] int Stalls() const { return m_stalls; }
+  // Who was stalled, and where, once each time.
+  [[nodiscard]] const std::vector<Step>& Stalls() const { return m_stalls; }
   [[nodiscard]] int Kills() const { return m_kills; }
   [[nodiscard]] const std::string& NameOf(ThreadId thread) const;
   [[nodiscard]] bool StandsAt(ThreadId thread, std::string_view what) const;
@@ -147,7 +148,7 @@ class Scheduler {
   Ending m_ending = Ending::kAllEnded;
   uint64_t m_nowMs = kStartMs;
   uint64_t m_turn = 0;
-  int m_stalls = 0;
+  std::vector<Step> m_stalls;
   int m_kills = 0;
   std::string m_crash;
 };

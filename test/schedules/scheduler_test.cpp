@@ -190,7 +190,7 @@ TEST_F(SchedulerTest, AStalledThreadGoesOnLater) {
           m_text += 'h';
         },
         chooser);
-    wasLate |= m_text == "aha" && m_scheduler.Stalls() == 1;
+    wasLate |= m_text == "aha" && m_scheduler.Stalls().size() == 1;
     EXPECT_EQ(m_text.size(), 3u);
     return true;
   });

@@ -75,7 +75,10 @@ class SchedulesTest : public testing::TestWithParam<Scenario> {
     const Verdict verdict = s_server->Run(GetParam(), chooser);
     EXPECT_TRUE(chooser.IsExhausted())
         << "not the same again: " << ToText(schedule);
-    m_longestStopMs = std::max(m_longestStopMs, verdict.longestStopMs);
+    if (verdict.longestStopMs > m_longestStopMs) {
+      m_longestStopMs = verdict.longestStopMs;
+      m_longestStop = ToText(schedule);
+    }
     m_kills += verdict.kills > 0 ? 1 : 0;
     m_blocksLost = std::max(m_blocksLost, verdict.blocksLost);
     if (verdict.faults.empty()) return true;
@@ -93,6 +96,7 @@ class SchedulesTest : public testing::TestWithParam<Scenario> {
   std::map<std::string, Group> m_groups;
   uint64_t m_failures = 0;
   uint64_t m_longestStopMs = 0;
+  std::string m_longestStop;
   uint64_t m_kills = 0;
   size_t m_blocksLost = 0;
   bool m_isReplayed = false;
@@ -114,10 +118,11 @@ TEST_P(SchedulesTest, EndsAndLeavesNothingAndServesAgain) {
       std::chrono::steady_clock::now() - start;
   std::printf(
       "%s: %llu schedules, %llu of them with a killed thread, %.1f s; longest "
-      "stop %llu ms; at most %zu blocks lost\n",
+      "stop %llu ms (%s); at most %zu blocks lost\n",
       GetParam().name, static_cast<unsigned long long>(runs),
       static_cast<unsigned long long>(m_kills), seconds.count(),
-      static_cast<unsigned long long>(m_longestStopMs), m_blocksLost);
+      static_cast<unsigned long long>(m_longestStopMs), m_longestStop.c_str(),
+      m_blocksLost);
   for (const auto& [fault, group] : m_groups) {
     ADD_FAILURE() << fault << "\nin " << group.schedules
                   << " schedules; to replay the first: " << group.first;
