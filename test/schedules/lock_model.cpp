@@ -7,13 +7,25 @@ namespace kova::test {
 void LockModel::Enter(const char* call, void* address, bool recursive) {
   Lock& lock = m_locks[address];
   const ThreadId self = m_scheduler.Current();
-  m_scheduler.Await(call, [&lock, self, recursive] {
+  Await(call, [&lock, self, recursive] {
     if (lock.sharers > 0) return false;
     return !lock.taken || (recursive && lock.owner == self);
   });
   lock.taken = true;
   lock.owner = self;
   ++lock.depth;
+}
+
+void LockModel::Await(const char* call, const Scheduler::Ready& isFree) {
+  const uint64_t startMs = m_scheduler.NowMs();
+  m_scheduler.Await(call, isFree);
+  const uint64_t waitedMs = m_scheduler.NowMs() - startMs;
+  if (waitedMs != 0) m_waitedMs[m_scheduler.Current()] += waitedMs;
+}
+
+uint64_t LockModel::WaitedMs(ThreadId thread) const {
+  const auto found = m_waitedMs.find(thread);
+  return found == m_waitedMs.end() ? 0 : found->second;
 }
 
 bool LockModel::TryEnter(void* address) {
@@ -39,7 +51,7 @@ void LockModel::Leave(const char* call, void* address) {
 
 void LockModel::EnterShared(const char* call, void* address) {
   Lock& lock = m_locks[address];
-  m_scheduler.Await(call, [&lock] { return !lock.taken; });
+  Await(call, [&lock] { return !lock.taken; });
   ++lock.sharers;
 }
 

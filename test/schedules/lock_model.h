@@ -27,6 +27,9 @@ class LockModel {
   void Delete(void* section);
   // The critical sections that were made and not deleted.
   [[nodiscard]] size_t Initialised() const { return m_sections.size(); }
+  // How long a thread of this run has waited for locks.
+  [[nodiscard]] uint64_t WaitedMs(ThreadId thread) const;
+  void ForgetWaits() { m_waitedMs.clear(); }
   void Reset();
 
  private:
@@ -37,7 +40,10 @@ class LockModel {
     int sharers = 0;
   };
 
+  void Await(const char* call, const Scheduler::Ready& isFree);
+
   Scheduler& m_scheduler;
+  std::map<ThreadId, uint64_t> m_waitedMs;
   std::map<void*, Lock> m_locks;
   std::set<void*> m_sections;
 };

@@ -64,6 +64,7 @@ void Machine::Complain(const std::string& text) {
 void Machine::BeginRun() {
   m_complaints.clear();
   kernel.ForgetThreads();
+  locks.ForgetWaits();
 }
 
 void Machine::Reset() {

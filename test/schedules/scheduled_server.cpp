@@ -14,6 +14,7 @@ constexpr uint64_t kStopBoundMs = 10000;
 // A restart that is under way is waited for: a stop, and the listener's time to
 // answer.
 constexpr uint64_t kRestartBoundMs = 40000;
+constexpr const char* kRestartThread = "restart";
 constexpr uint64_t kPatienceMs = 1000000;
 
 template <typename Function>
@@ -135,18 +136,21 @@ void ScheduledServer::Stop() {
   CheckAfterStop(scheduler.NowMs() - startMs);
 }
 
+// The restart thread is waited for as long as it takes, and so is a lock: one
+// whose owner gets no processor cannot be given up.
 uint64_t ScheduledServer::StopBoundMs() const {
   const Scheduler& scheduler = m_machine.scheduler;
-  const auto waitedFor = [&scheduler](const Scheduler::Step& stall) {
-    // By design as long as it takes, like a thread that is about to give up a
-    // lock and gets no processor.
-    return scheduler.NameOf(stall.thread) == "restart" ||
-           std::string_view(stall.what).starts_with("Leave") ||
-           std::string_view(stall.what).starts_with("Release");
-  };
-  const auto late = std::ranges::count_if(scheduler.Stalls(), waitedFor);
-  return kStopBoundMs + static_cast<uint64_t>(late) * Scheduler::kStallMs +
-         static_cast<uint64_t>(TheExtension().restarts) * kRestartBoundMs;
+  uint64_t boundMs = kStopBoundMs + m_machine.locks.WaitedMs(0);
+  boundMs += static_cast<uint64_t>(TheExtension().restarts) * kRestartBoundMs;
+  for (const Scheduler::Step& stall : scheduler.Stalls()) {
+    if (scheduler.NameOf(stall.thread) == kRestartThread) {
+      boundMs += Scheduler::kStallMs;
+    }
+  }
+  for (const ThreadId thread : scheduler.ThreadsNamed(kRestartThread)) {
+    boundMs += m_machine.locks.WaitedMs(thread);
+  }
+  return boundMs;
 }
 
 void ScheduledServer::CheckAfterStop(uint64_t elapsedMs) {

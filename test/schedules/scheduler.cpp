@@ -156,6 +156,14 @@ std::vector<ThreadId> Scheduler::LivingServerThreads() const {
   return living;
 }
 
+std::vector<ThreadId> Scheduler::ThreadsNamed(std::string_view name) const {
+  std::vector<ThreadId> named;
+  for (const auto& thread : m_threads) {
+    if (thread->name == name) named.push_back(thread->id);
+  }
+  return named;
+}
+
 bool Scheduler::AllOthersEnded() const {
   return std::ranges::all_of(m_threads, [this](const auto& thread) {
     return thread->ended || thread->id == m_current;

@@ -104,6 +104,7 @@ class Scheduler {
   [[nodiscard]] bool HasEnded(ThreadId thread) const;
   // Of the threads that may be stalled, which are the server's.
   [[nodiscard]] std::vector<ThreadId> LivingServerThreads() const;
+  [[nodiscard]] std::vector<ThreadId> ThreadsNamed(std::string_view name) const;
   [[nodiscard]] bool AllOthersEnded() const;
   [[nodiscard]] uint64_t NowMs() const { return m_nowMs; }
   // Who was stalled, and where, once each time.
