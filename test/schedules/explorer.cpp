@@ -39,12 +39,13 @@ void AddLonger(const Limits& limits, const Candidate& from,
   }
 }
 
-// Leaves a sample of at most `most`.
-void Thin(std::vector<Candidate>& candidates, uint64_t most) {
-  if (candidates.size() <= most) return;
+// Leaves a sample of at most `most`; whether there were more.
+bool Thin(std::vector<Candidate>& candidates, uint64_t most) {
+  if (candidates.size() <= most) return false;
   std::mt19937 random(1);  // the same each time
   std::shuffle(candidates.begin(), candidates.end(), random);
   candidates.resize(static_cast<size_t>(most));
+  return true;
 }
 
 }  // namespace
@@ -93,24 +94,24 @@ size_t ScheduleChooser::Choose(const std::vector<Option>& options,
   return taken;
 }
 
-uint64_t ExploreSchedules(const Limits& limits,
+Explored ExploreSchedules(const Limits& limits,
                           const std::function<bool(ScheduleChooser&)>& run) {
-  uint64_t runs = 0;
+  Explored explored;
   std::vector<Candidate> candidates(1);
-  while (!candidates.empty() && runs < limits.schedules) {
+  while (!candidates.empty()) {
     // A sample leaves room for schedules that deviate more often.
-    const uint64_t left = limits.schedules - runs;
-    Thin(candidates, left - left / 4);
+    const uint64_t left = limits.schedules - explored.runs;
+    explored.isComplete &= !Thin(candidates, left - left / 4);
     std::vector<Candidate> longer;
     for (const Candidate& candidate : candidates) {
       ScheduleChooser chooser(candidate.schedule);
-      ++runs;
-      if (!run(chooser)) return runs;
+      ++explored.runs;
+      if (!run(chooser)) return {explored.runs, false};
       AddLonger(limits, candidate, chooser.Choices(), longer);
     }
     candidates = std::move(longer);
   }
-  return runs;
+  return explored;
 }
 
 }  // namespace kova::test

@@ -62,10 +62,15 @@ class ScheduleChooser : public Chooser {
   std::vector<Choice> m_choices;
 };
 
+struct Explored {
+  uint64_t runs = 0;
+  bool isComplete = true;  // nothing within the limits was left out
+};
+
 // Runs under the default schedule, then under all those with one deviation,
 // with two, and so on within the limits. `run` makes one run and returns
-// whether to go on. Returns the number of runs.
-uint64_t ExploreSchedules(const Limits& limits,
+// whether to go on.
+Explored ExploreSchedules(const Limits& limits,
                           const std::function<bool(ScheduleChooser&)>& run);
 
 }  // namespace kova::test

@@ -9,7 +9,7 @@ namespace {
 // Above every handle of the system.
 constexpr uintptr_t kFirstHandle = 0x7A000000;
 constexpr uintptr_t kHandleStep = 4;
-constexpr unsigned kFirstThreadId = 0x7000;
+constexpr DWORD kFirstThreadId = 0x7000;
 
 using Query = LONG(WINAPI*)(HANDLE, int, void*, ULONG, ULONG*);
 
@@ -162,10 +162,12 @@ HANDLE KernelModel::BeginThread(unsigned(__stdcall* start)(void*),
       [this, start, argument] { ExitThread(start(argument)); }, true,
       suspended);
   m_threads[object->thread] = object;
-  if (id != nullptr) {
-    *id = kFirstThreadId + static_cast<unsigned>(object->thread);
-  }
+  if (id != nullptr) *id = IdOf(object->thread);
   return Add(object);
+}
+
+DWORD KernelModel::IdOf(ThreadId thread) {
+  return kFirstThreadId + static_cast<DWORD>(thread);
 }
 
 void KernelModel::ExitThread(DWORD exitCode) {

@@ -50,6 +50,8 @@ class KernelModel {
 
   HANDLE BeginThread(unsigned(__stdcall* start)(void*), void* argument,
                      bool suspended, unsigned* id);
+  // The system's number of a thread.
+  [[nodiscard]] static DWORD IdOf(ThreadId thread);
   // Ends the running thread.
   [[noreturn]] void ExitThread(DWORD exitCode);
   void Terminate(const KernelObject& thread, DWORD exitCode);

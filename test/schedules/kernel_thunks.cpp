@@ -155,6 +155,11 @@ ULONGLONG WINAPI Now64() { return Threads().NowMs(); }
 
 DWORD WINAPI Now32() { return static_cast<DWORD>(Threads().NowMs()); }
 
+DWORD WINAPI OwnId() {
+  const ThreadId self = Threads().Current();
+  return self == kNoThread ? ::GetCurrentThreadId() : KernelModel::IdOf(self);
+}
+
 BOOL WINAPI GuaranteeStack(PULONG) { return TRUE; }
 
 }  // namespace
@@ -181,6 +186,7 @@ std::span<const Thunk> KernelThunks() {
       MakeThunk("FreeLibraryAndExitThread", &FreeModuleAndExit),
       MakeThunk("GetTickCount64", &Now64),
       MakeThunk("GetTickCount", &Now32),
+      MakeThunk("GetCurrentThreadId", &OwnId),
       MakeThunk("SetThreadStackGuarantee", &GuaranteeStack),
   };
   return thunks;

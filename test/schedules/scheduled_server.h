@@ -28,6 +28,7 @@ inline void PrintTo(const Scenario& scenario, std::ostream* stream) {
 struct Verdict {
   // What should not have happened, in order; empty: all is well.
   std::vector<std::string> faults;
+  // Of the stops that had nothing to wait for but connections and listener.
   uint64_t longestStopMs = 0;
   int kills = 0;
   // Of memory, lost with threads that were killed.

@@ -57,7 +57,7 @@ BOOL SystemModel::ClosePrinter(HANDLE printer) {
   return TRUE;
 }
 
-void SystemModel::PinModule(HMODULE /*module*/) { ++m_references; }
+void SystemModel::PinModule() { ++m_references; }
 
 void SystemModel::DropModule(HMODULE module) {
   if (module == nullptr || module == ExtensionModule()) return;
@@ -190,7 +190,10 @@ BOOL WINAPI GetModule(DWORD flags, LPCWSTR name, HMODULE* module) {
     return ::GetModuleHandleExW(flags, name, module);
   }
   Point("GetModuleHandleExW");
-  System().PinModule(nullptr);
+  // One that is pinned for good stays so in the model alone.
+  const bool forGood = (flags & GET_MODULE_HANDLE_EX_FLAG_PIN) != 0;
+  if (!forGood) System().PinModule();
+  flags &= ~static_cast<DWORD>(GET_MODULE_HANDLE_EX_FLAG_PIN);
   return ::GetModuleHandleExW(
       flags | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT, name, module);
 }

@@ -38,7 +38,8 @@ class SystemModel {
   HANDLE OpenPrinter();
   BOOL ClosePrinter(HANDLE printer);
 
-  void PinModule(HMODULE module);
+  // References of the library to itself.
+  void PinModule();
   void DropModule(HMODULE module);
 
   [[nodiscard]] int OpenKeys() const { return static_cast<int>(m_keys.size()); }
