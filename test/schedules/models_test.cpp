@@ -120,6 +120,7 @@ TEST_F(ModelsTest, ALockOfAKilledThreadStaysTaken) {
         [this, &section] {
           m_machine.locks.Enter("", &section, true);
           m_machine.locks.Enter("", &section, true);
+          m_machine.locks.Leave("", &section);
           m_machine.scheduler.Await("for ever", [] { return false; });
         },
         true);
@@ -128,6 +129,19 @@ TEST_F(ModelsTest, ALockOfAKilledThreadStaysTaken) {
     m_machine.locks.Enter("entering", &section, true);
   });
   EXPECT_EQ(m_ending, Scheduler::Ending::kDeadlock);
+}
+
+TEST_F(ModelsTest, ALockIsFreeOnceItIsLeftAsOftenAsEntered) {
+  int section = 0;
+  Run([this, &section] {
+    for (int i = 0; i < 2; ++i) m_machine.locks.Enter("", &section, true);
+    for (int i = 0; i < 2; ++i) m_machine.locks.Leave("", &section);
+    m_machine.scheduler.Begin(
+        "other",
+        [this, &section] { m_machine.locks.Enter("", &section, true); }, false);
+  });
+  EXPECT_EQ(m_ending, Scheduler::Ending::kAllEnded);
+  EXPECT_THAT(m_machine.Complaints(), IsEmpty());
 }
 
 TEST_F(ModelsTest, ReadingIsRecordedOnceUntilSomethingIsReceived) {
@@ -181,6 +195,13 @@ TEST_F(ModelsTest, TheLastSessionEndsAllConnections) {
     EXPECT_TRUE(m_client->serverClosed);
     EXPECT_EQ(m_machine.winsock.Close(socket), 0);
   });
+}
+
+TEST_F(ModelsTest, MemoryThatIsLeftAloneIsNot) {
+  m_machine.heap.Free(m_machine.heap.Allocate(16));
+  m_machine.heap.Free(m_machine.heap.AllocateAgain(nullptr, 4000));
+  m_machine.heap.Sift();
+  EXPECT_THAT(m_machine.Complaints(), IsEmpty());
 }
 
 TEST_F(ModelsTest, MemoryUsedAfterItWasFreedIsSeen) {

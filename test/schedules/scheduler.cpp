@@ -8,7 +8,7 @@
 namespace kova::test {
 namespace {
 
-constexpr SIZE_T kStackBytes = 256 * 1024;
+constexpr SIZE_T kStackBytes = 0x40000;
 
 }  // namespace
 

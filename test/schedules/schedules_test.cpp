@@ -63,7 +63,6 @@ class SchedulesTest : public testing::TestWithParam<Scenario> {
     if (name != GetParam().name || !schedule.has_value()) return true;
     ScheduleChooser chooser(*schedule);
     const Verdict verdict = s_server->Run(GetParam(), chooser);
-    m_isReplayed = true;
     EXPECT_TRUE(chooser.IsExhausted()) << "the run has no such points";
     std::printf("%s%s", Describe(chooser, Threads()).c_str(),
                 s_server->Trace().c_str());
@@ -99,7 +98,6 @@ class SchedulesTest : public testing::TestWithParam<Scenario> {
   std::string m_longestStop;
   uint64_t m_kills = 0;
   size_t m_blocksLost = 0;
-  bool m_isReplayed = false;
 };
 
 ScheduledServer* SchedulesTest::s_server = nullptr;

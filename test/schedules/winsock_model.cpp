@@ -1,7 +1,6 @@
 #include "test/schedules/winsock_model.h"
 
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
 namespace kova::test {
@@ -183,7 +182,7 @@ int WinsockModel::Receive(SOCKET number, char* bytes, DWORD most,
     Reenable(*socket, FD_READ);
     return FailWith(WSAEWOULDBLOCK, SOCKET_ERROR);
   }
-  std::memcpy(bytes, connection.toServer.data(), count);
+  connection.toServer.copy(bytes, count);
   connection.toServer.erase(0, count);
   *received = static_cast<DWORD>(count);
   Reenable(*socket, FD_READ);
