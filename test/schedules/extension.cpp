@@ -29,6 +29,7 @@ KOVA_Response Handle(KOVA_Context, const void* request, uint32_t lengthBytes,
   };
   Threads().Point("entering the extension");
   if (asks("act=keep")) *keepOpen = 1;
+  g_state.leavesError = asks("act=stale");
   if (asks("act=restart")) {
     AskForRestart();
     AskForRestart();
@@ -56,6 +57,7 @@ int32_t Copy(KOVA_Context, KOVA_Response, void* buffer, uint32_t bytes) {
 void Release(KOVA_Context, KOVA_Response response) {
   --g_state.responses;
   delete static_cast<uint32_t*>(response);
+  if (g_state.leavesError) ::SetLastError(WSAEWOULDBLOCK);
 }
 
 }  // namespace

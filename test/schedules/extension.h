@@ -10,10 +10,12 @@ namespace kova::test {
 //   act=keep      keeps the connection open
 //   act=big       is more than a narrow window takes
 //   act=restart   comes after it asked for a restart, twice
+//   act=stale     leaves a would-block code behind as the last error
 //   act=wait      comes once the gate is open
 struct ExtensionState {
   KOVA_RestartRoutine* restart = nullptr;
   bool gateIsOpen = true;
+  bool leavesError = false;
   int inside = 0;     // requests that wait at the gate
   int responses = 0;  // handed out and not released
   int restarts = 0;   // that were asked for

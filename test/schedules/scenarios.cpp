@@ -143,6 +143,21 @@ void StopWithTwoConnections(ScheduledServer& server) {
   server.Stop();
 }
 
+// A send that succeeds leaves the last error alone, and nothing is left to send
+// for which the system would report that there is room.
+void AnswerAfterAStaleError(ScheduledServer& server) {
+  constexpr uint64_t kPromptMs = 1000;
+  const Scheduler& scheduler = server.TheMachine().scheduler;
+  server.Start();
+  const uint64_t startMs = scheduler.NowMs();
+  server.Beside("client", [&server] { server.AskAndClose("act=stale"); });
+  server.AwaitClients();
+  if (scheduler.Stalls().empty() && scheduler.NowMs() - startMs > kPromptMs) {
+    server.Complain("a connection stays open after its whole answer");
+  }
+  server.Stop();
+}
+
 struct Flow {
   ConnectionPtr connection;
   int taken = 0;
@@ -235,6 +250,7 @@ std::span<const Scenario> Scenarios() {
       {"StopAfterHalfAnAnswer", &StopAfterHalfAnAnswer},
       {"StopKeptOpen", &StopKeptOpen},
       {"StopWithTwoConnections", &StopWithTwoConnections},
+      {"AnswerAfterAStaleError", &AnswerAfterAStaleError},
       {"StopWhileDataFlows", &StopWhileDataFlows},
       {"StopAmongLines", &StopAmongLines},
       {"MaskChangeAndLines", &MaskChangeAndLines},
