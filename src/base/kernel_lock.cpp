@@ -21,13 +21,19 @@ bool Take(HANDLE mutex) {
 KernelLock::KernelLock() : m_mutex(MakeMutex()) {}
 
 // No object with a destructor may live in this function.
-void KernelLock::Run(Body* body, const void* work) {
+void KernelLock::Run(Body* body,
+                     const void* work) KOVA_NO_THREAD_SAFETY_ANALYSIS {
   const HANDLE mutex = m_mutex.Get();
   const bool isHeld = mutex != nullptr && Take(mutex);
+  if (!isHeld) m_standIn.Enter();
   __try {
     body(work);
   } __finally {
-    if (isHeld) ::ReleaseMutex(mutex);
+    if (isHeld) {
+      ::ReleaseMutex(mutex);
+    } else {
+      m_standIn.Leave();
+    }
   }
 }
 

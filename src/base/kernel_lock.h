@@ -2,6 +2,7 @@
 #pragma once
 
 #include "base/handles.h"
+#include "base/o_critical_section.h"
 #include "base/thread_annotations.h"
 
 namespace kova {
@@ -16,21 +17,24 @@ namespace kova {
 // Recursive: a crash in the work is logged by the thread that holds the lock.
 class KOVA_CAPABILITY("lock") KernelLock {
  public:
-  // Where the system has no mutex left, this is a lock that locks nothing.
-  // Keeps the thread's last error.
+  // Where the system has no mutex left, this is a lock like any other, which is
+  // not passed on. Keeps the thread's last error.
   KernelLock();
 
   KernelLock(const KernelLock&) = delete;
   KernelLock& operator=(const KernelLock&) = delete;
 
   // Waits without limit for the lock and calls work() while the calling thread
-  // holds it. A wait that fails does not keep the work from being done. What
-  // the work guards must bear that it was left half done.
+  // holds it. A wait that fails does not keep the work from being done: it then
+  // keeps out only those whose wait failed, too. What the work guards must bear
+  // that it was left half done.
   template <typename Work>
   void Hold(const Work& work) {
-    Run([](const void* it) KOVA_NO_THREAD_SAFETY_ANALYSIS {
-      (*static_cast<const Work*>(it))();
-    }, &work);
+    Run(
+        [](const void* it) KOVA_NO_THREAD_SAFETY_ANALYSIS {
+          (*static_cast<const Work*>(it))();
+        },
+        &work);
   }
 
  private:
@@ -38,6 +42,7 @@ class KOVA_CAPABILITY("lock") KernelLock {
   void Run(Body* body, const void* work);
 
   const UniqueKernelHandle m_mutex;
+  OCriticalSection m_standIn;
 };
 
 }  // namespace kova

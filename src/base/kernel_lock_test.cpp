@@ -143,6 +143,20 @@ BOOL WINAPI CountReleases(HANDLE) {
   return TRUE;
 }
 
+TEST(KernelLockTest, KeepsOthersOutWhereTheSystemHasNoMutex) {
+  const ImportPatch<decltype(CreateMutexW)> create(nullptr, "CreateMutexW",
+                                                   &NoMutex);
+  KernelLock lock;
+  std::unique_ptr<Taker> other;
+  lock.Hold([&] {
+    other = std::make_unique<Taker>(lock);
+    EXPECT_FALSE(other->HasCome(20));
+  });
+  EXPECT_TRUE(other->HasCome());
+  EXPECT_EQ(CrashWhileHolding(lock), kCrash);
+  EXPECT_TRUE(Taker(lock).HasCome());
+}
+
 TEST(KernelLockTest, TheWorkIsDoneWhereThereIsNoMutexToWaitFor) {
   int done = 0;
   const ImportPatch<decltype(ReleaseMutex)> release(nullptr, "ReleaseMutex",

@@ -9,14 +9,17 @@ ExtensionCache* g_cache = nullptr;
 }  // namespace
 
 WebServerInterface* ExtensionCache::Get(const std::wstring& libraryPath) {
-  const ScopedLock held(m_lock);
-  std::unique_ptr<WebServerInterface>& entry = m_interfaces[libraryPath];
-  if (entry == nullptr) {
-    // Calls out while it holds the lock: a library must be loaded and
-    // initialised once even when many requests for it arrive together.
-    entry = std::make_unique<WebServerInterface>(libraryPath, m_restart);
-  }
-  return entry.get();
+  WebServerInterface* found = nullptr;
+  m_lock.Hold([&]() KOVA_REQUIRES(m_lock) {
+    std::unique_ptr<WebServerInterface>& entry = m_interfaces[libraryPath];
+    if (entry == nullptr) {
+      // Calls out while it holds the lock: a library must be loaded and
+      // initialised once even when many requests for it arrive together.
+      entry = std::make_unique<WebServerInterface>(libraryPath, m_restart);
+    }
+    found = entry.get();
+  });
+  return found;
 }
 
 void CreateExtensionCache(KOVA_RestartRoutine* restart) {

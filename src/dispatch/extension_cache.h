@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "base/o_critical_section.h"
+#include "base/kernel_lock.h"
 #include "base/thread_annotations.h"
 #include "dispatch/web_server_interface.h"
 
@@ -26,6 +26,8 @@ class ExtensionCache {
 
   // The interface for the library, loaded and initialised on first use while
   // the lock is held: each library at most once, and look-ups wait meanwhile.
+  // A thread that is killed in there passes the lock on, and the next look-up
+  // begins with its library anew.
   // Never null; owned by the cache. May be called from any thread.
   [[nodiscard]] WebServerInterface* Get(const std::wstring& libraryPath);
 
@@ -33,7 +35,7 @@ class ExtensionCache {
   KOVA_RestartRoutine* const m_restart;
   std::map<std::wstring, std::unique_ptr<WebServerInterface>> m_interfaces
       KOVA_GUARDED_BY(m_lock);
-  OCriticalSection m_lock;
+  KernelLock m_lock;
 };
 
 // Makes the process-wide cache. Called at process attach, under the loader

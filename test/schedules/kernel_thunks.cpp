@@ -93,6 +93,11 @@ DWORD WINAPI WaitOne(HANDLE handle, DWORD timeoutMs) {
   return Kernel().Wait("WaitForSingleObject", handles, Limit(timeoutMs));
 }
 
+DWORD WINAPI WaitOneEx(HANDLE handle, DWORD timeoutMs, BOOL alertable) {
+  if (alertable) TheMachine().Complain("an alertable wait");
+  return WaitOne(handle, timeoutMs);
+}
+
 DWORD WINAPI WaitSeveral(DWORD count, const HANDLE* handles, BOOL all,
                          DWORD timeoutMs) {
   if (all && count > 1) TheMachine().Complain("a wait for all of several");
@@ -175,6 +180,7 @@ std::span<const Thunk> KernelThunks() {
       MakeThunk("DuplicateHandle", &Duplicate),
       MakeThunk("SetHandleInformation", &SetInformation),
       MakeThunk("WaitForSingleObject", &WaitOne),
+      MakeThunk("WaitForSingleObjectEx", &WaitOneEx),
       MakeThunk("WaitForMultipleObjects", &WaitSeveral),
       MakeThunk("Sleep", &SleepFor),
       MakeThunk("_beginthreadex", &BeginThread),
