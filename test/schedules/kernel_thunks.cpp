@@ -93,9 +93,15 @@ DWORD WINAPI WaitOne(HANDLE handle, DWORD timeoutMs) {
   return Kernel().Wait("WaitForSingleObject", handles, Limit(timeoutMs));
 }
 
+// The server's locks that are mutexes are waited for by this call.
 DWORD WINAPI WaitOneEx(HANDLE handle, DWORD timeoutMs, BOOL alertable) {
   if (alertable) TheMachine().Complain("an alertable wait");
-  return WaitOne(handle, timeoutMs);
+  const uint64_t startMs = Threads().NowMs();
+  const HANDLE handles[] = {handle};
+  const DWORD result =
+      Kernel().Wait("WaitForSingleObjectEx", handles, Limit(timeoutMs));
+  TheMachine().locks.CountWait(startMs);
+  return result;
 }
 
 DWORD WINAPI WaitSeveral(DWORD count, const HANDLE* handles, BOOL all,

@@ -19,6 +19,10 @@ void LockModel::Enter(const char* call, void* address, bool recursive) {
 void LockModel::Await(const char* call, const Scheduler::Ready& isFree) {
   const uint64_t startMs = m_scheduler.NowMs();
   m_scheduler.Await(call, isFree);
+  CountWait(startMs);
+}
+
+void LockModel::CountWait(uint64_t startMs) {
   const uint64_t waitedMs = m_scheduler.NowMs() - startMs;
   if (waitedMs != 0) m_waitedMs[m_scheduler.Current()] += waitedMs;
 }

@@ -27,6 +27,8 @@ class LockModel {
   void Delete(void* section);
   // The critical sections that were made and not deleted.
   [[nodiscard]] size_t Initialised() const { return m_sections.size(); }
+  // The running thread has waited for a lock, a mutex of the kernel's perhaps.
+  void CountWait(uint64_t startMs);
   // How long a thread of this run has waited for locks.
   [[nodiscard]] uint64_t WaitedMs(ThreadId thread) const;
   void ForgetWaits() { m_waitedMs.clear(); }

@@ -27,7 +27,6 @@ constexpr const char* kWaiting[] = {
     "SleepConditionVariableSRW",
     "SleepEx",
     "WaitForMultipleObjectsEx",
-    "WaitForSingleObjectEx",
     "WaitOnAddress",
     "accept",
     "connect",
