@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "base/o_array.h"
-#include "base/o_string_array.h"
+#include "text/o_string_array.h"
 
 namespace kova::bench {
 namespace {

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "base/o_string.h"
-#include "base/string_codec.h"
+#include "text/o_string.h"
+#include "text/string_codec.h"
 
 namespace kova::bench {
 namespace {

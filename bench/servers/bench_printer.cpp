@@ -1,6 +1,6 @@
 #include "bench/servers/bench_printer.h"
 
-#include "registry/driver_location.h"
+#include "spooler/driver_location.h"
 #include "test/support/server_fixture.h"
 
 namespace kova::bench {

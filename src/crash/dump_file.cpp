@@ -2,9 +2,9 @@
 
 #include <filesystem>
 
+#include "crash/common_folders.h"
 #include "crash/debug_help.h"
 #include "crash/dump_policy.h"
-#include "registry/common_folders.h"
 
 namespace kova {
 namespace {

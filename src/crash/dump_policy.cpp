@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "base/text_append.h"
+#include "text/text_append.h"
 
 namespace kova {
 namespace {

@@ -7,7 +7,7 @@
 #include <mutex>
 #include <thread>
 
-#include "dispatch/dispatch_fixture.h"
+#include "test/support/dispatch_fixture.h"
 #include "test/support/import_patch.h"
 
 namespace {

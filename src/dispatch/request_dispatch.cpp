@@ -4,11 +4,11 @@
 #include <string_view>
 
 #include "dispatch/extension_call.h"
-#include "dispatch/share_names.h"
 #include "dispatch/web_server_interface.h"
 #include "http/http_request.h"
 #include "http/http_response.h"
 #include "log/log_line.h"
+#include "spooler/share_names.h"
 
 namespace kova {
 namespace {

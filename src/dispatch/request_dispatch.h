@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "base/byte_buffer.h"
-#include "base/o_string.h"
+#include "text/o_string.h"
 
 namespace kova {
 

@@ -3,7 +3,7 @@
 
 #include <gmock/gmock.h>
 
-#include "dispatch/dispatch_fixture.h"
+#include "test/support/dispatch_fixture.h"
 
 namespace {
 

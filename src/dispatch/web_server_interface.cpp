@@ -6,7 +6,7 @@
 #include "dispatch/extension_cache.h"
 #include "log/last_error_text.h"
 #include "log/log_line.h"
-#include "registry/driver_location.h"
+#include "spooler/driver_location.h"
 
 using kova::LogLine;
 using tk::LogChannel;

@@ -3,7 +3,7 @@
 
 #include <ctime>
 
-#include "base/o_string.h"
+#include "text/o_string.h"
 
 namespace kova {
 

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "base/byte_buffer.h"
-#include "base/o_string.h"
-#include "base/o_string_array.h"
+#include "text/o_string.h"
+#include "text/o_string_array.h"
 #include "http/request_line.h"
 
 // Dispatch reads the fields, whatever the verdict was. There is no incremental

@@ -6,7 +6,7 @@
 
 #include "base/ascii.h"
 #include "base/clock.h"
-#include "base/string_codec.h"
+#include "text/string_codec.h"
 #include "base/windows_api.h"
 #include "http/http_date.h"
 #include "http/reason_phrases.h"

@@ -4,8 +4,8 @@
 #include <cstdint>
 
 #include "base/byte_buffer.h"
-#include "base/o_string.h"
-#include "base/o_string_array.h"
+#include "text/o_string.h"
+#include "text/o_string_array.h"
 
 // Collects status, header lines and body, and turns them into the bytes to
 // send. Nothing is validated or escaped. Owns all it holds. Not safe for use

@@ -2,7 +2,7 @@
 
 #include "base/ascii.h"
 #include "base/find_byte.h"
-#include "base/string_codec.h"
+#include "text/string_codec.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "base/o_string.h"
+#include "text/o_string.h"
 
 // The decoded narrow bytes of `text`, as UTF-8 text (code page 1208). A "+" is
 // a blank; "%" and two characters are one byte: 16 times the first one's value

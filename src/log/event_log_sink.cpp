@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "base/handles.h"
-#include "base/text_append.h"
+#include "text/text_append.h"
 #include "log/event_source.h"
 
 namespace kova {

@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "base/last_error_keeper.h"
-#include "base/text_append.h"
+#include "text/text_append.h"
 #include "log/log_channel.h"
 #include "log/logger.h"
 #include "log/server_logger.h"

@@ -1,7 +1,7 @@
 // The accept thread's part of WebServerBase.
 #include <string>
 
-#include "base/o_string.h"
+#include "text/o_string.h"
 #include "log/log_line.h"
 #include "net/web_server_base.h"
 

@@ -5,7 +5,7 @@
 
 #include <optional>
 
-#include "net/call_watch.h"
+#include "test/net/call_watch.h"
 
 namespace {
 

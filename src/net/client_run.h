@@ -7,7 +7,7 @@
 
 #include "base/byte_buffer.h"
 #include "base/o_array.h"
-#include "base/o_string.h"
+#include "text/o_string.h"
 #include "base/windows_api.h"
 #include "http/request_progress.h"
 

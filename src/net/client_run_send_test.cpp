@@ -1,5 +1,5 @@
 // Patched: one connection's event loop: sends and resends.
-#include "net/client_run_fixture.h"
+#include "test/net/client_run_fixture.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 
 #include "base/byte_buffer.h"
 #include "base/handles.h"
-#include "base/o_string.h"
+#include "text/o_string.h"
 #include "net/client_list.h"
 
 class WebServerBase;

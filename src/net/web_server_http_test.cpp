@@ -2,7 +2,7 @@
 #include "net/web_server_http.h"
 
 #include "http/request_progress.h"
-#include "net/server_fixture.h"
+#include "test/net/listener_fixture.h"
 #include "test/support/import_patch.h"
 
 namespace {

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "net/call_watch.h"
+#include "test/net/call_watch.h"
 
 namespace {
 

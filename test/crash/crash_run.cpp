@@ -11,7 +11,7 @@
 #include "base/handles.h"
 #include "crash/debug_help.h"
 #include "crash/dump_policy.h"
-#include "registry/common_folders.h"
+#include "crash/common_folders.h"
 #include "test/support/server_fixture.h"
 
 namespace kova::test {

@@ -1,5 +1,5 @@
 // Decodes escaped text and compares with the rule, written out.
-#include "base/o_string.h"
+#include "text/o_string.h"
 #include "http/url_decode.h"
 #include "test/fuzz/fuzz_input.h"
 

@@ -2,8 +2,8 @@
 import functools
 import re
 
-ROOMS = ("base", "log", "registry", "http", "crash", "dispatch", "net",
-         "server")
+ROOMS = ("base", "text", "log", "registry", "spooler", "http", "crash",
+         "dispatch", "net", "server")
 
 
 def _sources(root, room):

@@ -16,7 +16,7 @@ from concurrent.futures import ThreadPoolExecutor
 from dataclasses import dataclass
 from pathlib import Path
 
-NATIVE_ROOMS = ("base", "http", "registry")
+NATIVE_ROOMS = ("base", "text", "http", "registry")
 # Reasons for slow links and compiles that a test run has no use for.
 UNWANTED = re.compile(r"-g(codeview.*|no-codeview.*)?$|-Wl,--pdb=.*|"
                       r"-Wl,-Xlink=/pdb.*|-Wl,--out-implib.*")

@@ -5,7 +5,7 @@
 #include "common/file_path.h"
 #include "common/utf8.h"
 #include "logs/file_source.h"
-#include "registry/driver_location.h"
+#include "spooler/driver_location.h"
 
 namespace kova::ctl {
 namespace {

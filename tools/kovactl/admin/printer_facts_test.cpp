@@ -10,7 +10,7 @@
 
 #include "admin/printer_diagnosis.h"
 #include "common/program_run.h"
-#include "registry/driver_location.h"
+#include "spooler/driver_location.h"
 #include "test/support/demo_printer.h"
 #include "test/support/import_patch.h"
 #include "test/support/server_fixture.h"

@@ -12,7 +12,7 @@
 #include "common/utf8.h"
 #include "common/verb.h"
 #include "common/wait_notice.h"
-#include "dispatch/share_names.h"
+#include "spooler/share_names.h"
 
 namespace kova::ctl {
 namespace {

@@ -4,7 +4,7 @@
 
 #include "base/handles.h"
 #include "crash/dump_policy.h"
-#include "registry/common_folders.h"
+#include "crash/common_folders.h"
 
 namespace kova::ctl {
 namespace {

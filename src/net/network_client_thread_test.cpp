@@ -1,0 +1,121 @@
+// Patched: whole connections over this machine's own network. What is patched
+// only counts, fails or holds back; sockets and threads are real.
+#include <algorithm>
+
+#include "test/net/listener_fixture.h"
+
+namespace {
+
+using kova::test::kInfoMask;
+using kova::test::kSoonMs;
+using kova::test::LoopbackClient;
+using kova::test::ServerTest;
+using testing::DoubleEq;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Pair;
+using testing::StartsWith;
+
+constexpr char kRefusal[] = "HTTP/1.1 400";
+constexpr wchar_t kLooping[] =
+    L"DetailInfoE Network_ClientThread::Run: HTTPRequest::IsComplete returned "
+    L"false, looping";
+
+class ConnectionTest : public ServerTest {
+ protected:
+  ConnectionTest() : ServerTest(kInfoMask | 0x10) {}
+  void SetUp() override { ASSERT_EQ(Run(), 1); }
+
+  // Lines that equal `line`.
+  [[nodiscard]] int Lines(const std::wstring& line) const {
+    const auto lines = m_log.Lines();
+    return static_cast<int>(std::count(lines.begin(), lines.end(), line));
+  }
+};
+
+TEST_F(ConnectionTest, IsAnsweredAndClosed) {
+  const LoopbackClient client(m_watch.Port());
+  EXPECT_TRUE(client.Send("GET / HTTP/1.1\r\n\r\n."));
+  const std::string answer = client.ReceiveAll();
+  EXPECT_THAT(answer, StartsWith(kRefusal));
+  ASSERT_TRUE(m_server->WaitForResponses(1));
+  EXPECT_THAT(m_server->Sent(), ElementsAre(answer.size()));
+  ASSERT_TRUE(m_watch.ThreadEnds(1, kSoonMs));
+  EXPECT_EQ(m_watch.ExitCode(1), 1u);
+  EXPECT_THAT(m_server->KilobytesReceived(), DoubleEq(19 / 1024.0));
+  EXPECT_THAT(m_server->KilobytesSent(), DoubleEq(answer.size() / 1024.0));
+}
+
+TEST_F(ConnectionTest, WaitsForTheLastSegment) {
+  const LoopbackClient client(m_watch.Port());
+  EXPECT_TRUE(client.Send("GET /"));
+  EXPECT_TRUE(m_log.WaitFor(kLooping, kSoonMs));
+  EXPECT_THAT(m_server->Sent(), IsEmpty());
+  EXPECT_TRUE(client.Send(" HTTP/1.1."));
+  EXPECT_THAT(client.ReceiveAll(), StartsWith(kRefusal));
+  EXPECT_EQ(Lines(kLooping), 1);
+}
+
+TEST_F(ConnectionTest, EndsWhenThePeerCloses) {
+  LoopbackClient client(m_watch.Port());
+  EXPECT_TRUE(client.Send("half"));
+  EXPECT_TRUE(m_log.WaitFor(kLooping, kSoonMs));
+  client.Close();
+  EXPECT_TRUE(m_log.WaitFor(
+      L"DetailInfoE Network_ClientThread::Run: FD_CLOSE recieved exiting",
+      kSoonMs));
+  ASSERT_TRUE(m_watch.ThreadEnds(1, kSoonMs));
+  EXPECT_EQ(m_watch.ExitCode(1), 1u);
+  EXPECT_THAT(m_server->Sent(), IsEmpty());
+}
+
+TEST_F(ConnectionTest, EndsAfterSilenceOfTheClientTimeout) {
+  m_server->SetClientTimeoutMs(50);
+  const LoopbackClient client(m_watch.Port());
+  EXPECT_EQ(client.Receive(), "");
+  ASSERT_TRUE(m_watch.ThreadEnds(1, kSoonMs));
+  EXPECT_EQ(m_watch.ExitCode(1), 1u);
+}
+
+TEST_F(ConnectionTest, StaysOpenWithATimeoutOfZeroUntilTheStop) {
+  m_server->SetClientTimeoutMs(0);
+  const LoopbackClient client(m_watch.Port());
+  ASSERT_TRUE(m_server->WaitForClients(1));
+  EXPECT_FALSE(m_watch.ThreadEnds(1, 100));
+  EXPECT_EQ(m_server->Stop(), 1);
+  EXPECT_EQ(client.Receive(), "");
+  EXPECT_EQ(m_watch.ExitCode(1), 1u);
+}
+
+TEST_F(ConnectionTest, IsAnnouncedWithItsWholeAddress) {
+  const LoopbackClient first(m_watch.Port());
+  ASSERT_TRUE(m_server->WaitForClients(1));
+  const LoopbackClient second(m_watch.Port());
+  ASSERT_TRUE(m_server->WaitForClients(2));
+  EXPECT_THAT(m_server->Clients(),
+              ElementsAre(Pair(first.Address(), first.Port()),
+                          Pair(second.Address(), second.Port())));
+}
+
+TEST_F(ConnectionTest, IsServedWhileAnotherIsIdle) {
+  const LoopbackClient idle(m_watch.Port());
+  ASSERT_TRUE(m_server->WaitForClients(1));
+  for (int i = 0; i < 5; ++i) {
+    const LoopbackClient client(m_watch.Port());
+    EXPECT_TRUE(client.Send("x."));
+    EXPECT_THAT(client.ReceiveAll(), StartsWith(kRefusal));
+  }
+  EXPECT_FALSE(m_watch.ThreadEnds(1, 0));
+}
+
+TEST_F(ConnectionTest, ClosesItsSocketAndEventsWhenItEnds) {
+  const LoopbackClient client(m_watch.Port());
+  EXPECT_TRUE(client.Send("x."));
+  EXPECT_THAT(client.ReceiveAll(), StartsWith(kRefusal));
+  ASSERT_TRUE(m_watch.ThreadEnds(1, kSoonMs));
+  EXPECT_EQ(m_watch.OpenSockets(), 1u);
+  EXPECT_EQ(m_watch.OpenEvents(), 2u);
+  EXPECT_EQ(m_watch.OpenHandles(), 1u);
+}
+
+}  // namespace

@@ -1,0 +1,94 @@
+// What the tests of the event loop stand on.
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "net/client_run.h"
+#include "test/net/scripted_socket.h"
+#include "test/net/listener_fixture.h"
+
+namespace kova::test {
+
+// One connection's event loop on a scripted socket. Its handler records each
+// request and answers with m_response.
+class ClientRunTest : public LoggingTest {
+ protected:
+  static constexpr uint32_t kAllChannels = 0xF800FFFF;
+  static constexpr SOCKET kSocket = 0xABC;
+
+  ClientRunTest() : LoggingTest(kAllChannels) { s_current = this; }
+  ~ClientRunTest() override { s_current = nullptr; }
+
+  // Runs the loop to its end and drops the log line it begins with, which
+  // must be there.
+  unsigned Run() {
+    ::WSASetLastError(0);
+    ClientRun run(m_server, kSocket, nullptr, nullptr, m_stopping, m_address,
+                  &Handle);
+    const unsigned result = run.Run();
+    m_lines = m_log.Take();
+    if (m_lines.empty() ||
+        m_lines[0] !=
+            L"DetailInfoB Network_ClientThread::Run: Client Thread "
+            L"started. For socket: 0xabc") {
+      ADD_FAILURE() << "the connection's first line is missing";
+      return result;
+    }
+    m_lines.erase(m_lines.begin());
+    return result;
+  }
+
+  static RequestHandler Handler() { return &Handle; }
+
+  // Lines as the loop logs them.
+  static std::wstring E(const std::wstring& text) {
+    return L"DetailInfoE Network_ClientThread::Run: " + text;
+  }
+  static std::wstring W(const std::wstring& text) {
+    return L"Warning Network_ClientThread::Run: " + text;
+  }
+  static std::wstring Woken(const wchar_t* bits) {
+    return E(std::wstring(L"WSAEnumNetworkEvents returned: 0x0 Network "
+                          L"Events: 0x") +
+             bits);
+  }
+  static std::wstring Received(const wchar_t* bytes) {
+    return E(std::wstring(L"WSARecv returned 0x0 bytesReceived: 0x") + bytes);
+  }
+
+  TestServer m_server;
+  const OString m_address = "1.2.3.4:5678";
+  std::atomic<bool> m_stopping{false};
+  ScriptedSocket m_socket;
+  std::vector<std::wstring> m_lines;
+
+  std::vector<std::string> m_requests;
+  std::string m_response = "answer";
+  uint32_t m_keepOpen = 0;        // what the handler sets, unless 0
+  int m_leftError = 0;            // last error that the handler leaves behind
+  bool m_answers = true;          // whether it gives an answer
+  std::vector<uint32_t> m_flags;  // the keep-open flag as handed in
+  std::vector<std::string> m_addresses;
+
+ private:
+  static int32_t Handle(const char* request, uint32_t lengthBytes,
+                        ByteBuffer& response, uint32_t* keepOpen,
+                        const OString& clientAddress) {
+    ClientRunTest& test = *s_current;
+    test.m_requests.emplace_back(request, lengthBytes);
+    test.m_addresses.emplace_back(clientAddress.Narrow());
+    test.m_flags.push_back(*keepOpen);
+    if (test.m_keepOpen != 0) *keepOpen = test.m_keepOpen;
+    response.ResizeDiscarding(test.m_response.size());
+    test.m_response.copy(response.Data(), test.m_response.size());
+    ::WSASetLastError(test.m_leftError);
+    return test.m_answers ? 1 : 0;
+  }
+
+  static inline ClientRunTest* s_current = nullptr;
+};
+
+}  // namespace kova::test

@@ -1,0 +1,61 @@
+// What the tests of the listening server stand on.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "log/log_channel.h"
+#include "test/net/call_watch.h"
+#include "test/net/loopback_client.h"
+#include "test/net/test_server.h"
+#include "net/winsock_session.h"
+#include "test/support/fake_tick_count.h"
+#include "test/support/log_capture.h"
+
+namespace kova::test {
+
+inline constexpr uint32_t kInfoMask = 0xE0000000;
+inline constexpr DWORD kSoonMs = 10000;
+
+// Lets tests see every line of the channels in `mask`: a clock far ahead of
+// any other test's makes the logger read its mask.
+class LoggingTest : public testing::Test {
+ protected:
+  explicit LoggingTest(uint32_t mask = kInfoMask)
+      : m_mask(mask | tk::kDebuggerShowsAll), m_clock(s_nowMs += 100000) {
+    WORD granted = 0;
+    (void)m_winsock.Open(&granted);
+  }
+
+  static inline uint64_t s_nowMs = uint64_t{1} << 40;
+  WinsockSession m_winsock;  // the clients'
+  const ScopedLogMask m_mask;
+  const FakeTickCount m_clock;
+  LogCapture m_log;
+};
+
+// A server on a port that the system chooses, and all it opens.
+class ServerTest : public LoggingTest {
+ protected:
+  explicit ServerTest(uint32_t mask = kInfoMask) : LoggingTest(mask) {}
+  // Whatever a test did, nothing is left when the server is gone.
+  void TearDown() override {
+    m_server.reset();
+    EXPECT_TRUE(m_watch.AllThreadsEnd(kSoonMs));
+    EXPECT_EQ(m_watch.OpenSockets(), 0u);
+    EXPECT_EQ(m_watch.OpenEvents(), 0u);
+    EXPECT_EQ(m_watch.OpenSessions(), 0);
+    EXPECT_EQ(m_watch.OpenHandles(), 0u);
+  }
+
+  int Run() { return m_server->Run(0, 0, INADDR_LOOPBACK); }
+
+  CallWatch m_watch;
+  std::unique_ptr<TestServer> m_server = std::make_unique<TestServer>();
+};
+
+}  // namespace kova::test
