@@ -6,9 +6,9 @@
 
 #include "base/handles.h"
 #include "base/last_error_keeper.h"
+#include "crash/containment.h"
 #include "crash/dump_file.h"
 #include "crash/dump_policy.h"
-#include "crash/guard.h"
 #include "log/log_line.h"
 #include "log/server_logger.h"
 

@@ -2,10 +2,9 @@
 // run in.
 #pragma once
 
-namespace kova {
+#include "crash/containment.h"
 
-// What a guard runs. `argument` is handed through unchanged.
-using GuardedBody = unsigned (*)(void* argument);
+namespace kova {
 
 // Calls body(argument) and returns its result. An exception of any kind that
 // escapes the body, a machine fault or a thrown C++ exception, is shown to
@@ -14,11 +13,5 @@ using GuardedBody = unsigned (*)(void* argument);
 // the calling thread's stack guarantee for good, so that a stack overflow can
 // be recorded, too. May be called on any thread; holds no lock.
 unsigned RunGuarded(GuardedBody body, void* argument);
-
-// Calls body(argument). A machine fault that escapes the body, or what another
-// C++ runtime throws, ends it there and is forgotten; destructors that are due
-// in between do not run, so this is for a process that is crashing already and
-// for nothing else. What this C++ runtime throws passes: the body catches it.
-void RunContained(GuardedBody body, void* argument);
 
 }  // namespace kova

@@ -1,7 +1,13 @@
 #include "dispatch/extension_cache.h"
 
+#include "log/log_line.h"
+#include "spooler/driver_location.h"
+
 namespace kova {
 namespace {
+
+constexpr const char* kGetInterface =
+    "WebServerInterface::GetV3WebServerInterface";
 
 // Written under the loader lock alone, while no thread of the server runs.
 ExtensionCache* g_cache = nullptr;
@@ -34,3 +40,20 @@ void DestroyExtensionCache() {
 ExtensionCache* TheExtensionCache() { return g_cache; }
 
 }  // namespace kova
+
+WebServerInterface* WebServerInterface::GetV3WebServerInterface(
+    const std::wstring& printerName) {
+  const std::wstring libraryPath =
+      GetV3PrintMonitorDllFullPath(printerName.c_str());
+  if (libraryPath.empty()) {
+    kova::LogLine(tk::LogChannel::Error, kova::kGetInterface)
+        << L"GetV3PrintMonitorDllFullPath failed for printer \"" << printerName
+        << L"\"";
+    return nullptr;
+  }
+  kova::LogLine(tk::LogChannel::DetailInfoI, kova::kGetInterface)
+      << L"Getting Network Monitor Interface for printer: \"" << printerName
+      << L"\" from: \"" << libraryPath << L"\"";
+  kova::ExtensionCache* const cache = kova::TheExtensionCache();
+  return cache == nullptr ? nullptr : cache->Get(libraryPath);
+}

@@ -3,10 +3,8 @@
 #include <algorithm>
 #include <iterator>
 
-#include "dispatch/extension_cache.h"
 #include "log/last_error_text.h"
 #include "log/log_line.h"
-#include "spooler/driver_location.h"
 
 using kova::LogLine;
 using tk::LogChannel;
@@ -16,8 +14,6 @@ namespace {
 constexpr const char* kConstructor = "WebServerInterface::WebServerInterface";
 constexpr const char* kGetProcAddress =
     "WebServerInterface::GetProcAddressWithLogging";
-constexpr const char* kGetInterface =
-    "WebServerInterface::GetV3WebServerInterface";
 
 constexpr uint32_t kVersionsOffered = 10;
 
@@ -111,21 +107,4 @@ template <typename Function>
 void WebServerInterface::Resolve(const char* name, Function*& entry) const {
   entry = reinterpret_cast<Function*>(
       reinterpret_cast<void*>(GetProcAddressWithLogging(name)));
-}
-
-WebServerInterface* WebServerInterface::GetV3WebServerInterface(
-    const std::wstring& printerName) {
-  const std::wstring libraryPath =
-      GetV3PrintMonitorDllFullPath(printerName.c_str());
-  if (libraryPath.empty()) {
-    LogLine(LogChannel::Error, kGetInterface)
-        << L"GetV3PrintMonitorDllFullPath failed for printer \"" << printerName
-        << L"\"";
-    return nullptr;
-  }
-  LogLine(LogChannel::DetailInfoI, kGetInterface)
-      << L"Getting Network Monitor Interface for printer: \"" << printerName
-      << L"\" from: \"" << libraryPath << L"\"";
-  kova::ExtensionCache* const cache = kova::TheExtensionCache();
-  return cache == nullptr ? nullptr : cache->Get(libraryPath);
 }

@@ -26,10 +26,10 @@ class WebServerInterface {
   WebServerInterface(const WebServerInterface&) = delete;
   WebServerInterface& operator=(const WebServerInterface&) = delete;
 
-  // The interface of the printer's driver, from the process-wide cache, made on
-  // first use. Null when the printer names no extension library; an interface
-  // without entries when that library could not be used. Owned by the cache,
-  // valid until process detach. Logs failures.
+  // The interface of the printer's driver, from the process-wide cache (whose
+  // source defines this), made on first use. Null when the printer names no
+  // extension library; an interface without entries when that library could not
+  // be used. Owned by the cache, valid until process detach. Logs failures.
   [[nodiscard]] static WebServerInterface* GetV3WebServerInterface(
       const std::wstring& printerName);
 

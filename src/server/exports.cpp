@@ -17,7 +17,8 @@ unsigned Start(void*) {
   LogLine(LogChannel::DetailInfoH, "_StartKOVAServer") << L"Enter";
   tk::PrepareEventSource(L"DispatcherUtil");
   tk::Logger::PopulateEventSourceRegKeys();
-  WebServerHTTP* const server = ServerObject::Create();
+  WebServerHTTP* const server =
+      ServerObject::Create(&NetworkMonitor::_RestartServerThread);
   if (server != nullptr) NetworkMonitor::StartServer(*server);
   return 0;
 }

@@ -62,7 +62,9 @@ class NetworkMonitorTest : public testing::Test {
 
   void End() { ServerObject::Destroy(); }
 
-  WebServerHTTP& Server() { return *ServerObject::Create(); }
+  WebServerHTTP& Server() {
+    return *ServerObject::Create(&NetworkMonitor::_RestartServerThread);
+  }
 
   test::ServerSettingsScope m_values;
   test::ScopedLogMask m_mask{kAllChannels};

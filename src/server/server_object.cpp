@@ -3,8 +3,6 @@
 #include <atomic>
 #include <new>
 
-#include "server/network_monitor.h"
-
 namespace kova {
 namespace {
 
@@ -29,10 +27,11 @@ HANDLE FreshRestartEvent() {
 
 WebServerHTTP* ServerObject::Get() { return g_server; }
 
-WebServerHTTP* ServerObject::Create() {
+WebServerHTTP* ServerObject::Create(
+    WebServerHTTP::ThreadProcedure restartThread) {
   if (g_server != nullptr) return g_server;
-  g_server = new (std::nothrow)
-      WebServerHTTP(&NetworkMonitor::_RestartServerThread, FreshRestartEvent());
+  g_server =
+      new (std::nothrow) WebServerHTTP(restartThread, FreshRestartEvent());
   return g_server;
 }
 

@@ -17,9 +17,9 @@ class ServerObject {
   // The server, null while there is none.
   [[nodiscard]] static WebServerHTTP* Get();
 
-  // Makes the server if there is none, and starts its restart thread. Null
-  // where memory runs out.
-  static WebServerHTTP* Create();
+  // Makes the server if there is none, and starts its restart thread with this
+  // procedure. Null where memory runs out.
+  static WebServerHTTP* Create(WebServerHTTP::ThreadProcedure restartThread);
 
   // Stops the server, ends its restart thread, and destroys it. Nothing listens
   // afterwards, nor does a restart that was under way. Does nothing while there
