@@ -7,7 +7,6 @@
 #include "base/clock.h"
 #include "base/handles.h"
 #include "base/kernel_lock.h"
-#include "log/log_storage.h"
 #include "log/time_text.h"
 
 namespace kova {
@@ -19,14 +18,6 @@ struct GatheredText {
   KernelLock lock;
   std::wstring text KOVA_GUARDED_BY(lock);
 };
-
-void MakeSureOfLogFolder() {
-  const DWORD attributes = ::GetFileAttributesW(kLogFolder);
-  if (attributes == INVALID_FILE_ATTRIBUTES ||
-      (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
-    ::CreateDirectoryW(kLogFolder, nullptr);
-  }
-}
 
 UniqueFile CreateMissingFile(const std::wstring& path) {
   return UniqueFile(
@@ -70,13 +61,15 @@ void LeaveInFile(const std::wstring& path, GatheredText& gathered,
 
 }  // namespace
 
-tk::LogSink MakeFileSink(tk::Logger* logger) {
-  const std::shared_ptr<tk::LogStorage> storage =
-      tk::LogStorage::OfThisThread();
-  if (!storage->IsLogFolderReady()) {
-    MakeSureOfLogFolder();
-    storage->SetLogFolderReady();
+void MakeSureOfLogFolder() {
+  const DWORD attributes = ::GetFileAttributesW(kLogFolder);
+  if (attributes == INVALID_FILE_ATTRIBUTES ||
+      (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
+    ::CreateDirectoryW(kLogFolder, nullptr);
   }
+}
+
+tk::LogSink MakeFileSink(tk::Logger* logger) {
   const std::wstring path =
       std::wstring(kLogFolder) + L"\\" + logger->Name() + L".txt";
   const auto gathered = std::make_shared<GatheredText>();

@@ -8,12 +8,14 @@ namespace kova {
 // One file per logger lies here, "<logger's name>.txt".
 inline constexpr wchar_t kLogFolder[] = L"C:\\Log Files";
 
-// Makes sure, once per thread, that the folder "C:\Log Files" exists. The sink
-// is on while the logger's mask has tk::kFileSinkOn. It gathers every line it
-// is given, with the local time in front, and writes what it has gathered only
-// when "C:\Log Files\<logger name>.txt" does not exist: an administrator
-// deletes the file to have a fresh one. Threads may log at once; their lines
-// are gathered whole, one after the other.
+// Makes the folder "C:\Log Files" unless it exists. A failure is ignored.
+void MakeSureOfLogFolder();
+
+// The sink is on while the logger's mask has tk::kFileSinkOn. It gathers every
+// line it is given, with the local time in front, and writes what it has
+// gathered only when "C:\Log Files\<logger name>.txt" does not exist: an
+// administrator deletes the file to have a fresh one. Threads may log at once;
+// their lines are gathered whole, one after the other.
 tk::LogSink MakeFileSink(tk::Logger* logger);
 
 }  // namespace kova

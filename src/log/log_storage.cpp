@@ -64,13 +64,47 @@ class StorageSlot {
 // slot of thread-local storage, which a host that unloads the library keeps.
 StorageSlot g_slot;
 
+// The folder is looked after once per thread.
+LogSink MakeFileSinkInFolder(Logger* logger) {
+  const Holder storage = LogStorage::OfThisThread();
+  if (!storage->IsLogFolderReady()) {
+    kova::MakeSureOfLogFolder();
+    storage->SetLogFolderReady();
+  }
+  return kova::MakeFileSink(logger);
+}
+
 }  // namespace
 
 LogStorage::LogStorage()
-    : m_sinkFactories{&kova::MakeEventLogSink, &kova::MakeFileSink,
+    : m_sinkFactories{&kova::MakeEventLogSink, &MakeFileSinkInFolder,
                       &kova::MakeDebuggerSink},
       m_formatterFactories{&kova::MakeChannelFormatter} {}
 
 std::shared_ptr<LogStorage> LogStorage::OfThisThread() { return g_slot.Get(); }
+
+void Logger::AppendFromStorage() {
+  const std::shared_ptr<LogStorage> storage = LogStorage::OfThisThread();
+  for (const LogFormatterFactory& factory : storage->FormatterFactories()) {
+    m_formatters.push_back(factory(this));
+  }
+  for (const LogSinkFactory& factory : storage->SinkFactories()) {
+    m_sinks.push_back(factory(this));
+  }
+}
+
+std::shared_ptr<Logger> CreateLogger(std::wstring name, uint32_t defaultMask) {
+  const std::shared_ptr<LogStorage> storage = LogStorage::OfThisThread();
+  std::shared_ptr<Logger>& entry = storage->LoggerNamed(name);
+  if (entry != nullptr) {
+    entry->WidenMask(defaultMask);
+    return entry;
+  }
+  const auto fresh = std::make_shared<Logger>(std::move(name), defaultMask,
+                                              std::vector<LogFormatter>(),
+                                              std::vector<LogSink>(), 0);
+  storage->LoggerNamed(fresh->Name()) = fresh;
+  return fresh;
+}
 
 }  // namespace tk

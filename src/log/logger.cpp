@@ -5,7 +5,6 @@
 #include "base/handles.h"
 #include "base/last_error_keeper.h"
 #include "log/event_source.h"
-#include "log/log_storage.h"
 #include "log/mask_key.h"
 
 namespace tk {
@@ -48,16 +47,6 @@ Logger::Logger(std::wstring name, uint32_t defaultMask,
   OpenMaskKey();
   m_mask.exchange(InitialMask());
   m_lastRefresh.exchange(::GetTickCount64());
-}
-
-void Logger::AppendFromStorage() {
-  const std::shared_ptr<LogStorage> storage = LogStorage::OfThisThread();
-  for (const LogFormatterFactory& factory : storage->FormatterFactories()) {
-    m_formatters.push_back(factory(this));
-  }
-  for (const LogSinkFactory& factory : storage->SinkFactories()) {
-    m_sinks.push_back(factory(this));
-  }
 }
 
 void Logger::OpenMaskKey() {
@@ -148,20 +137,6 @@ void Logger::PopulateEventSourceRegKeys() {
     }
     (void)PrepareEventSource(name);
   }
-}
-
-std::shared_ptr<Logger> CreateLogger(std::wstring name, uint32_t defaultMask) {
-  const std::shared_ptr<LogStorage> storage = LogStorage::OfThisThread();
-  std::shared_ptr<Logger>& entry = storage->LoggerNamed(name);
-  if (entry != nullptr) {
-    entry->WidenMask(defaultMask);
-    return entry;
-  }
-  const auto fresh = std::make_shared<Logger>(std::move(name), defaultMask,
-                                              std::vector<LogFormatter>(),
-                                              std::vector<LogSink>(), 0);
-  storage->LoggerNamed(fresh->Name()) = fresh;
-  return fresh;
 }
 
 }  // namespace tk
