@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "base/byte_buffer.h"
+#include "http/request_line.h"
 #include "text/o_string.h"
 #include "text/o_string_array.h"
-#include "http/request_line.h"
 
 // Dispatch reads the fields, whatever the verdict was. There is no incremental
 // state here, each look begins at the first byte: see RequestProgress for the

@@ -6,10 +6,10 @@
 
 #include "base/ascii.h"
 #include "base/clock.h"
-#include "text/string_codec.h"
 #include "base/windows_api.h"
 #include "http/http_date.h"
 #include "http/reason_phrases.h"
+#include "text/string_codec.h"
 
 namespace {
 

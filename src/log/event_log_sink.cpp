@@ -4,8 +4,8 @@
 #include <string_view>
 
 #include "base/handles.h"
-#include "text/text_append.h"
 #include "log/event_source.h"
+#include "text/text_append.h"
 
 namespace kova {
 namespace {

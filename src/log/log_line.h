@@ -9,10 +9,10 @@
 #include <string_view>
 
 #include "base/last_error_keeper.h"
-#include "text/text_append.h"
 #include "log/log_channel.h"
 #include "log/logger.h"
 #include "log/server_logger.h"
+#include "text/text_append.h"
 
 namespace kova {
 

@@ -398,8 +398,7 @@ TEST(LogStorageTest, IsFreedByItsUsersWhereTheThreadCannotKeepIt) {
   std::thread([] {
     const ImportPatch<decltype(FlsSetValue)> patch(nullptr, "FlsSetValue",
                                                    &FailToKeep);
-    std::shared_ptr<tk::LogStorage> storage =
-        tk::LogStorage::OfThisThread();
+    std::shared_ptr<tk::LogStorage> storage = tk::LogStorage::OfThisThread();
     ASSERT_NE(storage, nullptr);
     EXPECT_EQ(storage.use_count(), 1);
     EXPECT_NE(tk::LogStorage::OfThisThread(), storage);
@@ -450,13 +449,11 @@ BOOL WINAPI NoteClose(HANDLE handle) {
 TEST_F(LoggerTest, ItsPartsGoInTheirOrder) {
   auto logger = std::make_shared<tk::Logger>(
       m_name, 0,
-      std::vector<tk::LogFormatter>{
-          [told = TellWhenGone("formatter")](LogChannel) {
-            return std::wstring();
-          }},
-      std::vector<tk::LogSink>{[told = TellWhenGone("sink")](
-                                   tk::Logger*, LogChannel,
-                                   const std::wstring&) {}},
+      std::vector<tk::LogFormatter>{[told = TellWhenGone("formatter")](
+                                        LogChannel) { return std::wstring(); }},
+      std::vector<tk::LogSink>{
+          [told = TellWhenGone("sink")](tk::Logger*, LogChannel,
+                                        const std::wstring&) {}},
       0);
   g_name = logger->Name().data();
   g_gone.clear();

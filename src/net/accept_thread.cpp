@@ -1,9 +1,9 @@
 // The accept thread's part of WebServerBase.
 #include <string>
 
-#include "text/o_string.h"
 #include "log/log_line.h"
 #include "net/web_server_base.h"
+#include "text/o_string.h"
 
 using kova::LogLine;
 using tk::LogChannel;

@@ -1,6 +1,6 @@
 // Patched: the accept thread's calls, each failing in its turn.
-#include "test/net/listener_fixture.h"
 #include "test/net/gate.h"
+#include "test/net/listener_fixture.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 #include <cerrno>
 #include <thread>
 
-#include "test/net/listener_fixture.h"
 #include "test/net/gate.h"
+#include "test/net/listener_fixture.h"
 #include "test/support/import_patch.h"
 
 namespace {

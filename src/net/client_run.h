@@ -7,9 +7,9 @@
 
 #include "base/byte_buffer.h"
 #include "base/o_array.h"
-#include "text/o_string.h"
 #include "base/windows_api.h"
 #include "http/request_progress.h"
+#include "text/o_string.h"
 
 class WebServerBase;
 

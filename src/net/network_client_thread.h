@@ -8,8 +8,8 @@
 
 #include "base/byte_buffer.h"
 #include "base/handles.h"
-#include "text/o_string.h"
 #include "net/client_list.h"
+#include "text/o_string.h"
 
 class WebServerBase;
 

@@ -7,8 +7,8 @@
 #include <string>
 #include <tuple>
 
-#include "text/o_string.h"
 #include "test/support/import_patch.h"
+#include "text/o_string.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 // Histories of texts, chosen by the input, against a simple model of them.
 #include <gtest/gtest.h>
 
-#include "test/support/o_string_histories.h"
 #include "test/fuzz/fuzz_input.h"
+#include "test/support/o_string_histories.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Decodes escaped text and compares with the rule, written out.
-#include "text/o_string.h"
 #include "http/url_decode.h"
 #include "test/fuzz/fuzz_input.h"
+#include "text/o_string.h"
 
 namespace {
 

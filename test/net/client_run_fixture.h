@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "net/client_run.h"
-#include "test/net/scripted_socket.h"
 #include "test/net/listener_fixture.h"
+#include "test/net/scripted_socket.h"
 
 namespace kova::test {
 

@@ -9,10 +9,10 @@
 #include <vector>
 
 #include "log/log_channel.h"
+#include "net/winsock_session.h"
 #include "test/net/call_watch.h"
 #include "test/net/loopback_client.h"
 #include "test/net/test_server.h"
-#include "net/winsock_session.h"
 #include "test/support/fake_tick_count.h"
 #include "test/support/log_capture.h"
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 
 #include "base/handles.h"
-#include "crash/dump_policy.h"
 #include "crash/common_folders.h"
+#include "crash/dump_policy.h"
 
 namespace kova::ctl {
 namespace {
