@@ -78,6 +78,20 @@ template <typename Unit>
   return TrimEnd(TrimStart(text, set), set);
 }
 
+// The byte that the two characters of a "%" escape stand for: 16 times the
+// first one's value plus the second's, kept to 8 bits. A decimal digit's value
+// is its own.
+// Deliberate: any other character's is its low four bits plus 9; nothing is
+// validated, as clients and paths that escape carelessly have always been read.
+template <typename Unit>
+[[nodiscard]] constexpr char EscapedByte(Unit first, Unit second) {
+  const auto valueOf = [](Unit unit) {
+    return unit >= '0' && unit <= '9' ? static_cast<unsigned>(unit - '0')
+                                      : (static_cast<unsigned>(unit) & 15u) + 9;
+  };
+  return static_cast<char>(valueOf(first) * 16 + valueOf(second));
+}
+
 // The number a text begins with, by the rules of C's atoi: white space, one
 // sign, digits up to the first other character; 0 without digits. Where atoi
 // is undefined because the number does not fit, the nearest limit is given.

@@ -3,15 +3,9 @@
 #include <chrono>
 #include <cstdio>
 
+#include "base/calendar_names.h"
+
 namespace kova {
-
-namespace {
-
-constexpr char kDays[][4] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
-constexpr char kMonths[][4] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                               "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-
-}  // namespace
 
 OString HttpDate(std::time_t time) {
   using namespace std::chrono;
@@ -22,8 +16,8 @@ OString HttpDate(std::time_t time) {
   char text[128];
   std::snprintf(
       text, sizeof(text), "%s, %02u %s %04d %02d:%02d:%02d GMT",
-      kDays[weekday(today).c_encoding()], static_cast<unsigned>(date.day()),
-      kMonths[static_cast<unsigned>(date.month()) - 1],
+      kDayNames[weekday(today).c_encoding()], static_cast<unsigned>(date.day()),
+      kMonthNames[static_cast<unsigned>(date.month()) - 1],
       static_cast<int>(date.year()), static_cast<int>(clock.hours().count()),
       static_cast<int>(clock.minutes().count()),
       static_cast<int>(clock.seconds().count()));

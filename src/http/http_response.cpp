@@ -6,7 +6,7 @@
 
 #include "base/ascii.h"
 #include "base/clock.h"
-#include "base/windows_api.h"
+#include "base/computer_name.h"
 #include "http/http_date.h"
 #include "http/reason_phrases.h"
 #include "text/string_codec.h"
@@ -27,12 +27,6 @@ bool IsLineOf(const OString& line, const OString& name) {
     return IsLineOf(line.WideView(), name.WideView());
   }
   return IsLineOf(line.NarrowView(), name.NarrowView());
-}
-
-OString ComputerName() {
-  wchar_t name[260] = {};
-  DWORD size = 260;
-  return ::GetComputerNameW(name, &size) ? OString(name, size) : OString();
 }
 
 // Writes pieces one behind the other into a block of the size counted before.
@@ -94,7 +88,7 @@ void HTTPResponse::SetBody(const char* bytes, uint32_t lengthBytes) {
 
 void HTTPResponse::AddStandardHeaders() {
   SetHeader("Date", kova::HttpDate(kova::CurrentTimeSeconds()));
-  SetHeader("Server", ComputerName());
+  SetHeader("Server", kova::ComputerName().c_str());
   SetHeader("Accept-Ranges", "None");
   if (m_body.Size() == 0) {
     // Deliberate: the caller's own goes, too.

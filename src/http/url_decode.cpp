@@ -6,13 +6,6 @@
 
 namespace {
 
-// Deliberate: characters that are no hexadecimal digits get a value too, as
-// clients that escape carelessly have always been read.
-unsigned ValueOf(char character) {
-  const unsigned c = static_cast<unsigned char>(character);
-  return c >= '0' && c <= '9' ? c - '0' : (c & 15u) + 9;
-}
-
 // One decoded byte and how many bytes stood for it. A zero ends the text.
 struct Decoded {
   char byte;
@@ -23,9 +16,7 @@ Decoded DecodeAt(std::string_view bytes, size_t at) {
   if (bytes[at] == '+') return {' ', 1};
   if (bytes[at] != '%') return {bytes[at], 1};
   if (bytes.size() - at < 3) return {0, 1};
-  return {
-      static_cast<char>(ValueOf(bytes[at + 1]) * 16 + ValueOf(bytes[at + 2])),
-      3};
+  return {kova::EscapedByte(bytes[at + 1], bytes[at + 2]), 3};
 }
 
 // Reads the decoded text unit by unit.

@@ -3,17 +3,17 @@
 #include <cwchar>
 #include <iterator>
 
+#include "base/calendar_names.h"
 #include "base/windows_api.h"
 
 namespace kova {
 namespace {
 
 // Deliberate: English, whatever the locale of the host.
-constexpr const wchar_t* kDays[] = {L"Sun", L"Mon", L"Tue", L"Wed",
-                                    L"Thu", L"Fri", L"Sat"};
-constexpr const wchar_t* kMonths[] = {L"Jan", L"Feb", L"Mar", L"Apr",
-                                      L"May", L"Jun", L"Jul", L"Aug",
-                                      L"Sep", L"Oct", L"Nov", L"Dec"};
+template <size_t size>
+std::wstring Widened(const char (&name)[size]) {
+  return std::wstring(name, name + size - 1);
+}
 
 std::wstring Padded(int number, wchar_t padding) {
   const std::wstring digits = std::to_wstring(number);
@@ -42,10 +42,11 @@ std::wstring ZoneName(const std::tm& time) {
 }  // namespace
 
 std::wstring StandardTimeText(const std::tm& time) {
-  return std::wstring(kDays[time.tm_wday]) + L" " + kMonths[time.tm_mon] +
-         L" " + Padded(time.tm_mday, L' ') + L" " + Padded(time.tm_hour, L'0') +
-         L":" + Padded(time.tm_min, L'0') + L":" + Padded(time.tm_sec, L'0') +
-         L" " + std::to_wstring(time.tm_year + 1900);
+  return Widened(kDayNames[time.tm_wday]) + L" " +
+         Widened(kMonthNames[time.tm_mon]) + L" " + Padded(time.tm_mday, L' ') +
+         L" " + Padded(time.tm_hour, L'0') + L":" + Padded(time.tm_min, L'0') +
+         L":" + Padded(time.tm_sec, L'0') + L" " +
+         std::to_wstring(time.tm_year + 1900);
 }
 
 std::wstring LocalTimeText(int64_t seconds) {

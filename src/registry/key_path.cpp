@@ -62,12 +62,6 @@ bool StartsWithAlias(std::wstring_view path, std::wstring_view alias) {
   return EqualsNoCase(path.substr(0, alias.size()), alias);
 }
 
-unsigned DigitValue(wchar_t character) {
-  const unsigned code = static_cast<unsigned>(character);
-  const unsigned decimal = code - L'0';
-  return decimal <= 9 ? decimal : (code & 0xF) + 9;
-}
-
 void AppendCharacterOfByte(std::wstring& result, char byte) {
   wchar_t text[4] = {};
   const int count = ::MultiByteToWideChar(CP_ACP, 0, &byte, 1, text, 4);
@@ -98,9 +92,7 @@ std::wstring UnescapeName(std::wstring text) {
   result.reserve(text.size());
   for (size_t at = 0; at < text.size();) {
     if (text[at] == L'%' && text.size() - at >= 3) {
-      const unsigned code =
-          16 * DigitValue(text[at + 1]) + DigitValue(text[at + 2]);
-      AppendCharacterOfByte(result, static_cast<char>(code & 0xFF));
+      AppendCharacterOfByte(result, EscapedByte(text[at + 1], text[at + 2]));
       at += 3;
     } else {
       result += text[at++];

@@ -1,5 +1,6 @@
 #include "server/network_monitor.h"
 
+#include "base/computer_name.h"
 #include "base/module_pin.h"
 #include "crash/guard.h"
 #include "log/log_line.h"
@@ -12,15 +13,8 @@ using tk::LogChannel;
 namespace {
 
 constexpr const char* kRestartThread = "NetworkMonitor::_RestartServerThread";
-constexpr DWORD kMostNameUnits = 260;
 constexpr uint32_t kAllInterfaces = 0;
 constexpr uint32_t kLoopback = 0x7F000001;
-
-std::wstring ComputerName() {
-  wchar_t name[kMostNameUnits] = {};
-  DWORD units = kMostNameUnits;
-  return ::GetComputerNameW(name, &units) ? std::wstring(name) : std::wstring();
-}
 
 enum class Woken { kRestart, kShutdown, kErrant };
 
@@ -67,7 +61,7 @@ unsigned ServeRestarts(void* argument) {
 void NetworkMonitor::StartServer(WebServerHTTP& server) {
   NetworkMonitorState& monitor = server.Monitor();
   const ScopedLock held(monitor.restartLock);
-  monitor.computerName = ComputerName();
+  monitor.computerName = kova::ComputerName();
   kova::ServerSettings settings(monitor.computerName);
   if (!settings.IsTcpEnabled()) return;
 
