@@ -32,6 +32,7 @@ const std::vector<FailingFunction>& FailingFunctions() {
       // among them; the client of the test finds nobody then.
       {"RegCloseKey", ERROR_INVALID_HANDLE, 0, "", {}, 1},
       {"RegCreateKeyExW", ERROR_ACCESS_DENIED, 0, "", {}},
+      {"RegDeleteKeyW", ERROR_ACCESS_DENIED, 0, "", {}},
       {"RegEnumValueW", ERROR_NO_SYSTEM_RESOURCES, 0, "", {}},
       {"RegOpenKeyExW", ERROR_ACCESS_DENIED, 0, "", {}},
       {"RegQueryValueExW", ERROR_NO_SYSTEM_RESOURCES, 0, "N", {}},
@@ -51,6 +52,7 @@ const std::vector<FailingFunction>& FailingFunctions() {
        ERROR_NO_SYSTEM_RESOURCES,
        "",
        {}},
+      {"GetSystemDirectoryW", 0, ERROR_NO_SYSTEM_RESOURCES, "", {}},
       {"QueryPerformanceCounter", kFalse, ERROR_INVALID_FUNCTION, "", {}},
       {"RegisterEventSourceW", kNull, RPC_S_SERVER_UNAVAILABLE, "", {}},
       {"ReportEventW", kFalse, ERROR_LOG_FILE_FULL, "", {}},

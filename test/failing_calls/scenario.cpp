@@ -12,6 +12,9 @@ namespace {
 
 // A client that waits for something that a failed call has swallowed gives up
 // soon; one that waits while nothing has failed yet has all the time.
+constexpr wchar_t kEventSourceKey[] =
+    L"SYSTEM\\CurrentControlSet\\Services\\Eventlog\\Application\\"
+    L"DispatcherUtil";
 constexpr DWORD kSwallowedMs = 800;
 constexpr DWORD kRestartMs = 3000;
 // A restart that a failed call has prevented is given up sooner.
@@ -202,8 +205,9 @@ Outcome Scenario::Run(const FailingCall& failing) {
   m_extension.Forget();
   // A failed look-up of the mask makes the server write its default.
   SetLogMask(kEverything);
-  // The file is written only where there is none.
+  // The file is written, and an event source made, only where there is none.
   ::DeleteFileW(kLogFile);
+  ::RegDeleteKeyW(HKEY_LOCAL_MACHINE, kEventSourceKey);
   const int responses = m_extension.Record().live;
   const size_t threads = CountThreads();
   const size_t handles = CountHandles();
