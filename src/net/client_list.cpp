@@ -1,7 +1,5 @@
 #include "net/client_list.h"
 
-#include "net/network_client_thread.h"
-
 namespace kova {
 namespace {
 
@@ -20,7 +18,7 @@ void ClientList::Open() {
   m_releasing = false;
 }
 
-bool ClientList::Register(Network_ClientThread* worker) {
+bool ClientList::Register(ClientWorker* worker) {
   const ScopedLock held(m_lock);
   if (m_releasing) return false;
   const int32_t count = m_workers.Count();
@@ -30,13 +28,13 @@ bool ClientList::Register(Network_ClientThread* worker) {
   return true;
 }
 
-void ClientList::Ready(Network_ClientThread* worker) {
+void ClientList::Ready(ClientWorker* worker) {
   const ScopedLock held(m_lock);
   worker->AcceptStopSignals();
   if (m_releasing) worker->SignalStop();
 }
 
-void ClientList::Unregister(Network_ClientThread* worker) {
+void ClientList::Unregister(ClientWorker* worker) {
   const ScopedLock held(m_lock);
   const int32_t count = m_workers.Count();
   int32_t found = 0;

@@ -9,9 +9,31 @@
 #include "base/thread_annotations.h"
 #include "net/winsock_session.h"
 
-class Network_ClientThread;
-
 namespace kova {
+
+// A connection thread as the list knows it. All of this is called by the list
+// alone, under its lock.
+class ClientWorker {
+ public:
+  ClientWorker(const ClientWorker&) = delete;
+  ClientWorker& operator=(const ClientWorker&) = delete;
+
+  // The stop event exists and belongs to the list's signals from now on.
+  virtual void AcceptStopSignals() = 0;
+  // Makes the worker end soon, also where there is no stop event yet. Does not
+  // wait for it.
+  virtual void SignalStop() = 0;
+  // Kills the thread, which Windows does behind this call.
+  virtual void Kill() = 0;
+  // Waits up to `timeoutMs` for the killed thread to be gone and frees this
+  // record. Returns whether it was gone: if not, it runs no code any more but
+  // sticks in a call of the system.
+  virtual bool FreeKilled(DWORD timeoutMs) = 0;
+
+ protected:
+  ClientWorker() = default;
+  ~ClientWorker() = default;
+};
 
 // Knows every connection thread of one server. Shared by the server and by
 // each of its connection threads: a thread that is late in starting can still
@@ -43,23 +65,23 @@ class ClientList {
   // being started, so that it is not lost where the thread that starts it is
   // killed in between. The worker does not free itself before EndStart().
   // Called by the accept thread, or, once that was killed, by who killed it.
-  void BeginStart(Network_ClientThread* worker) { m_starting = worker; }
+  void BeginStart(ClientWorker* worker) { m_starting = worker; }
   void EndStart() { m_starting = nullptr; }
   // The worker being started, or null.
-  [[nodiscard]] Network_ClientThread* Starting() const { return m_starting; }
+  [[nodiscard]] ClientWorker* Starting() const { return m_starting; }
 
   // Appends the worker. False, and nothing is appended, when a release has
   // begun: the worker then ends without touching its server.
-  [[nodiscard]] bool Register(Network_ClientThread* worker);
+  [[nodiscard]] bool Register(ClientWorker* worker);
 
   // The worker's events exist: from now on a release signals its stop event.
   // Signals it at once if a release has begun since it registered.
-  void Ready(Network_ClientThread* worker);
+  void Ready(ClientWorker* worker);
 
   // Takes the first slot that holds the worker out; the following ones move
   // down by one. An absent pointer changes nothing. Afterwards no other thread
   // touches the worker.
-  void Unregister(Network_ClientThread* worker);
+  void Unregister(ClientWorker* worker);
 
   // Turns newcomers away, signals every listed worker's stop event and looks
   // every 100 ms, at most 50 times, whether all workers are gone. Those still
@@ -93,10 +115,10 @@ class ClientList {
   void TerminateAll() KOVA_REQUIRES(m_lock);
 
   OCriticalSection m_lock;
-  OPointerArray<Network_ClientThread*> m_workers KOVA_GUARDED_BY(m_lock);
+  OPointerArray<ClientWorker*> m_workers KOVA_GUARDED_BY(m_lock);
   bool m_releasing KOVA_GUARDED_BY(m_lock) = false;
   WinsockSession m_winsock;  // touched by Open() and the list's end alone
-  std::atomic<Network_ClientThread*> m_starting{nullptr};
+  std::atomic<ClientWorker*> m_starting{nullptr};
   std::atomic<int> m_alive{0};
 };
 

@@ -10,14 +10,15 @@
 namespace {
 
 using kova::ClientList;
+using kova::ClientWorker;
 using kova::test::Call;
 using kova::test::CallWatch;
 
 class ClientListTest : public testing::Test {
  protected:
   // Workers that the list only compares.
-  static Network_ClientThread* Worker(uintptr_t number) {
-    return reinterpret_cast<Network_ClientThread*>(number * 16);
+  static ClientWorker* Worker(uintptr_t number) {
+    return reinterpret_cast<ClientWorker*>(number * 16);
   }
 
   const std::shared_ptr<ClientList> m_list = std::make_shared<ClientList>();

@@ -5,7 +5,6 @@
 
 #include "log/log_line.h"
 #include "net/send_loop.h"
-#include "net/web_server_base.h"
 
 namespace kova {
 namespace {
@@ -20,10 +19,10 @@ auto HexOf(int value) { return Hex(static_cast<uint32_t>(value)); }
 
 }  // namespace
 
-ClientRun::ClientRun(WebServerBase& server, SOCKET socket, WSAEVENT readEvent,
+ClientRun::ClientRun(ConnectionHost& host, SOCKET socket, WSAEVENT readEvent,
                      WSAEVENT stopEvent, const std::atomic<bool>& stopping,
                      const OString& clientAddress, RequestHandler handler)
-    : m_server(server),
+    : m_host(host),
       m_socket(socket),
       m_readEvent(readEvent),
       m_stopEvent(stopEvent),
@@ -45,7 +44,7 @@ unsigned ClientRun::Run() {
 
 ClientRun::Next ClientRun::WaitForEvents(long& events) {
   const WSAEVENT handles[] = {m_readEvent, m_stopEvent};
-  const uint32_t timeoutMs = m_server.ClientTimeoutMs();
+  const uint32_t timeoutMs = m_host.ClientTimeoutMs();
   const DWORD woken = ::WSAWaitForMultipleEvents(
       2, handles, FALSE, timeoutMs == 0 ? WSA_INFINITE : timeoutMs, FALSE);
   if (woken == WSA_WAIT_FAILED) return Next::kEndWith0;
@@ -90,9 +89,9 @@ ClientRun::Next ClientRun::OnReadable() {
         << L"WSARecv(...) failure. WSAGetLastError:" << error;
     return Next::kGoOn;
   }
-  m_server.AddReceived(received);
+  m_host.OnReceived(received);
   if (!Append(received)) return Next::kEndWith0;
-  if (!m_server.IsRequestComplete(m_request, m_progress)) {
+  if (!m_host.IsRequestComplete(m_request, m_progress)) {
     LogLine(LogChannel::DetailInfoE, kMethod)
         << L"HTTPRequest::IsComplete returned false, looping";
     return Next::kWait;
@@ -173,8 +172,7 @@ ClientRun::Next ClientRun::OnWritable() {
 }
 
 ClientRun::Next ClientRun::FinishResponse() {
-  m_server.AddSent(m_sent);
-  m_server.OnResponseSent(m_sent);
+  m_host.OnResponseSent(m_sent);
   if (m_keepOpen == 0) return Next::kEndWith1;
   m_request.SetSize(0);
   m_progress.Reset();

@@ -11,8 +11,6 @@
 #include "http/request_progress.h"
 #include "text/o_string.h"
 
-class WebServerBase;
-
 namespace kova {
 
 // Answers one complete request: see Network_ClientThread::ParseRequest. Zero
@@ -20,6 +18,29 @@ namespace kova {
 using RequestHandler = int32_t (*)(const char* request, uint32_t lengthBytes,
                                    ByteBuffer& response, uint32_t* keepOpen,
                                    const OString& clientAddress);
+
+// What a connection asks and tells the server that it belongs to; called on the
+// connection's thread, by all connections at once.
+class ConnectionHost {
+ public:
+  ConnectionHost(const ConnectionHost&) = delete;
+  ConnectionHost& operator=(const ConnectionHost&) = delete;
+
+  // How long the connection may be silent; 0: without limit.
+  [[nodiscard]] virtual uint32_t ClientTimeoutMs() const = 0;
+  // So many bytes were received.
+  virtual void OnReceived(uint32_t byteCount) = 0;
+  // Whether the bytes received so far hold a whole request. `progress` is the
+  // connection's, reset whenever `received` begins anew.
+  virtual bool IsRequestComplete(const OTypedArray<char>& received,
+                                 RequestProgress& progress) = 0;
+  // A response of `byteCount` bytes was sent whole.
+  virtual void OnResponseSent(uint32_t byteCount) = 0;
+
+ protected:
+  ConnectionHost() = default;
+  ~ConnectionHost() = default;
+};
 
 // The working state of one connection from its first event to its end. Waits
 // for socket events, gathers request bytes, has each complete request answered
@@ -31,7 +52,7 @@ class ClientRun {
   // Setting `stopping` and then `stopEvent` ends the run: the event ends a
   // wait, the flag a run that finds its read event set at every wait. All
   // references outlive the run.
-  ClientRun(WebServerBase& server, SOCKET socket, WSAEVENT readEvent,
+  ClientRun(ConnectionHost& host, SOCKET socket, WSAEVENT readEvent,
             WSAEVENT stopEvent, const std::atomic<bool>& stopping,
             const OString& clientAddress, RequestHandler handler);
 
@@ -62,7 +83,7 @@ class ClientRun {
   void LogSendResult(const wchar_t* phase, int result, uint32_t requested,
                      uint32_t sent, int error) const;
 
-  WebServerBase& m_server;
+  ConnectionHost& m_host;
   const SOCKET m_socket;
   const WSAEVENT m_readEvent;
   const WSAEVENT m_stopEvent;

@@ -71,7 +71,7 @@ class BigResponse : public LoggingTest,
                                FD_READ | FD_WRITE | FD_CLOSE),
               0);
     m_thread.emplace([this] {
-      ClientRun run(m_server, m_served.Get(), m_readEvent.Get(),
+      ClientRun run(m_server.Host(), m_served.Get(), m_readEvent.Get(),
                     m_stopEvent.Get(), m_stopping, m_address, &Answer);
       m_result = run.Run();
     });

@@ -255,7 +255,7 @@ TEST_F(ClientRunSendTest, DecidesTheSameWithAndWithoutLogging) {
   m_socket.Wake(FD_READ);
   m_socket.Arrive("x.");
   m_socket.Wake(FD_WRITE);
-  kova::ClientRun run(m_server, kSocket, nullptr, nullptr, m_stopping,
+  kova::ClientRun run(m_server.Host(), kSocket, nullptr, nullptr, m_stopping,
                       m_address, Handler());
   EXPECT_EQ(run.Run(), 1u);
   EXPECT_EQ(m_socket.Sent(), "answer");

@@ -230,8 +230,8 @@ TEST_F(ClientRunTest, LooksForTheEndOfEachRequestOfAConnectionAnew) {
     m_socket.Arrive(request.substr(6));
   }
   HttpTestServer server;
-  kova::ClientRun run(server, kSocket, nullptr, nullptr, m_stopping, m_address,
-                      Handler());
+  kova::ClientRun run(server.Host(), kSocket, nullptr, nullptr, m_stopping,
+                      m_address, Handler());
   EXPECT_EQ(run.Run(), 1u);
   EXPECT_THAT(m_requests, ElementsAre(longer, shorter));
 }

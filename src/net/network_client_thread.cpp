@@ -4,21 +4,20 @@
 #include "crash/guard.h"
 #include "dispatch/request_dispatch.h"
 #include "net/client_run.h"
-#include "net/web_server_base.h"
 
 Network_ClientThread::Network_ClientThread(
-    WebServerBase& server, std::shared_ptr<kova::ClientList> clients,
+    kova::ConnectionHost& host, std::shared_ptr<kova::ClientList> clients,
     const std::string& address)
     : m_alive(std::move(clients)),
-      m_server(server),
+      m_host(host),
       m_clientAddress(address.c_str()) {}
 
-void Network_ClientThread::Start(WebServerBase& server,
+void Network_ClientThread::Start(kova::ConnectionHost& host,
                                  std::shared_ptr<kova::ClientList> clients,
                                  kova::UniqueSocket& socket,
                                  const std::string& address) {
   auto* const record =
-      new Network_ClientThread(server, std::move(clients), address);
+      new Network_ClientThread(host, std::move(clients), address);
   kova::ClientList& list = record->m_alive.List();
   list.BeginStart(record);
   record->m_socket = std::move(socket);
@@ -44,7 +43,8 @@ bool Network_ClientThread::StartThread() {
 }
 
 void Network_ClientThread::FinishStart(kova::ClientList& clients) {
-  Network_ClientThread* const record = clients.Starting();
+  // What is started is always a record of this class.
+  auto* const record = static_cast<Network_ClientThread*>(clients.Starting());
   if (record == nullptr) return;
   const bool hasThread = record->m_thread.IsValid();
   // Harmless where the thread runs already.
@@ -93,7 +93,7 @@ bool Network_ClientThread::Prepare() {
 }
 
 unsigned Network_ClientThread::Run() {
-  kova::ClientRun run(m_server, m_socket.Get(), m_readEvent.Get(),
+  kova::ClientRun run(m_host, m_socket.Get(), m_readEvent.Get(),
                       m_stopEvent.Get(), m_stopping, m_clientAddress,
                       &Network_ClientThread::ParseRequest);
   return run.Run();

@@ -11,12 +11,14 @@
 #include "net/client_list.h"
 #include "text/o_string.h"
 
-class WebServerBase;
+namespace kova {
+class ConnectionHost;
+}
 
 // Serves one connection on a thread of its own. The record frees itself, in
 // three places only: at the end of its own thread, in FreeKilled() for a thread
 // that did not end in its grace time, and where a thread never came to be.
-class Network_ClientThread {
+class Network_ClientThread final : private kova::ClientWorker {
  public:
   Network_ClientThread(const Network_ClientThread&) = delete;
   Network_ClientThread& operator=(const Network_ClientThread&) = delete;
@@ -24,8 +26,8 @@ class Network_ClientThread {
   // Starts the thread that serves `socket`, which the new record takes over.
   // `address` is the peer's address as text. A thread that cannot be started
   // costs only this connection: its socket is closed, nothing is reported.
-  // `server` must stay alive until `clients` has been released.
-  static void Start(WebServerBase& server,
+  // `host` must stay alive until `clients` has been released.
+  static void Start(kova::ConnectionHost& host,
                     std::shared_ptr<kova::ClientList> clients,
                     kova::UniqueSocket& socket, const std::string& address);
 
@@ -42,24 +44,16 @@ class Network_ClientThread {
                               kova::ByteBuffer& response, uint32_t* keepOpen,
                               const OString& clientAddress);
 
-  // The following are called by the client list alone, under its lock.
-
-  // The stop event exists and belongs to the list's signals from now on.
-  void AcceptStopSignals() { m_acceptsStopSignals = true; }
-  // Makes Run() return soon, also where there is no stop event yet.
-  void SignalStop();
-  // Kills the thread, which Windows does behind this call.
-  void Kill();
-  // Waits up to `timeoutMs` for the killed thread to be gone and frees this
-  // record. Returns whether it was gone: if not, it runs no code any more but
-  // sticks in a call of the system.
-  bool FreeKilled(DWORD timeoutMs);
-
  private:
-  Network_ClientThread(WebServerBase& server,
+  Network_ClientThread(kova::ConnectionHost& host,
                        std::shared_ptr<kova::ClientList> clients,
                        const std::string& address);
   ~Network_ClientThread() = default;
+
+  void AcceptStopSignals() override { m_acceptsStopSignals = true; }
+  void SignalStop() override;
+  void Kill() override;
+  bool FreeKilled(DWORD timeoutMs) override;
 
   static unsigned __stdcall _ClientThread(void* record);
   static unsigned ServeRecord(void* record);
@@ -76,7 +70,7 @@ class Network_ClientThread {
   std::atomic<bool> m_stopping{false};
 
   kova::UniqueKernelHandle m_thread;
-  WebServerBase& m_server;
+  kova::ConnectionHost& m_host;
   kova::UniqueSocket m_socket;
   const OString m_clientAddress;
   kova::UniqueWsaEvent m_readEvent;

@@ -147,8 +147,26 @@ int WebServerBase::AddClient(kova::UniqueSocket& socket,
                              const std::string& address, uint32_t port) {
   OnClientConnected(address, port);
   m_addresses.Add(address);
-  Network_ClientThread::Start(*this, m_clients, socket, address);
+  Network_ClientThread::Start(m_host, m_clients, socket, address);
   return 1;
+}
+
+uint32_t WebServerBase::ServerHost::ClientTimeoutMs() const {
+  return m_server.ClientTimeoutMs();
+}
+
+void WebServerBase::ServerHost::OnReceived(uint32_t byteCount) {
+  m_server.m_kilobytesReceived += byteCount / 1024.0;
+}
+
+bool WebServerBase::ServerHost::IsRequestComplete(
+    const OTypedArray<char>& received, kova::RequestProgress& progress) {
+  return m_server.IsRequestComplete(received, progress);
+}
+
+void WebServerBase::ServerHost::OnResponseSent(uint32_t byteCount) {
+  m_server.m_kilobytesSent += byteCount / 1024.0;
+  m_server.OnResponseSent(byteCount);
 }
 
 unsigned __stdcall WebServerBase::_AcceptThread(void* server) {

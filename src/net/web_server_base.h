@@ -12,13 +12,8 @@
 #include "base/thread_annotations.h"
 #include "net/address_list.h"
 #include "net/client_list.h"
+#include "net/client_run.h"
 #include "net/winsock_session.h"
-
-class Network_ClientThread;
-
-namespace kova {
-class RequestProgress;
-}
 
 // Listens on one IPv4 TCP port and serves every connection on a thread of its
 // own. May be run and stopped any number of times. Run() and Stop() may be
@@ -68,10 +63,10 @@ class WebServerBase {
                 uint32_t port);
 
   // See kova::ClientList.
-  [[nodiscard]] bool RegisterClient(Network_ClientThread* worker) {
+  [[nodiscard]] bool RegisterClient(kova::ClientWorker* worker) {
     return m_clients->Register(worker);
   }
-  void UnregisterClient(Network_ClientThread* worker) {
+  void UnregisterClient(kova::ClientWorker* worker) {
     m_clients->Unregister(worker);
   }
   void ReleaseClients() { m_clients->Release(); }
@@ -85,8 +80,9 @@ class WebServerBase {
   // without a lock by all connections.
   [[nodiscard]] double KilobytesReceived() const { return m_kilobytesReceived; }
   [[nodiscard]] double KilobytesSent() const { return m_kilobytesSent; }
-  void AddReceived(uint32_t bytes) { m_kilobytesReceived += bytes / 1024.0; }
-  void AddSent(uint32_t bytes) { m_kilobytesSent += bytes / 1024.0; }
+
+  // This server as its connections see it; lives as long as this object.
+  [[nodiscard]] kova::ConnectionHost& Host() { return m_host; }
 
   // Every address that has connected, in order of first arrival. Belongs to
   // the accept thread while the server runs.
@@ -96,6 +92,22 @@ class WebServerBase {
   [[nodiscard]] int32_t ClientCount() { return m_clients->Count(); }
 
  private:
+  // A member, not a base, whose virtual functions would come before the
+  // server's own.
+  class ServerHost final : public kova::ConnectionHost {
+   public:
+    explicit ServerHost(WebServerBase& server) : m_server(server) {}
+
+    [[nodiscard]] uint32_t ClientTimeoutMs() const override;
+    void OnReceived(uint32_t byteCount) override;
+    bool IsRequestComplete(const OTypedArray<char>& received,
+                           kova::RequestProgress& progress) override;
+    void OnResponseSent(uint32_t byteCount) override;
+
+   private:
+    WebServerBase& m_server;
+  };
+
   static unsigned __stdcall _AcceptThread(void* server);
   static unsigned GuardedAcceptThread(void* server);
 
@@ -148,4 +160,5 @@ class WebServerBase {
 
   kova::AddressList m_addresses;  // touched by the accept thread alone
   const std::shared_ptr<kova::ClientList> m_clients;
+  ServerHost m_host{*this};
 };

@@ -26,8 +26,8 @@ class ClientRunTest : public LoggingTest {
   // must be there.
   unsigned Run() {
     ::WSASetLastError(0);
-    ClientRun run(m_server, kSocket, nullptr, nullptr, m_stopping, m_address,
-                  &Handle);
+    ClientRun run(m_server.Host(), kSocket, nullptr, nullptr, m_stopping,
+                  m_address, &Handle);
     const unsigned result = run.Run();
     m_lines = m_log.Take();
     if (m_lines.empty() ||
