@@ -54,8 +54,9 @@ TEST(HTTPRequestMemoryTest, IsNotTakenForFieldsThatNobodyAsksFor) {
   for (const std::string& type :
        {std::string("text/plain"),
         std::string("application/x-www-form-urlencoded")}) {
-    const std::string whole =
-        kHead + "Content-Type: " + type + "\r\n\r\n" + std::string(9999, '=');
+    std::string whole = kHead;
+    whole.append("Content-Type: ").append(type).append("\r\n\r\n");
+    whole.append(9999, '=');
     const Cost cost = CostOf([&] {
       HTTPRequest request;
       EXPECT_TRUE(request.ParseInPlace(whole.data(), SizeOf(whole), true));
