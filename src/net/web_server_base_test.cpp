@@ -6,6 +6,7 @@
 #include "test/net/gate.h"
 #include "test/net/listener_fixture.h"
 #include "test/support/import_patch.h"
+#include "test/support/virtual_slot.h"
 
 namespace {
 
@@ -54,6 +55,13 @@ class OccupiedPort {
   UniqueSocket m_socket;
   uint16_t m_port = 0;
 };
+
+TEST_F(WebServerBaseTest, HasItsDestructorThenWhatItAsksOfAServerInThisOrder) {
+  constexpr size_t kNext = kova::test::kDestructorSlots;
+  EXPECT_EQ(kova::test::SlotOf(&WebServerBase::OnClientConnected), kNext);
+  EXPECT_EQ(kova::test::SlotOf(&WebServerBase::OnResponseSent), kNext + 1);
+  EXPECT_EQ(kova::test::SlotOf(&WebServerBase::IsRequestComplete), kNext + 2);
+}
 
 TEST_F(WebServerBaseTest, StartsStopped) {
   EXPECT_FALSE(m_server->IsRunning());
