@@ -108,7 +108,7 @@ TEST_F(ReleaseClientsTest, AConnectionThatIgnoresItsStopEventIsKilled) {
 TEST_F(ReleaseClientsTest, KilledConnectionsShareTheTimeToBeGone) {
   const auto first = ConnectHeldInItsLoop();
   const LoopbackClient second(m_watch.Port());
-  while (m_watch.Calls(Call::kWait) < 4) std::this_thread::yield();
+  while (m_server->ClientCount() < 2) std::this_thread::yield();
   NeverOpenGate();
   m_watch.Fail(Call::kAwaitEnd, 0, 1);  // the wait for the first one
   EXPECT_EQ(m_server->Stop(), 1);
@@ -118,7 +118,7 @@ TEST_F(ReleaseClientsTest, KilledConnectionsShareTheTimeToBeGone) {
 }
 
 // A connection whose peer never stops sending.
-TEST_F(ReleaseClientsTest, AConnectionThatIsFloodedEndsAtTheNextLook) {
+TEST_F(ReleaseClientsTest, AConnectionThatIsFloodedEndsByItself) {
   EXPECT_EQ(Run(), 1);
   const LoopbackClient client(m_watch.Port());
   std::atomic<bool> done{false};
@@ -129,7 +129,6 @@ TEST_F(ReleaseClientsTest, AConnectionThatIsFloodedEndsAtTheNextLook) {
   EXPECT_EQ(m_server->Stop(), 1);
   done = true;
   flood.join();
-  EXPECT_LE(m_watch.Calls(Call::kLookAgain), 1);
   EXPECT_THAT(m_watch.Terminations(), IsEmpty());
 }
 
