@@ -102,6 +102,8 @@ TEST_F(LifecycleTest, AStartAfterAStopBuildsAFreshServer) {
   EXPECT_NE(ServerObject::Get()->Monitor().restartThreadId, first);
 }
 
+const auto g_realSetEvent = &::SetEvent;
+
 // The order is part of the contract: a restart that begins now must not listen.
 std::atomic<int> g_runningWhenSet;
 BOOL WINAPI NoteRunning(HANDLE event) {
@@ -109,10 +111,7 @@ BOOL WINAPI NoteRunning(HANDLE event) {
   if (server != nullptr && event == server->Monitor().shutdownEvent.Get()) {
     g_runningWhenSet = server->IsRunning() ? 1 : 0;
   }
-  using Set = BOOL(WINAPI*)(HANDLE);
-  static const auto real = reinterpret_cast<Set>(reinterpret_cast<void*>(
-      ::GetProcAddress(::GetModuleHandleW(L"kernel32.dll"), "SetEvent")));
-  return real(event);
+  return g_realSetEvent(event);
 }
 
 TEST_F(LifecycleTest, StopsTheListenerBeforeItEndsTheRestartThread) {

@@ -34,16 +34,15 @@ std::atomic<int> g_binds;
 std::atomic<uint16_t> g_port;
 std::atomic<uint32_t> g_address;
 
+const auto g_realBind = &::bind;
+
 int WSAAPI BindToAnyPort(SOCKET socket, const sockaddr* address, int size) {
   sockaddr_in copy = *reinterpret_cast<const sockaddr_in*>(address);
   g_port = ::ntohs(copy.sin_port);
   g_address = ::ntohl(copy.sin_addr.s_addr);
   ++g_binds;
   copy.sin_port = 0;
-  using Bind = int(WSAAPI*)(SOCKET, const sockaddr*, int);
-  static const auto real = reinterpret_cast<Bind>(reinterpret_cast<void*>(
-      ::GetProcAddress(::GetModuleHandleW(L"ws2_32.dll"), "bind")));
-  return real(socket, reinterpret_cast<sockaddr*>(&copy), size);
+  return g_realBind(socket, reinterpret_cast<sockaddr*>(&copy), size);
 }
 
 int WSAAPI RefuseToBind(SOCKET, const sockaddr*, int) {
@@ -302,6 +301,10 @@ TEST_F(NetworkMonitorTest, EndsTheRestartThreadWith0) {
   EXPECT_EQ(exitCode, 0u);
 }
 
+// Taken before it is replaced, not at the first call: the compiler's library
+// guards such a first time with a wait that goes through the same import.
+const auto g_realWait = &::WaitForMultipleObjects;
+
 // Fails the first two waits of the restart thread.
 std::atomic<int> g_failingWaits;
 DWORD WINAPI FailSomeWaits(DWORD count, const HANDLE* handles, BOOL all,
@@ -310,11 +313,7 @@ DWORD WINAPI FailSomeWaits(DWORD count, const HANDLE* handles, BOOL all,
     --g_failingWaits;
     return WAIT_FAILED;
   }
-  using Wait = DWORD(WINAPI*)(DWORD, const HANDLE*, BOOL, DWORD);
-  static const auto real =
-      reinterpret_cast<Wait>(reinterpret_cast<void*>(::GetProcAddress(
-          ::GetModuleHandleW(L"kernel32.dll"), "WaitForMultipleObjects")));
-  return real(count, handles, all, timeoutMs);
+  return g_realWait(count, handles, all, timeoutMs);
 }
 
 TEST_F(NetworkMonitorTest, GoesOnAfterAFailedWait) {
