@@ -109,8 +109,8 @@ std::string FindingLines(const ReportedFinding& found) {
   const bool fault = kind.severity == Severity::kFault;
   std::string lines = Wrapped(fault ? "FAULT    " : "WARNING  ",
                               std::string(kind.title) + " [" + kind.code + "]");
-  if (found.finding.entry != Entry::kNone) {
-    lines += Wrapped("  where  ", EntryName(found.finding.entry));
+  if (found.finding.callee != Callee::kNone) {
+    lines += Wrapped("  where  ", CalleeName(found.finding.callee));
   }
   if (!found.finding.detail.empty()) {
     lines += Wrapped("  seen   ", found.finding.detail);
@@ -150,13 +150,13 @@ nlohmann::ordered_json FindingJson(const ReportedFinding& found) {
   const FlawKind& kind = KindOf(found.finding.flaw);
   nlohmann::ordered_json steps = nlohmann::ordered_json::array();
   for (const size_t step : found.steps) steps.push_back(kSteps[step].name);
-  const bool hasEntry = found.finding.entry != Entry::kNone;
+  const bool hasCallee = found.finding.callee != Callee::kNone;
   return {{"code", kind.code},
           {"severity", kind.severity == Severity::kFault ? "fault" : "warning"},
           {"title", kind.title},
-          {"entry", hasEntry
-                        ? nlohmann::ordered_json(EntryName(found.finding.entry))
-                        : nlohmann::ordered_json()},
+          {"entry",
+           hasCallee ? nlohmann::ordered_json(CalleeName(found.finding.callee))
+                     : nlohmann::ordered_json()},
           {"detail", found.finding.detail},
           {"steps", steps},
           {"client", kind.client},

@@ -21,7 +21,7 @@ struct StepResult {
   uint64_t requests = 0;
 };
 
-// One flaw of one entry, with the steps that showed it.
+// One flaw of one function, with the steps that showed it.
 struct ReportedFinding {
   Finding finding;
   std::vector<size_t> steps;

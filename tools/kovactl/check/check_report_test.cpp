@@ -30,7 +30,7 @@ CheckReport WithEveryFlaw() {
   CheckReport report = Sound();
   for (int flaw = 0; flaw <= static_cast<int>(Flaw::kEndedProcess); ++flaw) {
     report.findings.push_back(
-        {{static_cast<Flaw>(flaw), Entry::kVersions,
+        {{static_cast<Flaw>(flaw), Callee::kVersions,
           std::string(30, 'a') + " " + std::string(40, 'b') + " c d e f g h i"},
          {5, 6, 7, 8, 9}});
   }
@@ -60,9 +60,9 @@ TEST(CheckReportTest, FitsEightyColumnsWithoutTrailingBlanks) {
 
 TEST(CheckReportTest, ShowsFaultsBeforeWarnings) {
   CheckReport report = Sound();
-  report.findings.push_back({{Flaw::kFileName, Entry::kNone, "it is x"}, {0}});
+  report.findings.push_back({{Flaw::kFileName, Callee::kNone, "it is x"}, {0}});
   report.findings.push_back(
-      {{Flaw::kZeroLength, Entry::kLength, ""}, {5, 6, 7, 8}});
+      {{Flaw::kZeroLength, Callee::kLength, ""}, {5, 6, 7, 8}});
   const std::wstring text = ReportText(report);
   EXPECT_LT(text.find(L"FAULT    The response's length is 0 [zero-length]"),
             text.find(L"WARNING  The file has another name [file-name]"));
@@ -74,7 +74,7 @@ TEST(CheckReportTest, ShowsFaultsBeforeWarnings) {
 
 TEST(CheckReportTest, PointsToSharedStateAndCountsRestarts) {
   CheckReport report = Sound();
-  report.findings.push_back({{Flaw::kCrash, Entry::kCopy, ""}, {18}});
+  report.findings.push_back({{Flaw::kCrash, Callee::kCopy, ""}, {18}});
   report.restartCalls = 3;
   const std::wstring text = ReportText(report);
   EXPECT_THAT(text, HasSubstr(L"Not seen while requests came one at a time"));
@@ -94,7 +94,7 @@ TEST(CheckReportTest, LeavesUntriedStepsOut) {
 TEST(CheckReportTest, TamesForeignText) {
   CheckReport report = Sound();
   report.findings.push_back(
-      {{Flaw::kFileName, Entry::kNone, "it is \x1b[2J\xC2\x9B"}, {0}});
+      {{Flaw::kFileName, Callee::kNone, "it is \x1b[2J\xC2\x9B"}, {0}});
   const std::wstring text = ReportText(report);
   EXPECT_EQ(text.find(L'\x1b'), std::wstring::npos);
   EXPECT_THAT(text, HasSubstr(L"it is \xFFFD[2J\xFFFD"));
@@ -102,7 +102,8 @@ TEST(CheckReportTest, TamesForeignText) {
 
 TEST(CheckReportTest, IsJsonForPrograms) {
   CheckReport report = Sound();
-  report.findings.push_back({{Flaw::kZeroLength, Entry::kLength, "d"}, {5, 6}});
+  report.findings.push_back(
+      {{Flaw::kZeroLength, Callee::kLength, "d"}, {5, 6}});
   report.privateBytesGrowth = 4096;
   const nlohmann::ordered_json json = ReportJson(report);
   EXPECT_EQ(json["verdict"], "faults");

@@ -67,17 +67,17 @@ bool IsThrown(uint32_t code) {
 Finding DeathFinding(const WorkerEnd& end, uint32_t timeoutSeconds) {
   using Kind = WorkerEnd::Kind;
   if (end.kind == Kind::kHung) {
-    return {Flaw::kHang, end.entry,
+    return {Flaw::kHang, end.callee,
             "after " + std::to_string(timeoutSeconds) + " s"};
   }
   if (end.kind == Kind::kEndedItself) {
-    return {Flaw::kEndedProcess, end.entry,
+    return {Flaw::kEndedProcess, end.callee,
             "exit code " + std::to_string(end.code)};
   }
   if (IsThrown(end.crash.code)) {
-    return {Flaw::kException, end.entry, "thrown as " + Hex(end.crash.code)};
+    return {Flaw::kException, end.callee, "thrown as " + Hex(end.crash.code)};
   }
-  return {Flaw::kCrash, end.entry, DescribeCrash(end.crash)};
+  return {Flaw::kCrash, end.callee, DescribeCrash(end.crash)};
 }
 
 Failure CannotLoad(const CheckOptions& options, DWORD error) {
@@ -132,7 +132,7 @@ class Gatherer {
     const std::wstring& path = m_options.library;
     const std::wstring name = path.substr(path.find_last_of(L'\\') + 1);
     if (::lstrcmpiW(name.c_str(), KOVA_EXTENSION_FILE_NAME) != 0) {
-      AddFinding({Flaw::kFileName, Entry::kNone, "it is " + ToUtf8(name)});
+      AddFinding({Flaw::kFileName, Callee::kNone, "it is " + ToUtf8(name)});
     }
   }
 
@@ -140,7 +140,7 @@ class Gatherer {
   // ended the step that made the later ones senseless.
   void Finish() {
     if (m_isOpen && m_step != kEndStep && !m_report.failure) {
-      AddFinding({Flaw::kEndedProcess, Entry::kOwnThread, "exit code 0"});
+      AddFinding({Flaw::kEndedProcess, Callee::kOwnThread, "exit code 0"});
     }
     if (m_isOpen) Settle("");
   }
@@ -181,7 +181,7 @@ class Gatherer {
   void TakeFinding(const Json& message) {
     const auto flaw = FlawWithCode(message["finding"].get<std::string>());
     if (!flaw) return;
-    AddFinding({*flaw, static_cast<Entry>(message["entry"].get<uint32_t>()),
+    AddFinding({*flaw, static_cast<Callee>(message["entry"].get<uint32_t>()),
                 message["detail"]});
   }
 
@@ -189,7 +189,7 @@ class Gatherer {
     auto known = std::ranges::find_if(
         m_report.findings, [&](const ReportedFinding& other) {
           return other.finding.flaw == finding.flaw &&
-                 other.finding.entry == finding.entry;
+                 other.finding.callee == finding.callee;
         });
     if (known == m_report.findings.end()) {
       known = m_report.findings.insert(known, {finding, {}});

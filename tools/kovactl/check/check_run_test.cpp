@@ -25,7 +25,7 @@ using ::testing::IsEmpty;
 struct Row {
   const wchar_t* fault;  // for KOVA_FAULT
   const char* code;
-  Entry entry = Entry::kNone;
+  Callee callee = Callee::kNone;
   const char* detail = "";
   Severity severity = Severity::kFault;
   const wchar_t* folder = L"";
@@ -61,7 +61,7 @@ void ExpectFound(const Row& row) {
   const Finding& found = report.findings.front().finding;
   EXPECT_STREQ(KindOf(found.flaw).code, row.code);
   EXPECT_EQ(KindOf(found.flaw).severity, row.severity);
-  EXPECT_EQ(found.entry, row.entry) << EntryName(found.entry);
+  EXPECT_EQ(found.callee, row.callee) << CalleeName(found.callee);
   EXPECT_THAT(found.detail, HasSubstr(row.detail));
   EXPECT_FALSE(report.findings.front().steps.empty());
 }
@@ -76,17 +76,17 @@ constexpr Severity kFault = Severity::kFault;
 
 TEST(CheckRunTest, MissesEachExport) {
   const Row kRows[] = {
-      {L"", "missing-export", Entry::kVersions, "unloads the library", kFault,
+      {L"", "missing-export", Callee::kVersions, "unloads the library", kFault,
        L"\\no-GetInterfaceVersionsSupported"},
-      {L"", "missing-optional-export", Entry::kSetRestart, "", kWarning,
+      {L"", "missing-optional-export", Callee::kSetRestart, "", kWarning,
        L"\\no-SetKOVAServerRestartRoutine"},
-      {L"", "missing-optional-export", Entry::kInitialize, "", kWarning,
+      {L"", "missing-optional-export", Callee::kInitialize, "", kWarning,
        L"\\no-WebServerInitialize"},
-      {L"", "missing-export", Entry::kHandle, "every client gets 400", kFault,
+      {L"", "missing-export", Callee::kHandle, "every client gets 400", kFault,
        L"\\no-HandleServerRequest"},
-      {L"", "missing-export", Entry::kLength, "every client gets 400", kFault,
+      {L"", "missing-export", Callee::kLength, "every client gets 400", kFault,
        L"\\no-GetResponseLength"},
-      {L"", "missing-export", Entry::kCopy, "every client gets 400", kFault,
+      {L"", "missing-export", Callee::kCopy, "every client gets 400", kFault,
        L"\\no-GetResponse"},
   };
   ExpectAllFound(kRows);
@@ -94,23 +94,23 @@ TEST(CheckRunTest, MissesEachExport) {
 
 // Nothing is given back, which shows in the memory, too.
 TEST(CheckRunTest, MissesTheReleaseAndItsEffect) {
-  const CheckReport report =
-      CheckFaulty({L"", "", Entry::kNone, "", kFault, L"\\no-ReleaseResponse"});
+  const CheckReport report = CheckFaulty(
+      {L"", "", Callee::kNone, "", kFault, L"\\no-ReleaseResponse"});
   ASSERT_EQ(report.findings.size(), 2u);
   EXPECT_EQ(report.findings[0].finding.flaw, Flaw::kMissingExport);
-  EXPECT_EQ(report.findings[0].finding.entry, Entry::kRelease);
+  EXPECT_EQ(report.findings[0].finding.callee, Callee::kRelease);
   EXPECT_EQ(report.findings[1].finding.flaw, Flaw::kMemoryGrowth);
 }
 
 TEST(CheckRunTest, FindsFaultsWhileLoading) {
   const Row kRows[] = {
-      {L"no-version", "no-version-1", Entry::kVersions,
+      {L"no-version", "no-version-1", Callee::kVersions,
        "offered: 2 0 0 0 0 0 0 0 0 0"},
-      {L"unwritten-versions", "no-version-1", Entry::kVersions,
+      {L"unwritten-versions", "no-version-1", Callee::kVersions,
        "offered: 0 0 0 0 0 0 0 0 0 0"},
-      {L"many-versions", "versions-overrun", Entry::kVersions, "10 entries"},
-      {L"null-context", "null-context", Entry::kInitialize},
-      {L"slow-initialize", "slow-initialize", Entry::kInitialize, " ms",
+      {L"many-versions", "versions-overrun", Callee::kVersions, "10 entries"},
+      {L"null-context", "null-context", Callee::kInitialize},
+      {L"slow-initialize", "slow-initialize", Callee::kInitialize, " ms",
        kWarning},
   };
   ExpectAllFound(kRows);
@@ -118,25 +118,25 @@ TEST(CheckRunTest, FindsFaultsWhileLoading) {
 
 TEST(CheckRunTest, FindsMissingAnswersAndCopies) {
   const Row kRows[] = {
-      {L"refuses-post", "refused-request", Entry::kHandle, "", kWarning},
-      {L"zero-length", "zero-length", Entry::kLength},
-      {L"changing-length", "changing-length", Entry::kLength, ", then "},
-      {L"failing-copy", "copy-failed", Entry::kCopy},
-      {L"copies-past", "copy-overrun", Entry::kCopy, "the buffer has "},
-      {L"copies-before", "copy-underrun", Entry::kCopy},
+      {L"refuses-post", "refused-request", Callee::kHandle, "", kWarning},
+      {L"zero-length", "zero-length", Callee::kLength},
+      {L"changing-length", "changing-length", Callee::kLength, ", then "},
+      {L"failing-copy", "copy-failed", Callee::kCopy},
+      {L"copies-past", "copy-overrun", Callee::kCopy, "the buffer has "},
+      {L"copies-before", "copy-underrun", Callee::kCopy},
   };
   ExpectAllFound(kRows);
 }
 
 TEST(CheckRunTest, FindsWhatArgumentsMustNotBearAndFlagsMustNotHold) {
   const Row kRows[] = {
-      {L"writes-request", "request-written", Entry::kHandle, "offset "},
-      {L"reads-past", "request-overread", Entry::kHandle},
-      {L"writes-address", "address-written", Entry::kHandle, "offset 28"},
-      {L"reads-address", "address-overread", Entry::kHandle, "", kWarning},
-      {L"wide-flag", "keep-open-overrun", Entry::kHandle},
-      {L"kept-unmeasured", "keep-open-without-length", Entry::kCopy},
-      {L"sticky-flag", "connection-disagrees", Entry::kCopy, "\"close\"",
+      {L"writes-request", "request-written", Callee::kHandle, "offset "},
+      {L"reads-past", "request-overread", Callee::kHandle},
+      {L"writes-address", "address-written", Callee::kHandle, "offset 28"},
+      {L"reads-address", "address-overread", Callee::kHandle, "", kWarning},
+      {L"wide-flag", "keep-open-overrun", Callee::kHandle},
+      {L"kept-unmeasured", "keep-open-without-length", Callee::kCopy},
+      {L"sticky-flag", "connection-disagrees", Callee::kCopy, "\"close\"",
        kWarning},
   };
   ExpectAllFound(kRows);
@@ -144,16 +144,16 @@ TEST(CheckRunTest, FindsWhatArgumentsMustNotBearAndFlagsMustNotHold) {
 
 TEST(CheckRunTest, FindsMalformedAnswers) {
   const Row kRows[] = {
-      {L"garbage", "status-line", Entry::kCopy, "\"%PDF-1.4 "},
-      {L"short", "status-line", Entry::kCopy, "\"HTTP/1.1 2\""},
-      {L"bad-header", "header-line", Entry::kCopy, "\"X Y: z\""},
-      {L"bare-lf", "line-end", Entry::kCopy, "ends with LF alone"},
-      {L"endless-headers", "no-empty-line", Entry::kCopy},
-      {L"unmeasured", "no-content-length", Entry::kCopy, "2 bytes", kWarning},
-      {L"odd-length", "content-length-text", Entry::kCopy, "\"ten\""},
-      {L"bad-chunks", "chunks", Entry::kCopy},
-      {L"body-204", "forbidden-body", Entry::kCopy, "status 204"},
-      {L"body-head", "head-body", Entry::kCopy, "", kWarning},
+      {L"garbage", "status-line", Callee::kCopy, "\"%PDF-1.4 "},
+      {L"short", "status-line", Callee::kCopy, "\"HTTP/1.1 2\""},
+      {L"bad-header", "header-line", Callee::kCopy, "\"X Y: z\""},
+      {L"bare-lf", "line-end", Callee::kCopy, "ends with LF alone"},
+      {L"endless-headers", "no-empty-line", Callee::kCopy},
+      {L"unmeasured", "no-content-length", Callee::kCopy, "2 bytes", kWarning},
+      {L"odd-length", "content-length-text", Callee::kCopy, "\"ten\""},
+      {L"bad-chunks", "chunks", Callee::kCopy},
+      {L"body-204", "forbidden-body", Callee::kCopy, "status 204"},
+      {L"body-head", "head-body", Callee::kCopy, "", kWarning},
   };
   for (const Row& row : kRows) {
     SCOPED_TRACE(row.code);
@@ -170,9 +170,9 @@ TEST(CheckRunTest, FindsMalformedAnswers) {
 
 TEST(CheckRunTest, TellsTheTwoWrongLengthsApart) {
   const Row kRows[] = {
-      {L"long-length", "content-length-wrong", Entry::kCopy,
+      {L"long-length", "content-length-wrong", Callee::kCopy,
        "says 3, the body has 2 bytes"},
-      {L"short-length", "content-length-wrong", Entry::kCopy,
+      {L"short-length", "content-length-wrong", Callee::kCopy,
        "says 1, the body has 2 bytes"},
   };
   for (const Row& row : kRows) {
@@ -191,36 +191,36 @@ TEST(CheckRunTest, FindsTheSharedBufferAndTheLeak) {
     ASSERT_EQ(found.steps.size(), 1u);
     EXPECT_STREQ(kSteps[found.steps[0]].name, "threads");
   }
-  ExpectFound({L"leak", "memory-growth", Entry::kNone, " KiB over 200 "});
+  ExpectFound({L"leak", "memory-growth", Callee::kNone, " KiB over 200 "});
 }
 
-struct EntryRow {
+struct CalleeRow {
   const wchar_t* suffix;
-  Entry entry;
+  Callee callee;
   const char* lastStep;
 };
 
-constexpr EntryRow kEntryRows[] = {
-    {L"versions", Entry::kVersions, "versions"},
-    {L"restart", Entry::kSetRestart, "restart-routine"},
-    {L"initialize", Entry::kInitialize, "initialize"},
-    {L"handle", Entry::kHandle, "small"},
-    {L"length", Entry::kLength, "small"},
-    {L"copy", Entry::kCopy, "small"},
-    {L"release", Entry::kRelease, "small"},
+constexpr CalleeRow kCalleeRows[] = {
+    {L"versions", Callee::kVersions, "versions"},
+    {L"restart", Callee::kSetRestart, "restart-routine"},
+    {L"initialize", Callee::kInitialize, "initialize"},
+    {L"handle", Callee::kHandle, "small"},
+    {L"length", Callee::kLength, "small"},
+    {L"copy", Callee::kCopy, "small"},
+    {L"release", Callee::kRelease, "small"},
 };
 
-// The fault `prefix` in each of the seven entries ends the check there.
+// The fault `prefix` in each of the seven functions ends the check there.
 void ExpectDeaths(const std::wstring& prefix, const char* code,
                   const char* detail) {
-  for (const EntryRow& row : kEntryRows) {
+  for (const CalleeRow& row : kCalleeRows) {
     const std::wstring fault = prefix + row.suffix;
     SCOPED_TRACE(testing::PrintToString(fault));
     const CheckReport report = CheckFaulty({fault.c_str(), code});
     ASSERT_EQ(report.findings.size(), 1u);
     const ReportedFinding& found = report.findings[0];
     EXPECT_STREQ(KindOf(found.finding.flaw).code, code);
-    EXPECT_EQ(found.finding.entry, row.entry);
+    EXPECT_EQ(found.finding.callee, row.callee);
     EXPECT_THAT(found.finding.detail, HasSubstr(detail));
     ASSERT_EQ(found.steps.size(), 1u);
     EXPECT_STREQ(kSteps[found.steps[0]].name, row.lastStep);
@@ -248,7 +248,7 @@ TEST(CheckRunTest, NamesTheEntryThatEndsTheProcess) {
 }
 
 TEST(CheckRunTest, NoticesACrashOfAThreadOfTheExtension) {
-  ExpectFound({L"crash-thread", "crash", Entry::kOwnThread, "0xC0000005"});
+  ExpectFound({L"crash-thread", "crash", Callee::kOwnThread, "0xC0000005"});
 }
 
 TEST(CheckRunTest, GoesOnWithTheNextStepAfterACrash) {

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "check/entry_call.h"
+#include "check/extension_call.h"
 #include "check/response_check.h"
 
 namespace kova::ctl::check {
@@ -36,9 +36,9 @@ Answer Exchange::Send(const Request& request, uint32_t keepOpen) {
   KOVA_Response const response = Handle(request, answer);
   if (response == nullptr) {
     if (request.owes == Owes::kAnswer) {
-      Report(Flaw::kNullResponse, Entry::kHandle);
+      Report(Flaw::kNullResponse, Callee::kHandle);
     } else if (request.owes == Owes::kReason) {
-      Report(Flaw::kRefused, Entry::kHandle);
+      Report(Flaw::kRefused, Callee::kHandle);
     }
     return answer;
   }
@@ -48,7 +48,7 @@ Answer Exchange::Send(const Request& request, uint32_t keepOpen) {
   if (answer.bytes.empty()) return answer;
   ResponseVerdict verdict =
       CheckResponse(answer.bytes, {request.isHead, answer.keepOpen != 0});
-  for (const Finding& finding : verdict.findings) m_sink.Report(finding);
+  for (const Finding& finding : verdict.findings) m_reporter.Report(finding);
   answer.status = verdict.status;
   return answer;
 }
@@ -60,14 +60,14 @@ void Exchange::SendAndRelease(const Request& request) {
 }
 
 KOVA_Response Exchange::Handle(const Request& request, Answer& answer) {
-  m_sink.CountRequest();
+  m_reporter.CountRequest();
   const char* const bytes = m_request.PlaceReadOnly(request.bytes);
   const char* const address =
       m_address.PlaceReadOnly(AddressBytes(request.bareAddress));
   char* const flag = m_flag.Place(sizeof(uint32_t));
   std::memcpy(flag, &answer.keepOpen, sizeof(uint32_t));
   KOVA_Response response = nullptr;
-  Call(Entry::kHandle, [&] {
+  Call(Callee::kHandle, [&] {
     response = m_extension.handle(m_extension.context, bytes,
                                   static_cast<uint32_t>(request.bytes.size()),
                                   reinterpret_cast<const wchar_t*>(address),
@@ -83,24 +83,24 @@ KOVA_Response Exchange::Handle(const Request& request, Answer& answer) {
 void Exchange::CheckArguments() {
   const Breach request = m_request.TakeBreach();
   if (request.wrote || request.wrotePast) {
-    Report(Flaw::kRequestWritten, Entry::kHandle, At(request.offset));
+    Report(Flaw::kRequestWritten, Callee::kHandle, At(request.offset));
   }
-  if (request.readPast) Report(Flaw::kRequestOverread, Entry::kHandle);
+  if (request.readPast) Report(Flaw::kRequestOverread, Callee::kHandle);
   const Breach address = m_address.TakeBreach();
   if (address.wrote || address.wrotePast) {
-    Report(Flaw::kAddressWritten, Entry::kHandle, At(address.offset));
+    Report(Flaw::kAddressWritten, Callee::kHandle, At(address.offset));
   }
-  if (address.readPast) Report(Flaw::kAddressOverread, Entry::kHandle);
+  if (address.readPast) Report(Flaw::kAddressOverread, Callee::kHandle);
 }
 
 void Exchange::CheckFlag(Answer& answer) {
   const Breach flag = m_flag.TakeBreach();
   if (flag.wrotePast || flag.readPast) {
-    Report(Flaw::kKeepOpenOverrun, Entry::kHandle);
+    Report(Flaw::kKeepOpenOverrun, Callee::kHandle);
   }
-  if (flag.wroteFront) Report(Flaw::kCopyUnderrun, Entry::kHandle);
+  if (flag.wroteFront) Report(Flaw::kCopyUnderrun, Callee::kHandle);
   if (answer.keepOpen > 1) {
-    Report(Flaw::kKeepOpenValue, Entry::kHandle,
+    Report(Flaw::kKeepOpenValue, Callee::kHandle,
            "its value is " + std::to_string(answer.keepOpen));
   }
 }
@@ -108,12 +108,12 @@ void Exchange::CheckFlag(Answer& answer) {
 void Exchange::Fetch(KOVA_Response response, Answer& answer) {
   const uint32_t lengthBytes = Length(response);
   if (lengthBytes == 0) {
-    Report(Flaw::kZeroLength, Entry::kLength);
+    Report(Flaw::kZeroLength, Callee::kLength);
     return;
   }
   const uint32_t again = Length(response);
   if (again != lengthBytes) {
-    Report(Flaw::kChangingLength, Entry::kLength,
+    Report(Flaw::kChangingLength, Callee::kLength,
            "first " + std::to_string(lengthBytes) + ", then " +
                std::to_string(again));
   }
@@ -122,7 +122,7 @@ void Exchange::Fetch(KOVA_Response response, Answer& answer) {
 
 uint32_t Exchange::Length(KOVA_Response response) {
   uint32_t lengthBytes = 0;
-  Call(Entry::kLength, [&] {
+  Call(Callee::kLength, [&] {
     lengthBytes = m_extension.length(m_extension.context, response);
   });
   return lengthBytes;
@@ -132,12 +132,12 @@ void Exchange::Copy(KOVA_Response response, uint32_t lengthBytes,
                     Answer& answer) {
   char* const buffer = m_buffer.Place(lengthBytes);
   if (buffer == nullptr) {
-    Report(Flaw::kCopyFailed, Entry::kLength,
+    Report(Flaw::kCopyFailed, Callee::kLength,
            "there is no memory for a length of " + std::to_string(lengthBytes));
     return;
   }
   int32_t copied = 0;
-  Call(Entry::kCopy, [&] {
+  Call(Callee::kCopy, [&] {
     copied =
         m_extension.copy(m_extension.context, response, buffer, lengthBytes);
   });
@@ -148,18 +148,18 @@ void Exchange::CheckCopy(char* buffer, uint32_t lengthBytes, int32_t copied,
                          Answer& answer) {
   const Breach breach = m_buffer.TakeBreach();
   if (breach.wrotePast || breach.readPast) {
-    Report(Flaw::kCopyOverrun, Entry::kCopy,
+    Report(Flaw::kCopyOverrun, Callee::kCopy,
            "the buffer has " + std::to_string(lengthBytes) + " bytes");
   }
-  if (breach.wroteFront) Report(Flaw::kCopyUnderrun, Entry::kCopy);
+  if (breach.wroteFront) Report(Flaw::kCopyUnderrun, Callee::kCopy);
   if (copied == 0) {
-    Report(Flaw::kCopyFailed, Entry::kCopy);
+    Report(Flaw::kCopyFailed, Callee::kCopy);
     return;
   }
   answer.bytes.assign(buffer, lengthBytes);
   const size_t unwritten = UnwrittenTail(answer.bytes);
   if (unwritten >= kFewestUnwritten) {
-    Report(Flaw::kCopyIncomplete, Entry::kCopy,
+    Report(Flaw::kCopyIncomplete, Callee::kCopy,
            std::to_string(unwritten) + " of " + std::to_string(lengthBytes) +
                " bytes were not written");
   }
@@ -167,7 +167,7 @@ void Exchange::CheckCopy(char* buffer, uint32_t lengthBytes, int32_t copied,
 
 void Exchange::Release(KOVA_Response response) {
   if (m_extension.release == nullptr) return;
-  Call(Entry::kRelease,
+  Call(Callee::kRelease,
        [&] { m_extension.release(m_extension.context, response); });
 }
 

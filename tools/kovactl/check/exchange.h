@@ -1,11 +1,11 @@
 // One request's way through an extension's four functions, watched.
 #pragma once
 
-#include "check/board.h"
 #include "check/extension.h"
-#include "check/finding_sink.h"
 #include "check/guarded_area.h"
+#include "check/reporter.h"
 #include "check/request_set.h"
+#include "check/worker_state.h"
 
 namespace kova::ctl::check {
 
@@ -21,10 +21,13 @@ struct Answer {
 // notices misuse, and reports what was wrong. One per thread.
 class Exchange {
  public:
-  // slot  the calling thread's on the board. All must outlive this.
-  Exchange(Board& board, size_t slot, const Extension& extension,
-           FindingSink& sink)
-      : m_board(board), m_slot(slot), m_extension(extension), m_sink(sink) {}
+  // thread  the calling one's number in state.calls. All must outlive this.
+  Exchange(WorkerState& state, size_t thread, const Extension& extension,
+           Reporter& reporter)
+      : m_state(state),
+        m_thread(thread),
+        m_extension(extension),
+        m_reporter(reporter) {}
 
   // keepOpen: the connection's flag as earlier requests left it.
   Answer Send(const Request& request, uint32_t keepOpen = 0);
@@ -34,11 +37,11 @@ class Exchange {
 
  private:
   template <typename Body>
-  void Call(Entry entry, Body body) {
-    CallEntry(m_board, m_slot, entry, body);
+  void Call(Callee callee, Body body) {
+    CallExtension(m_state, m_thread, callee, body);
   }
-  void Report(Flaw flaw, Entry entry, std::string detail = {}) {
-    m_sink.Report({flaw, entry, std::move(detail)});
+  void Report(Flaw flaw, Callee callee, std::string detail = {}) {
+    m_reporter.Report({flaw, callee, std::move(detail)});
   }
   KOVA_Response Handle(const Request& request, Answer& answer);
   void CheckArguments();
@@ -50,10 +53,10 @@ class Exchange {
                  Answer& answer);
   void Release(KOVA_Response response);
 
-  Board& m_board;
-  const size_t m_slot;
+  WorkerState& m_state;
+  const size_t m_thread;
   const Extension& m_extension;
-  FindingSink& m_sink;
+  Reporter& m_reporter;
   GuardedArea m_request;
   GuardedArea m_address;
   GuardedArea m_flag;

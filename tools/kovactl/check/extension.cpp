@@ -1,13 +1,28 @@
 #include "check/extension.h"
 
+#include <iterator>
 #include <span>
 
 namespace kova::ctl::check {
 namespace {
 
+constexpr const char* kNames[] = {
+    "no entry",
+    "DllMain, while loading",
+    "WSIE_GetInterfaceVersionsSupported",
+    "WSIE_SetKOVAServerRestartRoutine",
+    "WSIE_WebServerInitialize",
+    "WSIE_HandleServerRequest",
+    "WSIE_GetResponseLength",
+    "WSIE_GetResponse",
+    "WSIE_ReleaseResponse",
+    "the end of the process",
+    "a thread of the extension's own",
+};
+
 template <typename Function>
-void Find(HMODULE module, const char* name, Function*& entry) {
-  entry = reinterpret_cast<Function*>(
+void Find(HMODULE module, const char* name, Function*& found) {
+  found = reinterpret_cast<Function*>(
       reinterpret_cast<void*>(::GetProcAddress(module, name)));
 }
 
@@ -32,7 +47,12 @@ std::span<const DWORD> ExportNames(HMODULE module) {
 
 }  // namespace
 
-void FindEntries(Extension& extension) {
+const char* CalleeName(Callee callee) {
+  const auto index = static_cast<uint32_t>(callee);
+  return index < std::size(kNames) ? kNames[index] : kNames[0];
+}
+
+void FindFunctions(Extension& extension) {
   const HMODULE module = extension.module;
   Find(module, "WSIE_GetInterfaceVersionsSupported", extension.versions);
   Find(module, "WSIE_SetKOVAServerRestartRoutine", extension.setRestart);

@@ -1,6 +1,8 @@
-// The extension under test, loaded as the server loads it.
+// The extension under test, loaded as the server loads it, and what in it can
+// be at work.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -8,6 +10,26 @@
 #include "kova/extension.h"
 
 namespace kova::ctl::check {
+
+// Whose code runs: one of the seven functions that the server calls, or what
+// runs without being called by it. The numbers travel between the processes of
+// one check, nowhere else.
+enum class Callee : uint32_t {
+  kNone,  // outside the extension
+  kLoad,
+  kVersions,
+  kSetRestart,
+  kInitialize,
+  kHandle,
+  kLength,
+  kCopy,
+  kRelease,
+  kEnd,
+  kOwnThread,  // a thread that the extension itself started
+};
+
+// The export's name, or words for the places that are no export. Static.
+const char* CalleeName(Callee callee);
 
 // Its functions as they were found; null where there is none. Only read after
 // the loading steps, by any number of threads.
@@ -24,7 +46,7 @@ struct Extension {
 };
 
 // Looks the seven functions up in extension.module.
-void FindEntries(Extension& extension);
+void FindFunctions(Extension& extension);
 
 // The name under which `module` exports something that contains `name` but is
 // not `name`: a function whose name was decorated. Empty if there is none.

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "check/entry.h"
+#include "check/extension.h"
 
 namespace kova::ctl::check {
 
@@ -72,7 +72,7 @@ std::optional<Flaw> FlawWithCode(std::string_view code);
 // One flaw seen once. `detail` says what was seen, in UTF-8; may be empty.
 struct Finding {
   Flaw flaw;
-  Entry entry = Entry::kNone;
+  Callee callee = Callee::kNone;
   std::string detail;
 };
 using Findings = std::vector<Finding>;

@@ -4,9 +4,9 @@
 #include <chrono>
 #include <cstring>
 
-#include "check/bench.h"
-#include "check/entry_call.h"
+#include "check/extension_call.h"
 #include "check/guarded_area.h"
+#include "check/harness.h"
 
 namespace kova::ctl::check {
 namespace {
@@ -26,22 +26,22 @@ double MillisecondsSince(std::chrono::steady_clock::time_point start) {
 }
 
 struct ExportRow {
-  Entry entry;
+  Callee callee;
   bool found;
   // What the server does without it; null if that is no more than a warning.
   const char* without;
 };
 
-void ReportMissing(Bench& bench, const ExportRow& row) {
+void ReportMissing(Harness& harness, const ExportRow& row) {
   const std::string decorated =
-      DecoratedExport(bench.extension.module, EntryName(row.entry));
+      DecoratedExport(harness.extension.module, CalleeName(row.callee));
   std::string detail = row.without == nullptr ? "" : row.without;
   if (!decorated.empty()) {
     detail = "it is exported as " + decorated + "; extern \"C\" is missing";
   }
-  bench.sink.Report({row.without == nullptr ? Flaw::kMissingOptionalExport
-                                            : Flaw::kMissingExport,
-                     row.entry, detail});
+  harness.reporter.Report({row.without == nullptr ? Flaw::kMissingOptionalExport
+                                                  : Flaw::kMissingExport,
+                           row.callee, detail});
 }
 
 std::string Listed(const std::array<uint32_t, kVersionsOffered>& versions) {
@@ -56,105 +56,105 @@ std::string Listed(const std::array<uint32_t, kVersionsOffered>& versions) {
 
 uint32_t RestartCalls() { return g_restartCalls; }
 
-bool LoadLibraryStep(Bench& bench) {
+bool LoadLibraryStep(Harness& harness) {
   DWORD error = ERROR_SUCCESS;
-  CallEntry(bench.board, 0, Entry::kLoad, [&] {
-    bench.extension.module = ::LoadLibraryW(bench.board.order.library);
-    if (bench.extension.module == nullptr) error = ::GetLastError();
+  CallExtension(harness.state, 0, Callee::kLoad, [&] {
+    harness.extension.module = ::LoadLibraryW(harness.state.task.library);
+    if (harness.extension.module == nullptr) error = ::GetLastError();
   });
-  if (bench.extension.module == nullptr) {
-    bench.sink.Send({{"cannotLoad", error}});
+  if (harness.extension.module == nullptr) {
+    harness.reporter.Send({{"cannotLoad", error}});
     return false;
   }
-  bench.sink.EndStep("");
+  harness.reporter.EndStep("");
   return true;
 }
 
-bool ExportsStep(Bench& bench) {
-  FindEntries(bench.extension);
-  const Extension& found = bench.extension;
+bool ExportsStep(Harness& harness) {
+  FindFunctions(harness.extension);
+  const Extension& found = harness.extension;
   constexpr char kAlways400[] = "without it every client gets 400";
   const ExportRow kRows[] = {
-      {Entry::kVersions, found.versions != nullptr,
+      {Callee::kVersions, found.versions != nullptr,
        "without it the server unloads the library"},
-      {Entry::kSetRestart, found.setRestart != nullptr, nullptr},
-      {Entry::kInitialize, found.initialize != nullptr, nullptr},
-      {Entry::kHandle, found.handle != nullptr, kAlways400},
-      {Entry::kLength, found.length != nullptr, kAlways400},
-      {Entry::kCopy, found.copy != nullptr, kAlways400},
-      {Entry::kRelease, found.release != nullptr,
+      {Callee::kSetRestart, found.setRestart != nullptr, nullptr},
+      {Callee::kInitialize, found.initialize != nullptr, nullptr},
+      {Callee::kHandle, found.handle != nullptr, kAlways400},
+      {Callee::kLength, found.length != nullptr, kAlways400},
+      {Callee::kCopy, found.copy != nullptr, kAlways400},
+      {Callee::kRelease, found.release != nullptr,
        "without it no response is ever given back"},
   };
   int count = 0;
   for (const ExportRow& row : kRows) {
     if (row.found) ++count;
-    if (!row.found) ReportMissing(bench, row);
+    if (!row.found) ReportMissing(harness, row);
   }
-  bench.sink.EndStep(std::to_string(count) + " found");
+  harness.reporter.EndStep(std::to_string(count) + " found");
   return true;
 }
 
-bool VersionsStep(Bench& bench) {
-  if (bench.extension.versions == nullptr) {
-    bench.sink.SkipStep("not exported");
+bool VersionsStep(Harness& harness) {
+  if (harness.extension.versions == nullptr) {
+    harness.reporter.SkipStep("not exported");
     return false;
   }
   GuardedArea area;
   std::array<uint32_t, kVersionsOffered> versions{};
   char* const offered = area.Place(sizeof(versions));
   std::memset(offered, 0, sizeof(versions));
-  CallEntry(bench.board, 0, Entry::kVersions, [&] {
-    bench.extension.versions(reinterpret_cast<uint32_t*>(offered),
-                             kVersionsOffered);
+  CallExtension(harness.state, 0, Callee::kVersions, [&] {
+    harness.extension.versions(reinterpret_cast<uint32_t*>(offered),
+                               kVersionsOffered);
   });
   std::memcpy(versions.data(), offered, sizeof(versions));
   const Breach breach = area.TakeBreach();
   if (breach.wrotePast || breach.readPast || breach.wroteFront) {
-    bench.sink.Report({Flaw::kVersionsOverrun, Entry::kVersions,
-                       "the capacity is 10 entries"});
+    harness.reporter.Report({Flaw::kVersionsOverrun, Callee::kVersions,
+                             "the capacity is 10 entries"});
   }
-  bench.sink.Send({{"versions", versions}});
+  harness.reporter.Send({{"versions", versions}});
   const bool speaksOne =
       std::ranges::find(versions, KOVA_INTERFACE_VERSION) != versions.end();
   if (!speaksOne) {
-    bench.sink.Report(
-        {Flaw::kNoVersion1, Entry::kVersions, "offered: " + Listed(versions)});
+    harness.reporter.Report(
+        {Flaw::kNoVersion1, Callee::kVersions, "offered: " + Listed(versions)});
   }
-  bench.sink.EndStep(Listed(versions));
+  harness.reporter.EndStep(Listed(versions));
   return speaksOne;
 }
 
-bool RestartRoutineStep(Bench& bench) {
-  if (bench.extension.setRestart == nullptr) {
-    bench.sink.SkipStep("not exported");
+bool RestartRoutineStep(Harness& harness) {
+  if (harness.extension.setRestart == nullptr) {
+    harness.reporter.SkipStep("not exported");
     return true;
   }
-  CallEntry(bench.board, 0, Entry::kSetRestart,
-            [&] { bench.extension.setRestart(&CountRestart); });
-  bench.sink.EndStep("");
+  CallExtension(harness.state, 0, Callee::kSetRestart,
+                [&] { harness.extension.setRestart(&CountRestart); });
+  harness.reporter.EndStep("");
   return true;
 }
 
-bool InitializeStep(Bench& bench) {
-  const Extension& found = bench.extension;
+bool InitializeStep(Harness& harness) {
+  const Extension& found = harness.extension;
   const bool usable = found.handle != nullptr && found.length != nullptr &&
                       found.copy != nullptr;
   if (found.initialize == nullptr) {
-    bench.sink.SkipStep("not exported: the context is null");
+    harness.reporter.SkipStep("not exported: the context is null");
     return usable;
   }
   const auto start = std::chrono::steady_clock::now();
-  CallEntry(bench.board, 0, Entry::kInitialize,
-            [&] { bench.extension.context = found.initialize(); });
+  CallExtension(harness.state, 0, Callee::kInitialize,
+                [&] { harness.extension.context = found.initialize(); });
   const double tookMs = MillisecondsSince(start);
   const std::string took = std::to_string(static_cast<int>(tookMs)) + " ms";
   if (tookMs > kSlowInitializeMs) {
-    bench.sink.Report({Flaw::kSlowInitialize, Entry::kInitialize, took});
+    harness.reporter.Report({Flaw::kSlowInitialize, Callee::kInitialize, took});
   }
   if (found.context == nullptr) {
-    bench.sink.Report({Flaw::kNullContext, Entry::kInitialize, ""});
+    harness.reporter.Report({Flaw::kNullContext, Callee::kInitialize, ""});
   }
-  bench.sink.EndStep(took);
+  harness.reporter.EndStep(took);
   return found.context != nullptr && usable;
 }
 

@@ -1,8 +1,8 @@
 // The step that watches the process's memory over many requests.
 #include <algorithm>
 
-#include "check/bench.h"
 #include "check/exchange.h"
+#include "check/harness.h"
 #include "check/memory_growth.h"
 // After the rest of Windows.
 #include <psapi.h>
@@ -38,30 +38,30 @@ std::string Kilobytes(int64_t bytes) {
 
 }  // namespace
 
-bool MemoryStep(Bench& bench) {
+bool MemoryStep(Harness& harness) {
   constexpr uint32_t kMostWarmUp = 200;
-  const uint32_t count = bench.board.order.requests;
+  const uint32_t count = harness.state.task.requests;
   const Requests requests =
-      bench.ownRequest.empty()
-          ? ThreadRequests(bench.Printer(), 0)
-          : Requests{{bench.ownRequest, Owes::kReason,
-                      bench.ownRequest.starts_with("HEAD ")}};
-  Exchange exchange(bench.board, 0, bench.extension, bench.sink);
+      harness.ownRequest.empty()
+          ? ThreadRequests(harness.Printer(), 0)
+          : Requests{{harness.ownRequest, Owes::kReason,
+                      harness.ownRequest.starts_with("HEAD ")}};
+  Exchange exchange(harness.state, 0, harness.extension, harness.reporter);
   (void)GrowthOver(exchange, requests, std::min(count, kMostWarmUp));
   const int64_t first = GrowthOver(exchange, requests, count);
   std::string note = Kilobytes(std::max<int64_t>(first, 0)) + " more";
   if (IsSuspicious(first, count)) {
     const int64_t second = GrowthOver(exchange, requests, count);
     if (IsLeak(first, second, count)) {
-      bench.sink.Report({Flaw::kMemoryGrowth, Entry::kNone,
-                         Kilobytes(first) + " over " + std::to_string(count) +
-                             " requests, " + Kilobytes(second) +
-                             " over as many again"});
+      harness.reporter.Report({Flaw::kMemoryGrowth, Callee::kNone,
+                               Kilobytes(first) + " over " +
+                                   std::to_string(count) + " requests, " +
+                                   Kilobytes(second) + " over as many again"});
     }
     note += ", then " + Kilobytes(std::max<int64_t>(second, 0));
   }
-  bench.sink.Send({{"privateBytesGrowth", first}});
-  bench.sink.EndStep(note);
+  harness.reporter.Send({{"privateBytesGrowth", first}});
+  harness.reporter.EndStep(note);
   return true;
 }
 

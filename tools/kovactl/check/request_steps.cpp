@@ -1,6 +1,6 @@
 // The steps that hand requests to an extension one by one.
-#include "check/bench.h"
 #include "check/exchange.h"
+#include "check/harness.h"
 
 namespace kova::ctl::check {
 namespace {
@@ -13,8 +13,8 @@ std::string Described(const Answer& answer) {
 
 // Hands `requests` over one after the other, each on a connection of its own,
 // and ends the step.
-bool SendEach(Bench& bench, const Requests& requests) {
-  Exchange exchange(bench.board, 0, bench.extension, bench.sink);
+bool SendEach(Harness& harness, const Requests& requests) {
+  Exchange exchange(harness.state, 0, harness.extension, harness.reporter);
   std::string last;
   int answered = 0;
   for (const Request& request : requests) {
@@ -22,88 +22,88 @@ bool SendEach(Bench& bench, const Requests& requests) {
     last = Described(answer);
     if (answer.hasResponse) ++answered;
   }
-  bench.sink.EndStep(requests.size() == 1
-                         ? last
-                         : std::to_string(answered) + " of " +
-                               std::to_string(requests.size()) + " answered");
+  harness.reporter.EndStep(
+      requests.size() == 1 ? last
+                           : std::to_string(answered) + " of " +
+                                 std::to_string(requests.size()) + " answered");
   return true;
 }
 
 }  // namespace
 
 // With a request of the user's own, that one is owed an answer instead.
-bool SmallStep(Bench& bench) {
-  Requests requests = SmallRequests(bench.Printer());
-  if (!bench.ownRequest.empty()) requests.front().owes = Owes::kReason;
-  return SendEach(bench, requests);
+bool SmallStep(Harness& harness) {
+  Requests requests = SmallRequests(harness.Printer());
+  if (!harness.ownRequest.empty()) requests.front().owes = Owes::kReason;
+  return SendEach(harness, requests);
 }
 
-bool BareStep(Bench& bench) {
-  return SendEach(bench, BareRequests(bench.Printer()));
+bool BareStep(Harness& harness) {
+  return SendEach(harness, BareRequests(harness.Printer()));
 }
 
-bool HeadStep(Bench& bench) {
-  return SendEach(bench, HeadRequests(bench.Printer()));
+bool HeadStep(Harness& harness) {
+  return SendEach(harness, HeadRequests(harness.Printer()));
 }
 
-bool FormStep(Bench& bench) {
-  return SendEach(bench, FormRequests(bench.Printer()));
+bool FormStep(Harness& harness) {
+  return SendEach(harness, FormRequests(harness.Printer()));
 }
 
-bool BinaryStep(Bench& bench) {
-  return SendEach(bench, BinaryRequests(bench.Printer()));
+bool BinaryStep(Harness& harness) {
+  return SendEach(harness, BinaryRequests(harness.Printer()));
 }
 
-bool LargeStep(Bench& bench) {
-  return SendEach(bench, LargeRequests(bench.Printer()));
+bool LargeStep(Harness& harness) {
+  return SendEach(harness, LargeRequests(harness.Printer()));
 }
 
-bool LongTargetStep(Bench& bench) {
-  return SendEach(bench, LongTargetRequests(bench.Printer()));
+bool LongTargetStep(Harness& harness) {
+  return SendEach(harness, LongTargetRequests(harness.Printer()));
 }
 
-bool BodilessStep(Bench& bench) {
-  return SendEach(bench, BodilessRequests(bench.Printer()));
+bool BodilessStep(Harness& harness) {
+  return SendEach(harness, BodilessRequests(harness.Printer()));
 }
 
-bool MalformedStep(Bench& bench) {
-  return SendEach(bench, MalformedRequests(bench.Printer()));
+bool MalformedStep(Harness& harness) {
+  return SendEach(harness, MalformedRequests(harness.Printer()));
 }
 
-bool BareAddressStep(Bench& bench) {
-  return SendEach(bench, AddressRequests(bench.Printer()));
+bool BareAddressStep(Harness& harness) {
+  return SendEach(harness, AddressRequests(harness.Printer()));
 }
 
-bool OwnStep(Bench& bench) {
-  if (bench.ownRequest.empty()) {
-    bench.sink.SkipStep("none given");
+bool OwnStep(Harness& harness) {
+  if (harness.ownRequest.empty()) {
+    harness.reporter.SkipStep("none given");
     return true;
   }
-  return SendEach(bench, {{bench.ownRequest, Owes::kAnswer,
-                           bench.ownRequest.starts_with("HEAD ")}});
+  return SendEach(harness, {{harness.ownRequest, Owes::kAnswer,
+                             harness.ownRequest.starts_with("HEAD ")}});
 }
 
 // The flag is the connection's: each request finds what the one before left.
-bool KeepOpenStep(Bench& bench) {
-  Exchange exchange(bench.board, 0, bench.extension, bench.sink);
+bool KeepOpenStep(Harness& harness) {
+  Exchange exchange(harness.state, 0, harness.extension, harness.reporter);
   std::string kept;
   uint32_t keepOpen = 0;
-  for (const Request& request : KeepOpenRequests(bench.Printer())) {
+  for (const Request& request : KeepOpenRequests(harness.Printer())) {
     keepOpen = exchange.Send(request, keepOpen).keepOpen;
     kept += (kept.empty() ? "" : ", ") +
             std::string(keepOpen != 0 ? "kept open" : "closed");
   }
-  bench.sink.EndStep(kept);
+  harness.reporter.EndStep(kept);
   return true;
 }
 
-bool UnfetchedStep(Bench& bench) {
-  Exchange exchange(bench.board, 0, bench.extension, bench.sink);
-  const Request request = SmallRequests(bench.Printer()).front();
+bool UnfetchedStep(Harness& harness) {
+  Exchange exchange(harness.state, 0, harness.extension, harness.reporter);
+  const Request request = SmallRequests(harness.Printer()).front();
   // Twice, because a second one shows what the first one spoiled.
   exchange.SendAndRelease(request);
   exchange.SendAndRelease(request);
-  bench.sink.EndStep("");
+  harness.reporter.EndStep("");
   return true;
 }
 

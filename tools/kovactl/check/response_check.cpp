@@ -59,7 +59,7 @@ class ResponseReader {
 
  private:
   void Add(Flaw flaw, std::string detail) {
-    m_verdict.findings.push_back({flaw, Entry::kCopy, std::move(detail)});
+    m_verdict.findings.push_back({flaw, Callee::kCopy, std::move(detail)});
   }
 
   // The next line without its end; nothing if no line end follows.

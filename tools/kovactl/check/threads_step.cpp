@@ -2,8 +2,8 @@
 #include <thread>
 #include <vector>
 
-#include "check/bench.h"
 #include "check/exchange.h"
+#include "check/harness.h"
 
 namespace kova::ctl::check {
 namespace {
@@ -24,13 +24,13 @@ struct Share {
   std::vector<std::string> alone;
 };
 
-Share MakeShare(Bench& bench, size_t thread) {
+Share MakeShare(Harness& harness, size_t thread) {
   Share share;
-  share.requests = bench.ownRequest.empty()
-                       ? ThreadRequests(bench.Printer(), thread)
-                       : Requests{{bench.ownRequest, Owes::kReason,
-                                   bench.ownRequest.starts_with("HEAD ")}};
-  Exchange exchange(bench.board, 0, bench.extension, bench.sink);
+  share.requests = harness.ownRequest.empty()
+                       ? ThreadRequests(harness.Printer(), thread)
+                       : Requests{{harness.ownRequest, Owes::kReason,
+                                   harness.ownRequest.starts_with("HEAD ")}};
+  Exchange exchange(harness.state, 0, harness.extension, harness.reporter);
   for (const Request& request : share.requests) {
     const std::string first = WithoutDate(exchange.Send(request).bytes);
     const std::string second = WithoutDate(exchange.Send(request).bytes);
@@ -39,17 +39,18 @@ Share MakeShare(Bench& bench, size_t thread) {
   return share;
 }
 
-void AskRepeatedly(Bench& bench, size_t thread, const Share& share) {
-  // The board's first slot is the main thread's.
-  Exchange exchange(bench.board, thread + 1, bench.extension, bench.sink);
+void AskRepeatedly(Harness& harness, size_t thread, const Share& share) {
+  // The main thread has number 0.
+  Exchange exchange(harness.state, thread + 1, harness.extension,
+                    harness.reporter);
   for (int round = 0; round < kRounds; ++round) {
     for (size_t i = 0; i < share.requests.size(); ++i) {
       const Answer answer = exchange.Send(share.requests[i]);
       if (HoldsOtherMark(answer.bytes, thread)) {
-        bench.sink.Report({Flaw::kMixedAnswers, Entry::kCopy, ""});
+        harness.reporter.Report({Flaw::kMixedAnswers, Callee::kCopy, ""});
       } else if (!share.alone[i].empty() &&
                  WithoutDate(answer.bytes) != share.alone[i]) {
-        bench.sink.Report({Flaw::kDifferingAnswers, Entry::kCopy, ""});
+        harness.reporter.Report({Flaw::kDifferingAnswers, Callee::kCopy, ""});
       }
     }
   }
@@ -57,22 +58,22 @@ void AskRepeatedly(Bench& bench, size_t thread, const Share& share) {
 
 }  // namespace
 
-bool ThreadsStep(Bench& bench) {
-  const size_t count = bench.board.order.threads;
+bool ThreadsStep(Harness& harness) {
+  const size_t count = harness.state.task.threads;
   std::vector<Share> shares;
-  for (size_t i = 0; i < count; ++i) shares.push_back(MakeShare(bench, i));
+  for (size_t i = 0; i < count; ++i) shares.push_back(MakeShare(harness, i));
   std::atomic<bool> go{false};
   std::vector<std::thread> threads;
   for (size_t i = 0; i < count; ++i) {
     threads.emplace_back([&, i] {
       go.wait(false);
-      AskRepeatedly(bench, i, shares[i]);
+      AskRepeatedly(harness, i, shares[i]);
     });
   }
   go = true;
   go.notify_all();
   for (std::thread& thread : threads) thread.join();
-  bench.sink.EndStep(std::to_string(count) + " threads");
+  harness.reporter.EndStep(std::to_string(count) + " threads");
   return true;
 }
 

@@ -105,10 +105,10 @@ void AddWorkerVerb(CLI::App& app) {
   CLI::App* const verb = app.add_subcommand(
       "check-extension-worker", "The process that runs the extension");
   verb->group("");
-  const auto board = std::make_shared<uint64_t>(0);
-  verb->add_option("board", *board)->required();
-  verb->callback([board] {
-    if (check::RunWorker(*board)) return;
+  const auto state = std::make_shared<uint64_t>(0);
+  verb->add_option("state", *state)->required();
+  verb->callback([state] {
+    if (check::RunWorker(*state)) return;
     EndVerb(Failure{ExitCode::kWrongUsage,
                     L"this verb is a part of check-extension; use that one"});
   });

@@ -2,9 +2,9 @@
 
 #include <iterator>
 
-#include "check/bench.h"
-#include "check/entry_call.h"
+#include "check/extension_call.h"
 #include "check/guarded_area.h"
+#include "check/harness.h"
 #include "check/library_file.h"
 #include "check/step_list.h"
 
@@ -23,37 +23,37 @@ static_assert(std::size(kBodies) == kEndStep);
 
 // A worker that takes over from one that ended loads the library again, and
 // goes on where the other one did not.
-void RunSteps(Bench& bench) {
-  const size_t first = bench.board.order.firstStep;
+void RunSteps(Harness& harness) {
+  const size_t first = harness.state.task.firstStep;
   for (size_t step = 0; step < kEndStep; ++step) {
     if (step >= kFirstRequestStep && step < first) continue;
-    bench.sink.BeginStep(step);
-    const bool goOn = kBodies[step](bench);
-    bench.sink.Send({{"restartCalls", RestartCalls()}});
+    harness.reporter.BeginStep(step);
+    const bool goOn = kBodies[step](harness);
+    harness.reporter.Send({{"restartCalls", RestartCalls()}});
     if (!goOn) return;
   }
-  bench.sink.BeginStep(kEndStep);
+  harness.reporter.BeginStep(kEndStep);
 }
 
 }  // namespace
 
-bool RunWorker(uint64_t boardHandle) {
-  // Never destroyed: the board is read and written until the process ends.
-  static auto* const shared = new SharedBoard;
-  if (!shared->Open(reinterpret_cast<HANDLE>(boardHandle))) return false;
-  Board& board = shared->Get();
-  RecordUnhandled(board);
+bool RunWorker(uint64_t stateHandle) {
+  // Never destroyed: the memory is read and written until the process ends.
+  static auto* const shared = new SharedWorkerState;
+  if (!shared->Open(reinterpret_cast<HANDLE>(stateHandle))) return false;
+  WorkerState& state = shared->Get();
+  RecordUnhandled(state);
   GuardedArea::StartWatching();
   // The extension's own children must not keep the pipe open.
-  ::SetHandleInformation(board.order.messages, HANDLE_FLAG_INHERIT, 0);
-  FindingSink sink(board.order.messages);
-  Bench bench{board, sink, {}, {}};
-  if (board.order.requestFile[0] != L'\0') {
-    bench.ownRequest = ReadWholeFile(board.order.requestFile);
+  ::SetHandleInformation(state.task.messages, HANDLE_FLAG_INHERIT, 0);
+  Reporter reporter(state.task.messages);
+  Harness harness{state, reporter, {}, {}};
+  if (state.task.requestFile[0] != L'\0') {
+    harness.ownRequest = ReadWholeFile(state.task.requestFile);
   }
-  RunSteps(bench);
-  board.slots[0].sinceMs = ::GetTickCount64();
-  board.slots[0].entry = Entry::kEnd;
+  RunSteps(harness);
+  state.calls[0].sinceMs = ::GetTickCount64();
+  state.calls[0].callee = Callee::kEnd;
   return true;
 }
 

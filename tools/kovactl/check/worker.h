@@ -5,9 +5,9 @@
 
 namespace kova::ctl::check {
 
-// Does the steps that the board behind the inherited handle orders, and reports
-// them. False if the handle is no board. The process should end after that;
-// its end is a step, too.
-bool RunWorker(uint64_t boardHandle);
+// Does the steps of the task that lies behind the inherited handle, and reports
+// them. False if nothing of the kind lies there. The process should end after
+// that; its end is a step, too.
+bool RunWorker(uint64_t stateHandle);
 
 }  // namespace kova::ctl::check

@@ -94,18 +94,18 @@ void Put(Character (&place)[Size], const std::basic_string<Character>& text) {
   text.copy(place, Size - 1);
 }
 
-void WriteOrder(Order& order, const CheckOptions& options, size_t firstStep,
-                HANDLE messages) {
-  Put(order.library, options.library);
-  Put(order.printer, options.printer);
-  Put(order.requestFile, options.requestFile);
-  order.requests = options.requests;
-  order.threads = options.threads;
-  order.firstStep = static_cast<uint32_t>(firstStep);
-  order.messages = messages;
+void WriteTask(Task& task, const CheckOptions& options, size_t firstStep,
+               HANDLE messages) {
+  Put(task.library, options.library);
+  Put(task.printer, options.printer);
+  Put(task.requestFile, options.requestFile);
+  task.requests = options.requests;
+  task.threads = options.threads;
+  task.firstStep = static_cast<uint32_t>(firstStep);
+  task.messages = messages;
 }
 
-UniqueKernelHandle StartProcess(const CheckOptions& options, HANDLE board) {
+UniqueKernelHandle StartProcess(const CheckOptions& options, HANDLE state) {
   const UniqueFile nothing = OpenNothing();
   STARTUPINFOW startup{};
   startup.cb = sizeof(startup);
@@ -115,7 +115,7 @@ UniqueKernelHandle StartProcess(const CheckOptions& options, HANDLE board) {
   startup.hStdError = nothing.Get();
   std::wstring commandLine =
       L"\"" + options.program + L"\" check-extension-worker " +
-      std::to_wstring(reinterpret_cast<ULONG_PTR>(board));
+      std::to_wstring(reinterpret_cast<ULONG_PTR>(state));
   PROCESS_INFORMATION process{};
   if (!::CreateProcessW(options.program.c_str(), commandLine.data(), nullptr,
                         nullptr, TRUE, 0, nullptr, nullptr, &startup,
@@ -127,33 +127,34 @@ UniqueKernelHandle StartProcess(const CheckOptions& options, HANDLE board) {
 }
 
 // The first place in the extension that a thread has been in for too long.
-std::optional<Entry> FindHang(const Board& board, uint64_t limitMs) {
+std::optional<Callee> FindHang(const WorkerState& state, uint64_t limitMs) {
   const uint64_t now = ::GetTickCount64();
-  for (const Slot& slot : board.slots) {
-    const Entry entry = slot.entry;
-    if (entry == Entry::kNone) continue;
-    const uint64_t since = slot.sinceMs;
-    if (now > since && now - since > limitMs) return entry;
+  for (const CallInProgress& call : state.calls) {
+    const Callee callee = call.callee;
+    if (callee == Callee::kNone) continue;
+    const uint64_t since = call.sinceMs;
+    if (now > since && now - since > limitMs) return callee;
   }
   return std::nullopt;
 }
 
-Entry FindPlace(const Board& board) {
-  for (const Slot& slot : board.slots) {
-    if (slot.entry != Entry::kNone) return slot.entry;
+Callee FindPlace(const WorkerState& state) {
+  for (const CallInProgress& call : state.calls) {
+    if (call.callee != Callee::kNone) return call.callee;
   }
-  return Entry::kNone;
+  return Callee::kNone;
 }
 
-WorkerEnd Judge(const Board& board, std::optional<Entry> hang, DWORD code) {
+WorkerEnd Judge(const WorkerState& state, std::optional<Callee> hang,
+                DWORD code) {
   using Kind = WorkerEnd::Kind;
-  if (board.crashed) {
-    return {Kind::kCrashed, board.crash.entry, board.crash, code};
+  if (state.crashed) {
+    return {Kind::kCrashed, state.crash.callee, state.crash, code};
   }
   if (hang) return {Kind::kHung, *hang, {}, code};
-  const Entry place = FindPlace(board);
+  const Callee place = FindPlace(state);
   const bool finished =
-      code == 0 && (place == Entry::kNone || place == Entry::kEnd);
+      code == 0 && (place == Callee::kNone || place == Callee::kEnd);
   return {finished ? Kind::kFinished : Kind::kEndedItself, place, {}, code};
 }
 
@@ -161,13 +162,13 @@ WorkerEnd Judge(const Board& board, std::optional<Entry> hang, DWORD code) {
 
 WorkerEnd RunWorkerProcess(const CheckOptions& options, size_t firstStep,
                            const WorkerMessages& onMessages) {
-  SharedBoard shared;
+  SharedWorkerState shared;
   if (!shared.Create()) {
     return {WorkerEnd::Kind::kNotStarted, {}, {}, ::GetLastError()};
   }
-  Board& board = shared.Get();
+  WorkerState& state = shared.Get();
   LineReader reader;
-  WriteOrder(board.order, options, firstStep, reader.WritingEnd());
+  WriteTask(state.task, options, firstStep, reader.WritingEnd());
   const UniqueKernelHandle job = MakeJob();
   const UniqueKernelHandle process = StartProcess(options, shared.Section());
   if (!process.IsValid()) {
@@ -175,17 +176,17 @@ WorkerEnd RunWorkerProcess(const CheckOptions& options, size_t firstStep,
   }
   ::AssignProcessToJobObject(job.Get(), process.Get());
   reader.Start();
-  std::optional<Entry> hang;
+  std::optional<Callee> hang;
   while (::WaitForSingleObject(process.Get(), kPollMs) == WAIT_TIMEOUT) {
     onMessages(reader.TakeLines());
-    if (!hang) hang = FindHang(board, options.timeoutSeconds * uint64_t{1000});
+    if (!hang) hang = FindHang(state, options.timeoutSeconds * uint64_t{1000});
     if (hang) ::TerminateProcess(process.Get(), kEndedByUs);
   }
   reader.Finish();
   onMessages(reader.TakeLines());
   DWORD code = 0;
   ::GetExitCodeProcess(process.Get(), &code);
-  return Judge(board, hang, code);
+  return Judge(state, hang, code);
 }
 
 }  // namespace kova::ctl::check

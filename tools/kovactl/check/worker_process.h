@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "check/board.h"
+#include "check/worker_state.h"
 
 namespace kova::ctl::check {
 
@@ -28,7 +28,7 @@ struct WorkerEnd {
   enum class Kind { kFinished, kCrashed, kHung, kEndedItself, kNotStarted };
   Kind kind = Kind::kFinished;
   // Where the extension was; for kEndedItself the first thread's place.
-  Entry entry = Entry::kNone;
+  Callee callee = Callee::kNone;
   CrashRecord crash{};     // for kCrashed
   unsigned long code = 0;  // the exit code, or the error for kNotStarted
 };

@@ -1,4 +1,4 @@
-// Where the process that runs the extension reports to.
+// How the process that runs the extension reports to the one that checks it.
 #pragma once
 
 #include <mutex>
@@ -13,15 +13,15 @@ namespace kova::ctl::check {
 
 // Writes messages, one JSON object a line, to the process that started this
 // one. Any number of threads may report at once.
-class FindingSink {
+class Reporter {
  public:
   // pipe  weak; the writing end.
-  explicit FindingSink(HANDLE pipe) : m_pipe(pipe) {}
+  explicit Reporter(HANDLE pipe) : m_pipe(pipe) {}
 
   void Send(const nlohmann::ordered_json& message);
 
   // Sends a finding, the first time in a step that its flaw is seen in its
-  // entry. At once, because the extension may end the process next.
+  // function. At once, because the extension may end the process next.
   void Report(const Finding& finding);
 
   // Begins and ends a step; see step_list.h for the numbers.
@@ -40,8 +40,8 @@ class FindingSink {
 
   const HANDLE m_pipe;  // weak
   std::mutex m_mutex;
-  std::set<std::pair<Flaw, Entry>> m_seen;  // in this step
-  uint64_t m_requests = 0;                  // in this step
+  std::set<std::pair<Flaw, Callee>> m_seen;  // in this step
+  uint64_t m_requests = 0;                   // in this step
   ULONGLONG m_progressMs = 0;
 };
 

@@ -7,14 +7,15 @@
 #include <cstdint>
 
 #include "base/handles.h"
-#include "check/entry.h"
+#include "check/extension.h"
 
 namespace kova::ctl::check {
 
 inline constexpr size_t kMostThreads = 64;
 
-// Written before the worker starts. Texts are zero-terminated.
-struct Order {
+// What is to be checked. Written before the worker starts. Texts are
+// zero-terminated.
+struct Task {
   wchar_t library[1024];
   char printer[512];          // UTF-8
   wchar_t requestFile[1024];  // empty without one
@@ -24,16 +25,16 @@ struct Order {
   HANDLE messages;  // weak; an inherited pipe's writing end
 };
 
-// Where one thread is.
-struct Slot {
-  std::atomic<Entry> entry;
+// What one thread is calling.
+struct CallInProgress {
+  std::atomic<Callee> callee;
   std::atomic<uint64_t> sinceMs;  // of GetTickCount64
 };
 
 // An exception that left the extension.
 struct CrashRecord {
   uint32_t code;
-  Entry entry;
+  Callee callee;
   uint64_t offset;     // of the instruction in its module
   wchar_t module[64];  // the file's name, empty if in none
   bool isAccess;       // an access violation
@@ -41,34 +42,34 @@ struct CrashRecord {
   uint64_t accessed;
 };
 
-struct Board {
-  Order order;
-  Slot slots[kMostThreads + 1];  // the main thread's first
-  std::atomic<bool> crashed;     // set after `crash` was written
+struct WorkerState {
+  Task task;
+  CallInProgress calls[kMostThreads + 1];  // the main thread's first
+  std::atomic<bool> crashed;               // set after `crash` was written
   CrashRecord crash;
 };
 
-// Owns a view of the board; the parent owns the section, too.
-class SharedBoard {
+// Owns a view of the shared memory; the parent owns the section, too.
+class SharedWorkerState {
  public:
-  // A board of zeroes whose handle a child process inherits.
+  // Memory of zeroes whose handle a child process inherits.
   [[nodiscard]] bool Create();
-  // The board behind an inherited handle; false if it is none.
+  // The memory behind an inherited handle; false if there is none.
   [[nodiscard]] bool Open(HANDLE inherited);
-  ~SharedBoard();
+  ~SharedWorkerState();
 
-  SharedBoard() = default;
-  SharedBoard(const SharedBoard&) = delete;
-  SharedBoard& operator=(const SharedBoard&) = delete;
+  SharedWorkerState() = default;
+  SharedWorkerState(const SharedWorkerState&) = delete;
+  SharedWorkerState& operator=(const SharedWorkerState&) = delete;
 
   [[nodiscard]] HANDLE Section() const { return m_section.Get(); }
-  [[nodiscard]] Board& Get() const { return *m_board; }
+  [[nodiscard]] WorkerState& Get() const { return *m_state; }
 
  private:
   [[nodiscard]] bool Map();
 
   UniqueKernelHandle m_section;
-  Board* m_board = nullptr;
+  WorkerState* m_state = nullptr;
 };
 
 }  // namespace kova::ctl::check

@@ -1,4 +1,4 @@
-#include "check/finding_sink.h"
+#include "check/reporter.h"
 
 #include <string>
 
@@ -19,31 +19,31 @@ void WriteLine(HANDLE pipe, const Json& message) {
 
 }  // namespace
 
-void FindingSink::Send(const Json& message) {
+void Reporter::Send(const Json& message) {
   const std::lock_guard lock(m_mutex);
   WriteLine(m_pipe, message);
 }
 
-void FindingSink::Report(const Finding& finding) {
+void Reporter::Report(const Finding& finding) {
   const std::lock_guard lock(m_mutex);
-  if (!m_seen.emplace(finding.flaw, finding.entry).second) return;
+  if (!m_seen.emplace(finding.flaw, finding.callee).second) return;
   WriteLine(m_pipe, {{"finding", KindOf(finding.flaw).code},
-                     {"entry", static_cast<uint32_t>(finding.entry)},
+                     {"entry", static_cast<uint32_t>(finding.callee)},
                      {"detail", finding.detail}});
 }
 
-void FindingSink::BeginStep(size_t step) {
+void Reporter::BeginStep(size_t step) {
   const std::lock_guard lock(m_mutex);
   m_seen.clear();
   m_requests = 0;
   WriteLine(m_pipe, {{"begin", step}});
 }
 
-void FindingSink::EndStep(const std::string& note) { Finish(note, false); }
+void Reporter::EndStep(const std::string& note) { Finish(note, false); }
 
-void FindingSink::SkipStep(const std::string& note) { Finish(note, true); }
+void Reporter::SkipStep(const std::string& note) { Finish(note, true); }
 
-void FindingSink::CountRequest() {
+void Reporter::CountRequest() {
   const std::lock_guard lock(m_mutex);
   ++m_requests;
   const ULONGLONG now = ::GetTickCount64();
@@ -52,7 +52,7 @@ void FindingSink::CountRequest() {
   WriteLine(m_pipe, {{"progress", m_requests}});
 }
 
-void FindingSink::Finish(const std::string& note, bool skipped) {
+void Reporter::Finish(const std::string& note, bool skipped) {
   const std::lock_guard lock(m_mutex);
   WriteLine(m_pipe,
             {{skipped ? "skip" : "end", note}, {"requests", m_requests}});

@@ -1,27 +1,28 @@
-// What the steps of a check work on, in the process that runs the extension.
+// What an extension is tried in: what the steps of a check work with, in the
+// process that runs it.
 #pragma once
 
 #include <string>
 
-#include "check/board.h"
 #include "check/extension.h"
-#include "check/finding_sink.h"
+#include "check/reporter.h"
+#include "check/worker_state.h"
 
 namespace kova::ctl::check {
 
-struct Bench {
-  Board& board;
-  FindingSink& sink;
+struct Harness {
+  WorkerState& state;
+  Reporter& reporter;
   Extension extension;
   // The bytes of --request; empty without it.
   std::string ownRequest;
 
-  [[nodiscard]] std::string Printer() const { return board.order.printer; }
+  [[nodiscard]] std::string Printer() const { return state.task.printer; }
 };
 
-// One step: does it and ends it at the bench's sink. False if no later step
+// One step: does it and tells the reporter its end. False if no later step
 // makes sense.
-using StepBody = bool(Bench& bench);
+using StepBody = bool(Harness& harness);
 
 // The five steps that load the library.
 StepBody LoadLibraryStep, ExportsStep, VersionsStep, RestartRoutineStep,

@@ -1,4 +1,4 @@
-#include "check/entry_call.h"
+#include "check/extension_call.h"
 
 #include <algorithm>
 #include <iterator>
@@ -10,7 +10,7 @@ namespace {
 // What is left of the stack to record an overflow of it.
 constexpr ULONG kStackGuaranteeBytes = 64 * 1024;
 
-Board* g_board = nullptr;
+WorkerState* g_state = nullptr;
 
 // Names the module around `address`, without memory from the heap: the heap may
 // be what is broken.
@@ -32,24 +32,25 @@ void FindModule(const void* address, CrashRecord& crash) {
   name.copy(crash.module, std::size(crash.module) - 1);
 }
 
-LONG Record(Board* board, Entry entry, const EXCEPTION_RECORD* exception) {
-  CrashRecord& crash = board->crash;
-  if (!board->crashed) {
+LONG Record(WorkerState* state, Callee callee,
+            const EXCEPTION_RECORD* exception) {
+  CrashRecord& crash = state->crash;
+  if (!state->crashed) {
     crash.code = exception->ExceptionCode;
-    crash.entry = entry;
+    crash.callee = callee;
     FindModule(exception->ExceptionAddress, crash);
     crash.isAccess = crash.code == EXCEPTION_ACCESS_VIOLATION;
     crash.isWrite = crash.isAccess && exception->ExceptionInformation[0] == 1;
     crash.accessed = crash.isAccess ? exception->ExceptionInformation[1] : 0;
-    board->crashed = true;
+    state->crashed = true;
   }
   ::TerminateProcess(::GetCurrentProcess(), exception->ExceptionCode);
   return EXCEPTION_EXECUTE_HANDLER;
 }
 
 LONG WINAPI RecordUnhandledOne(EXCEPTION_POINTERS* exception) {
-  const Entry main = g_board->slots[0].entry;
-  return Record(g_board, main == Entry::kEnd ? main : Entry::kOwnThread,
+  const Callee main = g_state->calls[0].callee;
+  return Record(g_state, main == Callee::kEnd ? main : Callee::kOwnThread,
                 exception->ExceptionRecord);
 }
 
@@ -62,21 +63,21 @@ __declspec(noinline) void CallBody(void (*body)(void*), void* argument) {
 }  // namespace
 
 // No object with a destructor may live in this function.
-void CallRecorded(Board& board, Entry entry, void (*body)(void*),
+void CallRecorded(WorkerState& state, Callee callee, void (*body)(void*),
                   void* argument) {
   ULONG guaranteeBytes = kStackGuaranteeBytes;
   ::SetThreadStackGuarantee(&guaranteeBytes);
   __try {
     CallBody(body, argument);
-  } __except (Record(&board, entry,
+  } __except (Record(&state, callee,
                      static_cast<EXCEPTION_POINTERS*>(GetExceptionInformation())
                          ->ExceptionRecord)) {
     // Never entered: the process has ended.
   }
 }
 
-void RecordUnhandled(Board& board) {
-  g_board = &board;
+void RecordUnhandled(WorkerState& state) {
+  g_state = &state;
   ::SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX |
                  SEM_NOOPENFILEERRORBOX);
   ::SetUnhandledExceptionFilter(&RecordUnhandledOne);
