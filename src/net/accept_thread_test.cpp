@@ -58,12 +58,12 @@ class AcceptThreadTest : public ServerTest {
   void ExpectAnsweredWithoutListening() {
     EXPECT_EQ(Run(), 1);
     EXPECT_FALSE(m_server->IsRunning());
-    ASSERT_TRUE(m_watch.ThreadEnds(0, kSoonMs));
-    EXPECT_EQ(m_watch.ExitCode(0), kFailedExit);
+    ASSERT_TRUE(m_windows.ThreadEnds(0, kSoonMs));
+    EXPECT_EQ(m_windows.ExitCode(0), kFailedExit);
     EXPECT_EQ(m_server->Stop(), 0);
-    EXPECT_EQ(m_watch.OpenInAll(), 1u);
-    EXPECT_EQ(m_watch.OpenHandles(), 1u);
-    EXPECT_EQ(m_watch.OpenSessions(), kListsSession);
+    EXPECT_EQ(m_windows.OpenInAll(), 1u);
+    EXPECT_EQ(m_windows.OpenHandles(), 1u);
+    EXPECT_EQ(m_windows.OpenSessions(), kListsSession);
   }
 };
 
@@ -72,20 +72,20 @@ class AcceptThreadFailures : public AcceptThreadTest,
 
 TEST_P(AcceptThreadFailures, EndItAnswerRunAndLeaveNothingOpen) {
   const Row& row = GetParam();
-  m_watch.Fail(row.call, row.error, row.callsBefore);
+  m_windows.Fail(row.call, row.error, row.callsBefore);
   ExpectAnsweredWithoutListening();
   EXPECT_THAT(m_log.Lines(), ElementsAre(kStarting, row.line));
 }
 
 TEST_P(AcceptThreadFailures, LeaveTheNextRunFreeToSucceed) {
   const Row& row = GetParam();
-  m_watch.Fail(row.call, row.error, row.callsBefore);
+  m_windows.Fail(row.call, row.error, row.callsBefore);
   EXPECT_EQ(Run(), 1);
   EXPECT_FALSE(m_server->IsRunning());
   EXPECT_EQ(Run(), 1);
   EXPECT_TRUE(m_server->IsRunning());
   EXPECT_EQ(m_server->Stop(), 1);
-  EXPECT_EQ(m_watch.ExitCode(1), 0u);
+  EXPECT_EQ(m_windows.ExitCode(1), 0u);
 }
 
 INSTANTIATE_TEST_SUITE_P(EachCall, AcceptThreadFailures,
@@ -95,14 +95,14 @@ class GrantedVersions : public AcceptThreadTest,
                         public testing::WithParamInterface<WORD> {};
 
 TEST_P(GrantedVersions, OtherThanTwoPointTwoAreRefused) {
-  m_watch.GrantVersion(GetParam());
+  m_windows.GrantVersion(GetParam());
   ExpectAnsweredWithoutListening();
   EXPECT_THAT(m_log.Lines(),
               ElementsAre(kStarting,
                           L"Error WebServerBase::_AcceptThread: Requested "
                           L"Socket version does not exist"));
-  EXPECT_EQ(m_watch.Calls(Call::kCleanup), 1);
-  EXPECT_EQ(m_watch.Calls(Call::kSocket), 0);
+  EXPECT_EQ(m_windows.Calls(Call::kCleanup), 1);
+  EXPECT_EQ(m_windows.Calls(Call::kSocket), 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(EachByte, GrantedVersions,
@@ -110,52 +110,52 @@ INSTANTIATE_TEST_SUITE_P(EachByte, GrantedVersions,
                                          0x0101));
 
 TEST_F(AcceptThreadTest, AFailedStartupIsNotCleanedUp) {
-  m_watch.Fail(Call::kStartup, 10091, kListsSession);
+  m_windows.Fail(Call::kStartup, 10091, kListsSession);
   EXPECT_EQ(Run(), 1);
-  ASSERT_TRUE(m_watch.ThreadEnds(0, kSoonMs));
-  EXPECT_EQ(m_watch.Calls(Call::kCleanup), 0);
+  ASSERT_TRUE(m_windows.ThreadEnds(0, kSoonMs));
+  EXPECT_EQ(m_windows.Calls(Call::kCleanup), 0);
 }
 
 TEST_F(AcceptThreadTest, AFailedWaitEndsAThreadThatWasListening) {
-  m_watch.Fail(Call::kWait, 10038);
+  m_windows.Fail(Call::kWait, 10038);
   EXPECT_EQ(Run(), 1);
-  ASSERT_TRUE(m_watch.ThreadEnds(0, kSoonMs));
-  EXPECT_EQ(m_watch.ExitCode(0), kFailedExit);
+  ASSERT_TRUE(m_windows.ThreadEnds(0, kSoonMs));
+  EXPECT_EQ(m_windows.ExitCode(0), kFailedExit);
   EXPECT_THAT(m_log.Lines(),
               ElementsAre(kStarting,
                           L"Error WebServerBase::_AcceptThread: "
                           L"WSAWaitForMultipleObjects(...) failure. "
                           L"WSAGetLastError:10038"));
-  EXPECT_EQ(m_watch.OpenInAll(), 1u);
-  EXPECT_EQ(m_watch.OpenSessions(), kListsSession);
+  EXPECT_EQ(m_windows.OpenInAll(), 1u);
+  EXPECT_EQ(m_windows.OpenSessions(), kListsSession);
   EXPECT_TRUE(m_server->IsRunning());
   EXPECT_EQ(m_server->Stop(), 1);
 }
 
 TEST_F(AcceptThreadTest, AFailedEventEnumerationEndsIt) {
-  m_watch.Fail(Call::kEnumEvents, 10050);
+  m_windows.Fail(Call::kEnumEvents, 10050);
   EXPECT_EQ(Run(), 1);
-  const LoopbackClient client(m_watch.Port());
-  ASSERT_TRUE(m_watch.ThreadEnds(0, kSoonMs));
-  EXPECT_EQ(m_watch.ExitCode(0), kFailedExit);
+  const LoopbackClient client(m_windows.Port());
+  ASSERT_TRUE(m_windows.ThreadEnds(0, kSoonMs));
+  EXPECT_EQ(m_windows.ExitCode(0), kFailedExit);
   EXPECT_THAT(m_log.Lines(), ElementsAre(kStarting,
                                          L"Error WebServerBase::_AcceptThread: "
                                          L"WSAEnumNetworkEvents(...) failure. "
                                          L"WSAGetLastError:10050"));
-  EXPECT_EQ(m_watch.OpenInAll(), 1u);
-  EXPECT_EQ(m_watch.OpenSessions(), kListsSession);
+  EXPECT_EQ(m_windows.OpenInAll(), 1u);
+  EXPECT_EQ(m_windows.OpenSessions(), kListsSession);
   EXPECT_EQ(m_server->Stop(), 1);
 }
 
 TEST_F(AcceptThreadTest, AFailedAcceptCostsOnlyThatConnection) {
-  m_watch.Fail(Call::kAccept, 10054);
+  m_windows.Fail(Call::kAccept, 10054);
   EXPECT_EQ(Run(), 1);
-  const LoopbackClient refused(m_watch.Port());
+  const LoopbackClient refused(m_windows.Port());
   const std::wstring line =
       L"Warning WebServerBase::_AcceptThread: WSAAccept(...) failure. Failure "
       L"ignored. WSAGetLastError:10054";
   EXPECT_TRUE(m_log.WaitFor(line, kSoonMs));
-  const LoopbackClient served(m_watch.Port());
+  const LoopbackClient served(m_windows.Port());
   EXPECT_TRUE(m_server->WaitForClients(1));
   EXPECT_EQ(m_server->Clients()[0].first, served.Address());
   EXPECT_EQ(m_server->Stop(), 1);
@@ -163,16 +163,16 @@ TEST_F(AcceptThreadTest, AFailedAcceptCostsOnlyThatConnection) {
 }
 
 TEST_F(AcceptThreadTest, AWakeUpWithoutAConnectionIsWaitedOver) {
-  m_watch.HideNextEvents();
+  m_windows.HideNextEvents();
   Gate second;
-  m_watch.Before(Call::kWait, [&](uint64_t) {
-    if (m_watch.Calls(Call::kWait) == 2) second.Pass();
+  m_windows.Before(Call::kWait, [&](uint64_t) {
+    if (m_windows.Calls(Call::kWait) == 2) second.Pass();
   });
   second.Open();
   EXPECT_EQ(Run(), 1);
-  const LoopbackClient client(m_watch.Port());
+  const LoopbackClient client(m_windows.Port());
   EXPECT_TRUE(second.SomebodyCame());
-  EXPECT_EQ(m_watch.Calls(Call::kAccept), 0);
+  EXPECT_EQ(m_windows.Calls(Call::kAccept), 0);
   EXPECT_EQ(m_server->Stop(), 1);
   EXPECT_THAT(m_log.Lines(), ElementsAre(kStarting));
 }
@@ -180,25 +180,25 @@ TEST_F(AcceptThreadTest, AWakeUpWithoutAConnectionIsWaitedOver) {
 TEST_F(AcceptThreadTest, EndsWithZeroAfterAStop) {
   EXPECT_EQ(Run(), 1);
   EXPECT_TRUE(m_server->IsRunning());
-  EXPECT_EQ(m_watch.OpenSockets(), 1u);
-  EXPECT_EQ(m_watch.OpenEvents(), 2u);
-  EXPECT_EQ(m_watch.OpenSessions(), kListsSession + 1);
-  EXPECT_EQ(m_watch.OpenHandles(), 1u);
+  EXPECT_EQ(m_windows.OpenSockets(), 1u);
+  EXPECT_EQ(m_windows.OpenEvents(), 2u);
+  EXPECT_EQ(m_windows.OpenSessions(), kListsSession + 1);
+  EXPECT_EQ(m_windows.OpenHandles(), 1u);
   EXPECT_EQ(m_server->Stop(), 1);
-  EXPECT_EQ(m_watch.ExitCode(0), 0u);
-  EXPECT_EQ(m_watch.OpenInAll(), 0u);
-  EXPECT_EQ(m_watch.OpenSessions(), kListsSession);
+  EXPECT_EQ(m_windows.ExitCode(0), 0u);
+  EXPECT_EQ(m_windows.OpenInAll(), 0u);
+  EXPECT_EQ(m_windows.OpenSessions(), kListsSession);
 }
 
 TEST_F(AcceptThreadTest, BindsToTheGivenAddressAlone) {
   EXPECT_EQ(m_server->Run(0, 0, 0x7F000001), 1);
-  EXPECT_EQ(::ntohl(m_watch.ListeningAddress().sin_addr.s_addr), 0x7F000001u);
+  EXPECT_EQ(::ntohl(m_windows.ListeningAddress().sin_addr.s_addr), 0x7F000001u);
 }
 
 TEST_F(AcceptThreadTest, BindsToAllInterfacesForZero) {
   EXPECT_EQ(m_server->Run(0, 0, 0), 1);
-  EXPECT_EQ(m_watch.ListeningAddress().sin_addr.s_addr, 0u);
-  const LoopbackClient client(m_watch.Port());
+  EXPECT_EQ(m_windows.ListeningAddress().sin_addr.s_addr, 0u);
+  const LoopbackClient client(m_windows.Port());
   EXPECT_TRUE(client.IsConnected());
 }
 
@@ -223,11 +223,11 @@ class AcceptedConnections : public ServerTest {
 
 TEST_F(AcceptedConnections, AreLoggedWithSocketPortsAndPeer) {
   Gate gate;
-  m_watch.Before(Call::kBeginThread, [&](uint64_t) {
-    if (m_watch.ThreadsBegun() == 1) gate.Pass();
+  m_windows.Before(Call::kBeginThread, [&](uint64_t) {
+    if (m_windows.ThreadsBegun() == 1) gate.Pass();
   });
   EXPECT_EQ(Run(), 1);
-  const LoopbackClient client(m_watch.Port());
+  const LoopbackClient client(m_windows.Port());
   ASSERT_TRUE(gate.SomebodyCame());
   const std::vector<std::wstring> lines = m_log.Lines();
   gate.Open();
@@ -236,7 +236,7 @@ TEST_F(AcceptedConnections, AreLoggedWithSocketPortsAndPeer) {
   EXPECT_EQ(lines[1],
             L"DetailInfoB WebServerBase::_AcceptThread: AcceptThread: "
             L"Accepted. clientSocket:Ox" +
-                digits + L" local port: " + std::to_wstring(m_watch.Port()) +
+                digits + L" local port: " + std::to_wstring(m_windows.Port()) +
                 L" peer port: 127.0.0.1:" + std::to_wstring(client.Port()));
   EXPECT_EQ(digits.size(), 16u);
   EXPECT_EQ(digits.find_first_not_of(L"0123456789ABCDEF"), std::wstring::npos);

@@ -29,34 +29,34 @@ class ReleaseClientsTest : public ServerTest {
   // Connects a client whose thread comes to the gate before its n-th call of
   // the kind, counted over the whole server.
   std::unique_ptr<LoopbackClient> ConnectHeldBefore(Call call, int nth) {
-    m_watch.Before(call, [this, call, nth](uint64_t) {
-      if (m_watch.Calls(call) == nth) m_gate.Pass();
+    m_windows.Before(call, [this, call, nth](uint64_t) {
+      if (m_windows.Calls(call) == nth) m_gate.Pass();
     });
     EXPECT_EQ(Run(), 1);
-    auto client = std::make_unique<LoopbackClient>(m_watch.Port());
+    auto client = std::make_unique<LoopbackClient>(m_windows.Port());
     EXPECT_TRUE(m_gate.SomebodyCame());
     return client;
   }
   // The same for its first wait for socket events.
   std::unique_ptr<LoopbackClient> ConnectHeldInItsLoop() {
-    m_watch.Before(Call::kWait, [this](uint64_t timeoutMs) {
+    m_windows.Before(Call::kWait, [this](uint64_t timeoutMs) {
       if (timeoutMs == kWorkerTimeoutMs) m_gate.Pass();
     });
     EXPECT_EQ(Run(), 1);
-    auto client = std::make_unique<LoopbackClient>(m_watch.Port());
+    auto client = std::make_unique<LoopbackClient>(m_windows.Port());
     EXPECT_TRUE(m_gate.SomebodyCame());
     return client;
   }
   // Lets the held thread go at the given look, and come to its end.
   void OpenGateAtLook(int look) {
-    m_watch.Before(Call::kLookAgain, [this, look](uint64_t) {
-      if (m_watch.Calls(Call::kLookAgain) != look) return;
+    m_windows.Before(Call::kLookAgain, [this, look](uint64_t) {
+      if (m_windows.Calls(Call::kLookAgain) != look) return;
       m_gate.Open();
-      EXPECT_TRUE(m_watch.ThreadEnds(1, kSoonMs));
+      EXPECT_TRUE(m_windows.ThreadEnds(1, kSoonMs));
     });
   }
   void NeverOpenGate() {
-    m_watch.Before(Call::kLookAgain, [](uint64_t) {});
+    m_windows.Before(Call::kLookAgain, [](uint64_t) {});
   }
 
   Gate m_gate;
@@ -64,11 +64,11 @@ class ReleaseClientsTest : public ServerTest {
 
 TEST_F(ReleaseClientsTest, AConnectionThatEndsAtOnceCostsOneLook) {
   EXPECT_EQ(Run(), 1);
-  const LoopbackClient client(m_watch.Port());
+  const LoopbackClient client(m_windows.Port());
   ASSERT_TRUE(m_server->WaitForClients(1));
   EXPECT_EQ(m_server->Stop(), 1);
-  EXPECT_LE(m_watch.Calls(Call::kLookAgain), 1);
-  EXPECT_THAT(m_watch.Terminations(), IsEmpty());
+  EXPECT_LE(m_windows.Calls(Call::kLookAgain), 1);
+  EXPECT_THAT(m_windows.Terminations(), IsEmpty());
   EXPECT_EQ(client.Receive(), "");
 }
 
@@ -76,70 +76,70 @@ TEST_F(ReleaseClientsTest, AConnectionThatEndsLaterIsSeenAtTheNextLook) {
   const auto client = ConnectHeldInItsLoop();
   OpenGateAtLook(7);
   EXPECT_EQ(m_server->Stop(), 1);
-  EXPECT_EQ(m_watch.Calls(Call::kLookAgain), 7);
-  EXPECT_THAT(m_watch.Terminations(), IsEmpty());
-  EXPECT_EQ(m_watch.ExitCode(1), 1u);
-  EXPECT_EQ(m_watch.OpenInAll(), 0u);
+  EXPECT_EQ(m_windows.Calls(Call::kLookAgain), 7);
+  EXPECT_THAT(m_windows.Terminations(), IsEmpty());
+  EXPECT_EQ(m_windows.ExitCode(1), 1u);
+  EXPECT_EQ(m_windows.OpenInAll(), 0u);
 }
 
 TEST_F(ReleaseClientsTest, AConnectionThatEndsAtTheLastLookIsNotKilled) {
   const auto client = ConnectHeldInItsLoop();
   OpenGateAtLook(50);
   EXPECT_EQ(m_server->Stop(), 1);
-  EXPECT_EQ(m_watch.Calls(Call::kLookAgain), 50);
-  EXPECT_THAT(m_watch.Terminations(), IsEmpty());
+  EXPECT_EQ(m_windows.Calls(Call::kLookAgain), 50);
+  EXPECT_THAT(m_windows.Terminations(), IsEmpty());
 }
 
 TEST_F(ReleaseClientsTest, AConnectionThatIgnoresItsStopEventIsKilled) {
   const auto client = ConnectHeldInItsLoop();
   NeverOpenGate();
-  EXPECT_EQ(m_watch.OpenEvents(), 4u);
+  EXPECT_EQ(m_windows.OpenEvents(), 4u);
   EXPECT_EQ(m_server->Stop(), 1);
-  EXPECT_EQ(m_watch.Calls(Call::kLookAgain), 50);
-  EXPECT_THAT(m_watch.Terminations(), ElementsAre(0u));
+  EXPECT_EQ(m_windows.Calls(Call::kLookAgain), 50);
+  EXPECT_THAT(m_windows.Terminations(), ElementsAre(0u));
   // One wait for the accept thread's end, one for that of the killed thread.
-  EXPECT_EQ(m_watch.Calls(Call::kAwaitEnd), 2);
-  EXPECT_TRUE(m_watch.ThreadEnds(1, kSoonMs));
-  EXPECT_EQ(m_watch.ExitCode(1), 0u);
-  EXPECT_EQ(m_watch.OpenInAll(), 0u);
+  EXPECT_EQ(m_windows.Calls(Call::kAwaitEnd), 2);
+  EXPECT_TRUE(m_windows.ThreadEnds(1, kSoonMs));
+  EXPECT_EQ(m_windows.ExitCode(1), 0u);
+  EXPECT_EQ(m_windows.OpenInAll(), 0u);
 }
 
 // Whatever the number of threads, Windows gets one second to end them.
 TEST_F(ReleaseClientsTest, KilledConnectionsShareTheTimeToBeGone) {
   const auto first = ConnectHeldInItsLoop();
-  const LoopbackClient second(m_watch.Port());
+  const LoopbackClient second(m_windows.Port());
   while (m_server->ClientCount() < 2) std::this_thread::yield();
   NeverOpenGate();
-  m_watch.Fail(Call::kAwaitEnd, 0, 1);  // the wait for the first one
+  m_windows.Fail(Call::kAwaitEnd, 0, 1);  // the wait for the first one
   EXPECT_EQ(m_server->Stop(), 1);
-  EXPECT_THAT(m_watch.Terminations(), ElementsAre(0u, 0u));
-  EXPECT_EQ(m_watch.Calls(Call::kAwaitEnd), 2);
-  EXPECT_EQ(m_watch.OpenInAll(), 0u);
+  EXPECT_THAT(m_windows.Terminations(), ElementsAre(0u, 0u));
+  EXPECT_EQ(m_windows.Calls(Call::kAwaitEnd), 2);
+  EXPECT_EQ(m_windows.OpenInAll(), 0u);
 }
 
 // A connection whose peer never stops sending.
 TEST_F(ReleaseClientsTest, AConnectionThatIsFloodedEndsByItself) {
   EXPECT_EQ(Run(), 1);
-  const LoopbackClient client(m_watch.Port());
+  const LoopbackClient client(m_windows.Port());
   std::atomic<bool> done{false};
   std::thread flood([&] {
     while (!done && client.Send("no end")) continue;
   });
-  while (m_watch.Calls(Call::kEnumEvents) < 10) std::this_thread::yield();
+  while (m_windows.Calls(Call::kEnumEvents) < 10) std::this_thread::yield();
   EXPECT_EQ(m_server->Stop(), 1);
   done = true;
   flood.join();
-  EXPECT_THAT(m_watch.Terminations(), IsEmpty());
+  EXPECT_THAT(m_windows.Terminations(), IsEmpty());
 }
 
 TEST_F(ReleaseClientsTest, AKilledConnectionLeavesAServerThatRunsAgain) {
   const auto client = ConnectHeldInItsLoop();
   NeverOpenGate();
   EXPECT_EQ(m_server->Stop(), 1);
-  m_watch.Before(Call::kWait, nullptr);
-  m_watch.Before(Call::kLookAgain, nullptr);
+  m_windows.Before(Call::kWait, nullptr);
+  m_windows.Before(Call::kLookAgain, nullptr);
   EXPECT_EQ(Run(), 1);
-  const LoopbackClient next(m_watch.Port());
+  const LoopbackClient next(m_windows.Port());
   EXPECT_TRUE(next.Send("x."));
   EXPECT_THAT(next.ReceiveAll(), testing::StartsWith("HTTP/1.1 400"));
 }
@@ -155,7 +155,7 @@ class UnregisteredThread : public ReleaseClientsTest {
 
   std::unique_ptr<LoopbackClient> Connect() {
     EXPECT_EQ(Run(), 1);
-    auto client = std::make_unique<LoopbackClient>(m_watch.Port());
+    auto client = std::make_unique<LoopbackClient>(m_windows.Port());
     EXPECT_TRUE(m_gate.SomebodyCame());
     return client;
   }
@@ -177,10 +177,10 @@ TEST_F(UnregisteredThread, IsWaitedForAndTurnedAway) {
   const auto client = Connect();
   OpenGateAtLook(5);
   EXPECT_EQ(m_server->Stop(), 1);
-  EXPECT_EQ(m_watch.Calls(Call::kLookAgain), 5);
-  EXPECT_EQ(m_watch.ExitCode(1), 0u);
-  EXPECT_EQ(m_watch.Calls(Call::kCreateEvent), 2);  // the accept thread's
-  EXPECT_EQ(m_watch.OpenInAll(), 0u);
+  EXPECT_EQ(m_windows.Calls(Call::kLookAgain), 5);
+  EXPECT_EQ(m_windows.ExitCode(1), 0u);
+  EXPECT_EQ(m_windows.Calls(Call::kCreateEvent), 2);  // the accept thread's
+  EXPECT_EQ(m_windows.OpenInAll(), 0u);
   EXPECT_EQ(client->Receive(), "");
 }
 
@@ -188,12 +188,12 @@ TEST_F(UnregisteredThread, IsNotKilledAndMayOutliveItsServer) {
   const auto client = Connect();
   NeverOpenGate();
   EXPECT_EQ(m_server->Stop(), 1);
-  EXPECT_EQ(m_watch.Calls(Call::kLookAgain), 50);
-  EXPECT_THAT(m_watch.Terminations(), IsEmpty());
+  EXPECT_EQ(m_windows.Calls(Call::kLookAgain), 50);
+  EXPECT_THAT(m_windows.Terminations(), IsEmpty());
   m_server.reset();
   m_gate.Open();
-  EXPECT_TRUE(m_watch.ThreadEnds(1, kSoonMs));
-  EXPECT_EQ(m_watch.ExitCode(1), 0u);
+  EXPECT_TRUE(m_windows.ThreadEnds(1, kSoonMs));
+  EXPECT_EQ(m_windows.ExitCode(1), 0u);
   EXPECT_EQ(client->Receive(), "");
 }
 
@@ -202,45 +202,45 @@ TEST_F(ReleaseClientsTest, AThreadWithoutEventsIsToldToEndOnceItHasThem) {
   const auto client = ConnectHeldBefore(Call::kCreateEvent, 3);
   OpenGateAtLook(4);
   EXPECT_EQ(m_server->Stop(), 1);
-  EXPECT_EQ(m_watch.Calls(Call::kLookAgain), 4);
-  EXPECT_EQ(m_watch.ExitCode(1), 1u);
-  EXPECT_THAT(m_watch.Terminations(), IsEmpty());
-  EXPECT_EQ(m_watch.OpenInAll(), 0u);
+  EXPECT_EQ(m_windows.Calls(Call::kLookAgain), 4);
+  EXPECT_EQ(m_windows.ExitCode(1), 1u);
+  EXPECT_THAT(m_windows.Terminations(), IsEmpty());
+  EXPECT_EQ(m_windows.OpenInAll(), 0u);
 }
 
 TEST_F(ReleaseClientsTest, AThreadWithoutItsStopEventIsToldToEndOnceItHasIt) {
   const auto client = ConnectHeldBefore(Call::kCreateEvent, 4);
   OpenGateAtLook(2);
   EXPECT_EQ(m_server->Stop(), 1);
-  EXPECT_EQ(m_watch.Calls(Call::kLookAgain), 2);
-  EXPECT_EQ(m_watch.ExitCode(1), 1u);
+  EXPECT_EQ(m_windows.Calls(Call::kLookAgain), 2);
+  EXPECT_EQ(m_windows.ExitCode(1), 1u);
 }
 
 TEST_F(ReleaseClientsTest, AThreadThatIsSelectingEventsIsToldToEnd) {
   const auto client = ConnectHeldBefore(Call::kEventSelect, 2);
   OpenGateAtLook(2);
   EXPECT_EQ(m_server->Stop(), 1);
-  EXPECT_EQ(m_watch.ExitCode(1), 1u);
+  EXPECT_EQ(m_windows.ExitCode(1), 1u);
 }
 
 TEST_F(ReleaseClientsTest, AThreadWithoutEventsThatHangsIsKilled) {
   const auto client = ConnectHeldBefore(Call::kCreateEvent, 3);
   NeverOpenGate();
   EXPECT_EQ(m_server->Stop(), 1);
-  EXPECT_THAT(m_watch.Terminations(), ElementsAre(0u));
-  EXPECT_EQ(m_watch.OpenInAll(), 0u);
+  EXPECT_THAT(m_windows.Terminations(), ElementsAre(0u));
+  EXPECT_EQ(m_windows.OpenInAll(), 0u);
 }
 
 TEST_F(ReleaseClientsTest, AllConnectionsAreReleased) {
   EXPECT_EQ(Run(), 1);
   std::vector<std::unique_ptr<LoopbackClient>> clients;
   for (int i = 0; i < 20; ++i) {
-    clients.push_back(std::make_unique<LoopbackClient>(m_watch.Port()));
+    clients.push_back(std::make_unique<LoopbackClient>(m_windows.Port()));
   }
   ASSERT_TRUE(m_server->WaitForClients(20));
   EXPECT_EQ(m_server->Stop(), 1);
-  EXPECT_THAT(m_watch.Terminations(), IsEmpty());
-  EXPECT_EQ(m_watch.OpenInAll(), 0u);
+  EXPECT_THAT(m_windows.Terminations(), IsEmpty());
+  EXPECT_EQ(m_windows.OpenInAll(), 0u);
   for (const auto& client : clients) EXPECT_EQ(client->Receive(), "");
 }
 
@@ -256,14 +256,14 @@ class ConnectionPreparation : public ServerTest,
 
 TEST_P(ConnectionPreparation, FailsForThatConnectionAlone) {
   EXPECT_EQ(Run(), 1);
-  m_watch.Fail(GetParam().call, WSAENOBUFS, GetParam().callsBefore);
-  const LoopbackClient refused(m_watch.Port());
+  m_windows.Fail(GetParam().call, WSAENOBUFS, GetParam().callsBefore);
+  const LoopbackClient refused(m_windows.Port());
   EXPECT_EQ(refused.Receive(), "");
-  ASSERT_TRUE(m_watch.ThreadEnds(1, kSoonMs));
-  EXPECT_EQ(m_watch.ExitCode(1), 0u);
-  EXPECT_EQ(m_watch.Calls(Call::kEnumEvents), 1);
+  ASSERT_TRUE(m_windows.ThreadEnds(1, kSoonMs));
+  EXPECT_EQ(m_windows.ExitCode(1), 0u);
+  EXPECT_EQ(m_windows.Calls(Call::kEnumEvents), 1);
 
-  const LoopbackClient served(m_watch.Port());
+  const LoopbackClient served(m_windows.Port());
   EXPECT_TRUE(served.Send("x."));
   EXPECT_EQ(served.ReceiveAll().substr(0, 12), "HTTP/1.1 400");
 }
@@ -278,23 +278,23 @@ class ConnectionStart : public ServerTest,
                         public testing::WithParamInterface<Call> {};
 
 TEST_P(ConnectionStart, FailsSilently) {
-  m_watch.Fail(GetParam(), EAGAIN);
+  m_windows.Fail(GetParam(), EAGAIN);
   kova::UniqueSocket none;
   EXPECT_EQ(m_server->AddClient(none, "1.2.3.4:5", 5), 1);
   EXPECT_THAT(m_server->Clients(), ElementsAre(Pair("1.2.3.4:5", 5)));
   EXPECT_THAT(m_log.Lines(), IsEmpty());
-  EXPECT_EQ(m_watch.OpenInAll(), 0u);
+  EXPECT_EQ(m_windows.OpenInAll(), 0u);
 }
 
 TEST_P(ConnectionStart, FailsForThatConnectionAlone) {
   EXPECT_EQ(Run(), 1);
-  m_watch.Fail(GetParam(), EAGAIN);
-  const LoopbackClient refused(m_watch.Port());
+  m_windows.Fail(GetParam(), EAGAIN);
+  const LoopbackClient refused(m_windows.Port());
   EXPECT_EQ(refused.Receive(), "");
   EXPECT_THAT(m_server->Clients(),
               ElementsAre(Pair(refused.Address(), refused.Port())));
 
-  const LoopbackClient served(m_watch.Port());
+  const LoopbackClient served(m_windows.Port());
   EXPECT_TRUE(served.Send("x."));
   EXPECT_EQ(served.ReceiveAll().substr(0, 12), "HTTP/1.1 400");
   EXPECT_EQ(m_server->Stop(), 1);

@@ -5,14 +5,14 @@
 
 #include <optional>
 
-#include "test/net/call_watch.h"
+#include "test/net/windows_calls.h"
 
 namespace {
 
 using kova::ClientList;
 using kova::ClientWorker;
 using kova::test::Call;
-using kova::test::CallWatch;
+using kova::test::WindowsCalls;
 
 class ClientListTest : public testing::Test {
  protected:
@@ -72,41 +72,41 @@ TEST_F(ClientListTest, TurnsNewcomersAwayFromAReleaseUntilItIsOpenedAgain) {
 }
 
 TEST_F(ClientListTest, AReleaseOfNobodyDoesNotSleep) {
-  const CallWatch watch;
+  const WindowsCalls windows;
   m_list->Release();
-  EXPECT_EQ(watch.Calls(Call::kLookAgain), 0);
+  EXPECT_EQ(windows.Calls(Call::kLookAgain), 0);
 }
 
 TEST_F(ClientListTest, AReleaseWaitsForWorkersThatAreNotYetListed) {
-  CallWatch watch;
+  WindowsCalls windows;
   std::optional<ClientList::Alive> alive(m_list);
-  watch.Before(Call::kLookAgain, [&](uint64_t) {
-    if (watch.Calls(Call::kLookAgain) == 3) alive.reset();
+  windows.Before(Call::kLookAgain, [&](uint64_t) {
+    if (windows.Calls(Call::kLookAgain) == 3) alive.reset();
   });
   m_list->Release();
-  EXPECT_EQ(watch.Calls(Call::kLookAgain), 3);
+  EXPECT_EQ(windows.Calls(Call::kLookAgain), 3);
 }
 
 TEST_F(ClientListTest, AReleaseLooksFiftyTimesAtMost) {
-  CallWatch watch;
+  WindowsCalls windows;
   const ClientList::Alive alive(m_list);
-  watch.Before(Call::kLookAgain, [](uint64_t) {});
+  windows.Before(Call::kLookAgain, [](uint64_t) {});
   m_list->Release();
-  EXPECT_EQ(watch.Calls(Call::kLookAgain), 50);
+  EXPECT_EQ(windows.Calls(Call::kLookAgain), 50);
 }
 
 // To close a session first would close every socket of the process if it was
 // the last one.
 TEST_F(ClientListTest, KeepsTheWinsockSessionThatItHas) {
-  const CallWatch watch;
+  const WindowsCalls windows;
   {
     ClientList list;
     list.Open();
     list.Open();
-    EXPECT_EQ(watch.Calls(Call::kStartup), 1);
-    EXPECT_EQ(watch.Calls(Call::kCleanup), 0);
+    EXPECT_EQ(windows.Calls(Call::kStartup), 1);
+    EXPECT_EQ(windows.Calls(Call::kCleanup), 0);
   }
-  EXPECT_EQ(watch.Calls(Call::kCleanup), 1);
+  EXPECT_EQ(windows.Calls(Call::kCleanup), 1);
 }
 
 TEST_F(ClientListTest, AWorkerKeepsItsListAlive) {

@@ -3,7 +3,7 @@
 #include "base/module_pin.h"
 #include "crash/guard.h"
 #include "dispatch/request_dispatch.h"
-#include "net/client_run.h"
+#include "net/connection_loop.h"
 
 Network_ClientThread::Network_ClientThread(
     kova::ConnectionHost& host, std::shared_ptr<kova::ClientList> clients,
@@ -93,9 +93,9 @@ bool Network_ClientThread::Prepare() {
 }
 
 unsigned Network_ClientThread::Run() {
-  kova::ClientRun run(m_host, m_socket.Get(), m_readEvent.Get(),
-                      m_stopEvent.Get(), m_stopping, m_clientAddress,
-                      &Network_ClientThread::ParseRequest);
+  kova::ConnectionLoop run(m_host, m_socket.Get(), m_readEvent.Get(),
+                           m_stopEvent.Get(), m_stopping, m_clientAddress,
+                           &Network_ClientThread::ParseRequest);
   return run.Run();
 }
 

@@ -34,20 +34,20 @@ class ConnectionTest : public ServerTest {
 };
 
 TEST_F(ConnectionTest, IsAnsweredAndClosed) {
-  const LoopbackClient client(m_watch.Port());
+  const LoopbackClient client(m_windows.Port());
   EXPECT_TRUE(client.Send("GET / HTTP/1.1\r\n\r\n."));
   const std::string answer = client.ReceiveAll();
   EXPECT_THAT(answer, StartsWith(kRefusal));
   ASSERT_TRUE(m_server->WaitForResponses(1));
   EXPECT_THAT(m_server->Sent(), ElementsAre(answer.size()));
-  ASSERT_TRUE(m_watch.ThreadEnds(1, kSoonMs));
-  EXPECT_EQ(m_watch.ExitCode(1), 1u);
+  ASSERT_TRUE(m_windows.ThreadEnds(1, kSoonMs));
+  EXPECT_EQ(m_windows.ExitCode(1), 1u);
   EXPECT_THAT(m_server->KilobytesReceived(), DoubleEq(19 / 1024.0));
   EXPECT_THAT(m_server->KilobytesSent(), DoubleEq(answer.size() / 1024.0));
 }
 
 TEST_F(ConnectionTest, WaitsForTheLastSegment) {
-  const LoopbackClient client(m_watch.Port());
+  const LoopbackClient client(m_windows.Port());
   EXPECT_TRUE(client.Send("GET /"));
   EXPECT_TRUE(m_log.WaitFor(kLooping, kSoonMs));
   EXPECT_THAT(m_server->Sent(), IsEmpty());
@@ -57,40 +57,40 @@ TEST_F(ConnectionTest, WaitsForTheLastSegment) {
 }
 
 TEST_F(ConnectionTest, EndsWhenThePeerCloses) {
-  LoopbackClient client(m_watch.Port());
+  LoopbackClient client(m_windows.Port());
   EXPECT_TRUE(client.Send("half"));
   EXPECT_TRUE(m_log.WaitFor(kLooping, kSoonMs));
   client.Close();
   EXPECT_TRUE(m_log.WaitFor(
       L"DetailInfoE Network_ClientThread::Run: FD_CLOSE recieved exiting",
       kSoonMs));
-  ASSERT_TRUE(m_watch.ThreadEnds(1, kSoonMs));
-  EXPECT_EQ(m_watch.ExitCode(1), 1u);
+  ASSERT_TRUE(m_windows.ThreadEnds(1, kSoonMs));
+  EXPECT_EQ(m_windows.ExitCode(1), 1u);
   EXPECT_THAT(m_server->Sent(), IsEmpty());
 }
 
 TEST_F(ConnectionTest, EndsAfterSilenceOfTheClientTimeout) {
   m_server->SetClientTimeoutMs(50);
-  const LoopbackClient client(m_watch.Port());
+  const LoopbackClient client(m_windows.Port());
   EXPECT_EQ(client.Receive(), "");
-  ASSERT_TRUE(m_watch.ThreadEnds(1, kSoonMs));
-  EXPECT_EQ(m_watch.ExitCode(1), 1u);
+  ASSERT_TRUE(m_windows.ThreadEnds(1, kSoonMs));
+  EXPECT_EQ(m_windows.ExitCode(1), 1u);
 }
 
 TEST_F(ConnectionTest, StaysOpenWithATimeoutOfZeroUntilTheStop) {
   m_server->SetClientTimeoutMs(0);
-  const LoopbackClient client(m_watch.Port());
+  const LoopbackClient client(m_windows.Port());
   ASSERT_TRUE(m_server->WaitForClients(1));
-  EXPECT_FALSE(m_watch.ThreadEnds(1, 100));
+  EXPECT_FALSE(m_windows.ThreadEnds(1, 100));
   EXPECT_EQ(m_server->Stop(), 1);
   EXPECT_EQ(client.Receive(), "");
-  EXPECT_EQ(m_watch.ExitCode(1), 1u);
+  EXPECT_EQ(m_windows.ExitCode(1), 1u);
 }
 
 TEST_F(ConnectionTest, IsAnnouncedWithItsWholeAddress) {
-  const LoopbackClient first(m_watch.Port());
+  const LoopbackClient first(m_windows.Port());
   ASSERT_TRUE(m_server->WaitForClients(1));
-  const LoopbackClient second(m_watch.Port());
+  const LoopbackClient second(m_windows.Port());
   ASSERT_TRUE(m_server->WaitForClients(2));
   EXPECT_THAT(m_server->Clients(),
               ElementsAre(Pair(first.Address(), first.Port()),
@@ -98,24 +98,24 @@ TEST_F(ConnectionTest, IsAnnouncedWithItsWholeAddress) {
 }
 
 TEST_F(ConnectionTest, IsServedWhileAnotherIsIdle) {
-  const LoopbackClient idle(m_watch.Port());
+  const LoopbackClient idle(m_windows.Port());
   ASSERT_TRUE(m_server->WaitForClients(1));
   for (int i = 0; i < 5; ++i) {
-    const LoopbackClient client(m_watch.Port());
+    const LoopbackClient client(m_windows.Port());
     EXPECT_TRUE(client.Send("x."));
     EXPECT_THAT(client.ReceiveAll(), StartsWith(kRefusal));
   }
-  EXPECT_FALSE(m_watch.ThreadEnds(1, 0));
+  EXPECT_FALSE(m_windows.ThreadEnds(1, 0));
 }
 
 TEST_F(ConnectionTest, ClosesItsSocketAndEventsWhenItEnds) {
-  const LoopbackClient client(m_watch.Port());
+  const LoopbackClient client(m_windows.Port());
   EXPECT_TRUE(client.Send("x."));
   EXPECT_THAT(client.ReceiveAll(), StartsWith(kRefusal));
-  ASSERT_TRUE(m_watch.ThreadEnds(1, kSoonMs));
-  EXPECT_EQ(m_watch.OpenSockets(), 1u);
-  EXPECT_EQ(m_watch.OpenEvents(), 2u);
-  EXPECT_EQ(m_watch.OpenHandles(), 1u);
+  ASSERT_TRUE(m_windows.ThreadEnds(1, kSoonMs));
+  EXPECT_EQ(m_windows.OpenSockets(), 1u);
+  EXPECT_EQ(m_windows.OpenEvents(), 2u);
+  EXPECT_EQ(m_windows.OpenHandles(), 1u);
 }
 
 }  // namespace

@@ -12,7 +12,7 @@
 #include "base/thread_annotations.h"
 #include "net/address_list.h"
 #include "net/client_list.h"
-#include "net/client_run.h"
+#include "net/connection_loop.h"
 #include "net/winsock_session.h"
 
 // Listens on one IPv4 TCP port and serves every connection on a thread of its

@@ -18,8 +18,8 @@ constexpr int kRounds = 200;
 // at once, some send a request and wait for the answer or the end.
 class Visitors {
  public:
-  explicit Visitors(const kova::test::CallWatch& watch)
-      : m_watch(watch),
+  explicit Visitors(const kova::test::WindowsCalls& windows)
+      : m_windows(windows),
         m_first(&Visitors::Visit, this),
         m_second(&Visitors::Visit, this) {}
   ~Visitors() {
@@ -32,7 +32,7 @@ class Visitors {
  private:
   void Visit() {
     for (int visit = 0; !m_done; ++visit) {
-      const uint16_t port = m_watch.Port();
+      const uint16_t port = m_windows.Port();
       if (port == 0) continue;
       const LoopbackClient client(port);
       if (!client.IsConnected()) continue;
@@ -43,7 +43,7 @@ class Visitors {
     }
   }
 
-  const kova::test::CallWatch& m_watch;
+  const kova::test::WindowsCalls& m_windows;
   std::atomic<bool> m_done{false};
   std::atomic<int> m_connected{0};
   std::thread m_first;
@@ -54,22 +54,22 @@ class RestartTest : public ServerTest {};
 
 // Threads are counted by duplicates of their handles, taken where they begin.
 TEST_F(RestartTest, LeavesNoThreadAndNoSocketWhileClientsComeAndGo) {
-  const Visitors visitors(m_watch);
+  const Visitors visitors(m_windows);
   for (int round = 0; round < kRounds; ++round) {
     ASSERT_EQ(Run(), 1) << round;
     ASSERT_TRUE(m_server->IsRunning()) << round;
     const size_t clients = m_server->Clients().size();
     if (round % 2 == 0) ASSERT_TRUE(m_server->WaitForClients(clients + 1));
     ASSERT_EQ(m_server->Stop(), 1) << round;
-    ASSERT_TRUE(m_watch.AllThreadsEnd(kSoonMs)) << round;
-    ASSERT_EQ(m_watch.OpenInAll(), 0u) << round;
+    ASSERT_TRUE(m_windows.AllThreadsEnd(kSoonMs)) << round;
+    ASSERT_EQ(m_windows.OpenInAll(), 0u) << round;
   }
-  EXPECT_THAT(m_watch.Terminations(), IsEmpty());
+  EXPECT_THAT(m_windows.Terminations(), IsEmpty());
   EXPECT_GE(visitors.Connected(), kRounds / 2);
 }
 
 TEST_F(RestartTest, RunAndStopFromTwoThreadsExcludeEachOther) {
-  const Visitors visitors(m_watch);
+  const Visitors visitors(m_windows);
   std::atomic<int> started{0};
   std::atomic<bool> done{false};
   std::thread starter([&] {
@@ -82,9 +82,9 @@ TEST_F(RestartTest, RunAndStopFromTwoThreadsExcludeEachOther) {
   stopped += m_server->Stop();
   EXPECT_EQ(started, stopped);
   EXPECT_FALSE(m_server->IsRunning());
-  EXPECT_THAT(m_watch.Terminations(), IsEmpty());
-  EXPECT_TRUE(m_watch.AllThreadsEnd(kSoonMs));
-  EXPECT_EQ(m_watch.OpenInAll(), 0u);
+  EXPECT_THAT(m_windows.Terminations(), IsEmpty());
+  EXPECT_TRUE(m_windows.AllThreadsEnd(kSoonMs));
+  EXPECT_EQ(m_windows.OpenInAll(), 0u);
 }
 
 }  // namespace

@@ -74,10 +74,10 @@ TEST_F(WebServerBaseTest, StartsStopped) {
 TEST_F(WebServerBaseTest, ListensFromRunToStop) {
   EXPECT_EQ(Run(), 1);
   EXPECT_TRUE(m_server->IsRunning());
-  EXPECT_TRUE(LoopbackClient(m_watch.Port()).IsConnected());
+  EXPECT_TRUE(LoopbackClient(m_windows.Port()).IsConnected());
   EXPECT_EQ(m_server->Stop(), 1);
   EXPECT_FALSE(m_server->IsRunning());
-  EXPECT_FALSE(LoopbackClient(m_watch.Port()).IsConnected());
+  EXPECT_FALSE(LoopbackClient(m_windows.Port()).IsConnected());
   EXPECT_EQ(m_server->Stop(), 0);
   EXPECT_THAT(m_log.Lines(), ElementsAre(kStarting));
 }
@@ -93,7 +93,7 @@ TEST_F(WebServerBaseTest, EachRunSetsTheClientTimeout) {
 
 TEST_F(WebServerBaseTest, ASecondRunIsRefusedAndChangesNothing) {
   EXPECT_EQ(Run(), 1);
-  const uint16_t port = m_watch.Port();
+  const uint16_t port = m_windows.Port();
   m_server->SetClientTimeoutMs(5);
   EXPECT_EQ(m_server->Run(1, 0, 0), 0);
   EXPECT_THAT(m_log.Lines(),
@@ -101,38 +101,38 @@ TEST_F(WebServerBaseTest, ASecondRunIsRefusedAndChangesNothing) {
                           L"DetailInfo WebServerBase::Run: Server is already "
                           L"running"));
   EXPECT_EQ(m_server->ClientTimeoutMs(), 5u);
-  EXPECT_EQ(m_watch.ThreadsBegun(), 1u);
+  EXPECT_EQ(m_windows.ThreadsBegun(), 1u);
   EXPECT_TRUE(LoopbackClient(port).IsConnected());
 }
 
 TEST_F(WebServerBaseTest, ReportsAThreadThatCannotBeStarted) {
-  m_watch.Fail(Call::kBeginThread, EAGAIN);
+  m_windows.Fail(Call::kBeginThread, EAGAIN);
   EXPECT_EQ(Run(), 0);
   EXPECT_THAT(m_log.Lines(),
               ElementsAre(kStarting,
                           L"Error WebServerBase::Run: _beginthreadex(...) "
                           L"failure, for Launch Thread[Run] errno:11"));
   EXPECT_FALSE(m_server->IsRunning());
-  EXPECT_EQ(m_watch.Calls(Call::kAwaitAnswer), 0);
+  EXPECT_EQ(m_windows.Calls(Call::kAwaitAnswer), 0);
   EXPECT_EQ(m_server->Stop(), 0);
 }
 
 TEST_F(WebServerBaseTest, RunsAfterAThreadThatCouldNotBeStarted) {
   for (int i = 0; i < 3; ++i) {
-    m_watch.Fail(Call::kBeginThread, EAGAIN);
+    m_windows.Fail(Call::kBeginThread, EAGAIN);
     EXPECT_EQ(Run(), 0);
   }
-  EXPECT_EQ(m_watch.OpenHandles(), 1u);  // the last started event
+  EXPECT_EQ(m_windows.OpenHandles(), 1u);  // the last started event
   EXPECT_EQ(Run(), 1);
-  EXPECT_EQ(m_watch.OpenHandles(), 1u);  // the accept thread
+  EXPECT_EQ(m_windows.OpenHandles(), 1u);  // the accept thread
 }
 
 TEST_F(WebServerBaseTest, AnAnsweredRunClosesTheStartedEvent) {
   for (int i = 0; i < 3; ++i) {
     EXPECT_EQ(Run(), 1);
-    EXPECT_EQ(m_watch.OpenHandles(), 1u);
+    EXPECT_EQ(m_windows.OpenHandles(), 1u);
     EXPECT_EQ(m_server->Stop(), 1);
-    EXPECT_EQ(m_watch.OpenInAll(), 0u);
+    EXPECT_EQ(m_windows.OpenInAll(), 0u);
   }
 }
 
@@ -150,11 +150,11 @@ TEST_F(WebServerBaseTest, APortInUseIsReportedAndNothingListens) {
 
 TEST_F(WebServerBaseTest, TheSamePortCanBeListenedOnAgain) {
   EXPECT_EQ(Run(), 1);
-  const uint16_t port = m_watch.Port();
+  const uint16_t port = m_windows.Port();
   EXPECT_EQ(m_server->Stop(), 1);
   EXPECT_EQ(m_server->Run(port, 0, INADDR_LOOPBACK), 1);
   EXPECT_TRUE(m_server->IsRunning());
-  EXPECT_EQ(m_watch.Port(), port);
+  EXPECT_EQ(m_windows.Port(), port);
 }
 
 // A thread that answers too late must still find a server, and must not leave
@@ -162,11 +162,11 @@ TEST_F(WebServerBaseTest, TheSamePortCanBeListenedOnAgain) {
 class LateAcceptThread : public WebServerBaseTest {
  protected:
   LateAcceptThread() {
-    m_watch.Before(Call::kStartup, [this](uint64_t) {
+    m_windows.Before(Call::kStartup, [this](uint64_t) {
       // The first session is opened by Run() itself.
-      if (m_watch.Calls(Call::kStartup) == 2) m_gate.Pass();
+      if (m_windows.Calls(Call::kStartup) == 2) m_gate.Pass();
     });
-    m_watch.Fail(Call::kAwaitAnswer, 0);
+    m_windows.Fail(Call::kAwaitAnswer, 0);
   }
   ~LateAcceptThread() override { m_gate.Open(); }
 
@@ -176,17 +176,17 @@ class LateAcceptThread : public WebServerBaseTest {
 TEST_F(LateAcceptThread, IsReportedAfterThirtySeconds) {
   EXPECT_EQ(Run(), 0);
   EXPECT_FALSE(m_server->IsRunning());
-  EXPECT_EQ(m_watch.Calls(Call::kAwaitAnswer), 1);
+  EXPECT_EQ(m_windows.Calls(Call::kAwaitAnswer), 1);
   EXPECT_THAT(m_log.Lines(), ElementsAre(kStarting, kNoAnswer));
-  EXPECT_EQ(m_watch.OpenHandles(), 1u);  // the accept thread
+  EXPECT_EQ(m_windows.OpenHandles(), 1u);  // the accept thread
   m_gate.Open();
 }
 
 TEST_F(LateAcceptThread, KeepsTheNextRunFromStartingAnother) {
   EXPECT_EQ(Run(), 0);
-  m_watch.Fail(Call::kAwaitEnd, 0);
+  m_windows.Fail(Call::kAwaitEnd, 0);
   EXPECT_EQ(Run(), 0);
-  EXPECT_EQ(m_watch.ThreadsBegun(), 1u);
+  EXPECT_EQ(m_windows.ThreadsBegun(), 1u);
   EXPECT_THAT(m_log.Lines(),
               ElementsAre(kStarting, kNoAnswer, kStarting, kNoAnswer));
   m_gate.Open();
@@ -194,7 +194,7 @@ TEST_F(LateAcceptThread, KeepsTheNextRunFromStartingAnother) {
 
 TEST_F(LateAcceptThread, ListensOnceItComesRound) {
   Gate listening;
-  m_watch.Before(Call::kWait, [&](uint64_t) { listening.Pass(); });
+  m_windows.Before(Call::kWait, [&](uint64_t) { listening.Pass(); });
   EXPECT_EQ(Run(), 0);
   m_gate.Open();
   ASSERT_TRUE(listening.SomebodyCame());
@@ -208,23 +208,23 @@ TEST_F(LateAcceptThread, IsKilledWhenTheServerGoes) {
   EXPECT_EQ(Run(), 0);
   ASSERT_TRUE(m_gate.SomebodyCame());
   m_server.reset();
-  EXPECT_THAT(m_watch.Terminations(), ElementsAre(kFailedExit));
-  EXPECT_TRUE(m_watch.ThreadEnds(0, kSoonMs));
+  EXPECT_THAT(m_windows.Terminations(), ElementsAre(kFailedExit));
+  EXPECT_TRUE(m_windows.ThreadEnds(0, kSoonMs));
 }
 
 TEST_F(LateAcceptThread, IsStoppedIfItListensByTheTimeTheServerGoes) {
   Gate listening;
-  m_watch.Before(Call::kWait, [&](uint64_t) { listening.Pass(); });
+  m_windows.Before(Call::kWait, [&](uint64_t) { listening.Pass(); });
   EXPECT_EQ(Run(), 0);
-  m_watch.Before(Call::kAwaitEnd, [&](uint64_t) {
+  m_windows.Before(Call::kAwaitEnd, [&](uint64_t) {
     m_gate.Open();
     EXPECT_TRUE(listening.SomebodyCame());
     listening.Open();
   });
-  m_watch.Fail(Call::kAwaitEnd, 0);
+  m_windows.Fail(Call::kAwaitEnd, 0);
   m_server.reset();
-  EXPECT_THAT(m_watch.Terminations(), IsEmpty());
-  EXPECT_TRUE(m_watch.ThreadEnds(0, kSoonMs));
+  EXPECT_THAT(m_windows.Terminations(), IsEmpty());
+  EXPECT_TRUE(m_windows.ThreadEnds(0, kSoonMs));
 }
 
 // An accept thread that ignores the shutdown event.
@@ -232,8 +232,8 @@ class StuckAcceptThread : public WebServerBaseTest {
  protected:
   void GetStuck() {
     ASSERT_EQ(Run(), 1);
-    m_watch.Before(Call::kAccept, [this](uint64_t) { m_gate.Pass(); });
-    const LoopbackClient client(m_watch.Port());
+    m_windows.Before(Call::kAccept, [this](uint64_t) { m_gate.Pass(); });
+    const LoopbackClient client(m_windows.Port());
     ASSERT_TRUE(m_gate.SomebodyCame());
   }
   ~StuckAcceptThread() override { m_gate.Open(); }
@@ -247,19 +247,19 @@ TEST_F(StuckAcceptThread, IsTerminatedAfterOneSecond) {
   EXPECT_EQ(m_server->Stop(), 0);
   EXPECT_GE(::GetTickCount() - start, 990u);
   EXPECT_FALSE(m_server->IsRunning());
-  EXPECT_THAT(m_watch.Terminations(), ElementsAre(kFailedExit));
-  EXPECT_EQ(m_watch.ExitCode(0), kFailedExit);
+  EXPECT_THAT(m_windows.Terminations(), ElementsAre(kFailedExit));
+  EXPECT_EQ(m_windows.ExitCode(0), kFailedExit);
   // For its end, and, killed, for its being gone.
-  EXPECT_EQ(m_watch.Calls(Call::kAwaitEnd), 2);
-  EXPECT_EQ(m_watch.OpenInAll(), 0u);
+  EXPECT_EQ(m_windows.Calls(Call::kAwaitEnd), 2);
+  EXPECT_EQ(m_windows.OpenInAll(), 0u);
 }
 
 TEST_F(StuckAcceptThread, LeavesItsPortFree) {
   GetStuck();
-  const uint16_t port = m_watch.Port();
-  m_watch.Fail(Call::kAwaitEnd, 0);
+  const uint16_t port = m_windows.Port();
+  m_windows.Fail(Call::kAwaitEnd, 0);
   EXPECT_EQ(m_server->Stop(), 0);
-  m_watch.Before(Call::kAccept, nullptr);
+  m_windows.Before(Call::kAccept, nullptr);
   EXPECT_EQ(m_server->Run(port, 0, INADDR_LOOPBACK), 1);
   EXPECT_TRUE(m_server->IsRunning());
   const LoopbackClient client(port);
@@ -274,25 +274,25 @@ class KilledInHandover : public WebServerBaseTest {
 
   // Kills it before the n-th call of the kind.
   void KillBefore(Call call, int nth) {
-    m_watch.Before(call, [this, call, nth](uint64_t) {
-      if (m_watch.Calls(call) == nth) m_gate.Pass();
+    m_windows.Before(call, [this, call, nth](uint64_t) {
+      if (m_windows.Calls(call) == nth) m_gate.Pass();
     });
     ASSERT_EQ(Run(), 1);
-    m_client = std::make_unique<LoopbackClient>(m_watch.Port());
+    m_client = std::make_unique<LoopbackClient>(m_windows.Port());
     ASSERT_TRUE(m_gate.SomebodyCame());
-    m_watch.Fail(Call::kAwaitEnd, 0);
+    m_windows.Fail(Call::kAwaitEnd, 0);
     EXPECT_EQ(m_server->Stop(), 0);
-    EXPECT_THAT(m_watch.Terminations(), ElementsAre(kFailedExit));
+    EXPECT_THAT(m_windows.Terminations(), ElementsAre(kFailedExit));
   }
   void ExpectNothingLeft() {
     EXPECT_EQ(m_client->Receive(), "");
-    EXPECT_TRUE(m_watch.AllThreadsEnd(kSoonMs));
-    EXPECT_EQ(m_watch.OpenInAll(), 0u);
+    EXPECT_TRUE(m_windows.AllThreadsEnd(kSoonMs));
+    EXPECT_EQ(m_windows.OpenInAll(), 0u);
     // Nobody is waited for at the next stop.
-    const int looks = m_watch.Calls(Call::kLookAgain);
+    const int looks = m_windows.Calls(Call::kLookAgain);
     EXPECT_EQ(Run(), 1);
     EXPECT_EQ(m_server->Stop(), 1);
-    EXPECT_EQ(m_watch.Calls(Call::kLookAgain), looks);
+    EXPECT_EQ(m_windows.Calls(Call::kLookAgain), looks);
   }
 
   Gate m_gate;
@@ -301,14 +301,14 @@ class KilledInHandover : public WebServerBaseTest {
 
 TEST_F(KilledInHandover, BeforeThereIsAThreadLosesNoRecordAndNoSocket) {
   KillBefore(Call::kBeginThread, 2);
-  EXPECT_EQ(m_watch.ThreadsBegun(), 1u);
+  EXPECT_EQ(m_windows.ThreadsBegun(), 1u);
   ExpectNothingLeft();
 }
 
 TEST_F(KilledInHandover, BeforeTheThreadRunsLetsItRunToItsEnd) {
   KillBefore(Call::kResumeThread, 1);
-  EXPECT_EQ(m_watch.ThreadsBegun(), 2u);
-  EXPECT_TRUE(m_watch.ThreadEnds(1, kSoonMs));
+  EXPECT_EQ(m_windows.ThreadsBegun(), 2u);
+  EXPECT_TRUE(m_windows.ThreadEnds(1, kSoonMs));
   ExpectNothingLeft();
 }
 
@@ -323,11 +323,11 @@ TEST_F(KilledInHandover, BeforeThereIsARecordClosesTheSocket) {
       nullptr, "WSAAddressToStringW", &WaitAtGate);
   g_addressGate = &m_gate;
   ASSERT_EQ(Run(), 1);
-  m_client = std::make_unique<LoopbackClient>(m_watch.Port());
+  m_client = std::make_unique<LoopbackClient>(m_windows.Port());
   ASSERT_TRUE(m_gate.SomebodyCame());
-  m_watch.Fail(Call::kAwaitEnd, 0);
+  m_windows.Fail(Call::kAwaitEnd, 0);
   EXPECT_EQ(m_server->Stop(), 0);
-  EXPECT_THAT(m_watch.Terminations(), ElementsAre(kFailedExit));
+  EXPECT_THAT(m_windows.Terminations(), ElementsAre(kFailedExit));
   ExpectNothingLeft();
 }
 
@@ -346,12 +346,12 @@ TEST_F(WebServerBaseTest, AConnectionThatEndsAtOnceAwaitsItsStarter) {
         return count;
       });
   resume = patch.Original();
-  auto client = std::make_unique<LoopbackClient>(m_watch.Port());
+  auto client = std::make_unique<LoopbackClient>(m_windows.Port());
   ASSERT_TRUE(starter.SomebodyCame());
   client->Close();
-  EXPECT_FALSE(m_watch.ThreadEnds(1, 100));
+  EXPECT_FALSE(m_windows.ThreadEnds(1, 100));
   starter.Open();
-  EXPECT_TRUE(m_watch.ThreadEnds(1, kSoonMs));
+  EXPECT_TRUE(m_windows.ThreadEnds(1, kSoonMs));
 }
 
 struct Seen {
@@ -408,7 +408,7 @@ TEST_F(ListenerCalls, AskForTheLongestQueueAndForNewcomersAlone) {
 
 TEST_F(ListenerCalls, KeepEverySocketFromChildPrograms) {
   EXPECT_EQ(Run(), 1);
-  const LoopbackClient client(m_watch.Port());
+  const LoopbackClient client(m_windows.Port());
   EXPECT_TRUE(client.Send("x."));
   EXPECT_NE(client.ReceiveAll(), "");
   EXPECT_GE(m_seen.sockets, 3);  // listening twice, connected
@@ -417,16 +417,16 @@ TEST_F(ListenerCalls, KeepEverySocketFromChildPrograms) {
 
 // Run() goes on once it is answered; nothing may be open then.
 TEST_F(WebServerBaseTest, AFailedAcceptThreadCleansUpBeforeItAnswers) {
-  m_watch.Fail(Call::kBind, WSAEADDRINUSE);
+  m_windows.Fail(Call::kBind, WSAEADDRINUSE);
   Gate cleanup;
-  m_watch.Before(Call::kCleanup, [&](uint64_t) { cleanup.Pass(); });
+  m_windows.Before(Call::kCleanup, [&](uint64_t) { cleanup.Pass(); });
   std::atomic<bool> answered{false};
   std::thread runner([&] {
     EXPECT_EQ(Run(), 1);
     answered = true;
   });
   EXPECT_TRUE(cleanup.SomebodyCame());
-  EXPECT_EQ(m_watch.OpenSockets(), 0u);
+  EXPECT_EQ(m_windows.OpenSockets(), 0u);
   EXPECT_FALSE(answered);
   cleanup.Open();
   runner.join();
@@ -434,11 +434,11 @@ TEST_F(WebServerBaseTest, AFailedAcceptThreadCleansUpBeforeItAnswers) {
 
 TEST_F(WebServerBaseTest, OpensItsLastingSessionBeforeItListens) {
   EXPECT_EQ(Run(), 1);
-  EXPECT_EQ(m_watch.Calls(Call::kStartup), 2);
-  const LoopbackClient client(m_watch.Port());
+  EXPECT_EQ(m_windows.Calls(Call::kStartup), 2);
+  const LoopbackClient client(m_windows.Port());
   EXPECT_TRUE(client.Send("x."));
   EXPECT_NE(client.ReceiveAll(), "");
-  EXPECT_EQ(m_watch.Calls(Call::kStartup), 2);
+  EXPECT_EQ(m_windows.Calls(Call::kStartup), 2);
 }
 
 }  // namespace

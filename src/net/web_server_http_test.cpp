@@ -9,9 +9,9 @@ namespace {
 
 using kova::UniqueKernelHandle;
 using kova::test::Call;
-using kova::test::CallWatch;
 using kova::test::ImportPatch;
 using kova::test::kSoonMs;
+using kova::test::WindowsCalls;
 
 // Ends when told to, or at the restart event, as a monitor's thread would.
 unsigned __stdcall RestartThread(void* server) {
@@ -36,7 +36,7 @@ class WebServerHTTPTest : public testing::Test {
     EXPECT_TRUE(m_server->JoinRestartThread());
   }
 
-  CallWatch m_watch;
+  WindowsCalls m_windows;
   const UniqueKernelHandle m_restart{
       ::CreateEventW(nullptr, FALSE, FALSE, nullptr)};
   std::unique_ptr<WebServerHTTP> m_server =
@@ -45,7 +45,7 @@ class WebServerHTTPTest : public testing::Test {
 
 TEST_F(WebServerHTTPTest, StartsItsRestartThreadWithItself) {
   const NetworkMonitorState& monitor = m_server->Monitor();
-  EXPECT_EQ(m_watch.ThreadsBegun(), 1u);
+  EXPECT_EQ(m_windows.ThreadsBegun(), 1u);
   EXPECT_TRUE(monitor.restartThread.IsValid());
   EXPECT_NE(monitor.restartThreadId, 0u);
   EXPECT_EQ(monitor.port, 6161u);
@@ -58,16 +58,16 @@ TEST_F(WebServerHTTPTest, JoinsItsRestartThread) {
   EXPECT_TRUE(m_server->JoinRestartThread());
   EXPECT_FALSE(m_server->Monitor().restartThread.IsValid());
   EXPECT_TRUE(m_server->JoinRestartThread());
-  EXPECT_TRUE(m_watch.ThreadEnds(0, kSoonMs));
-  EXPECT_EQ(m_watch.ExitCode(0), WAIT_OBJECT_0);
-  EXPECT_EQ(m_watch.OpenHandles(), 0u);
+  EXPECT_TRUE(m_windows.ThreadEnds(0, kSoonMs));
+  EXPECT_EQ(m_windows.ExitCode(0), WAIT_OBJECT_0);
+  EXPECT_EQ(m_windows.OpenHandles(), 0u);
 }
 
 // A thread that has a reference to the library ends when it can.
 TEST_F(WebServerHTTPTest, WaitsForTheLastTouchOfItsRestartThreadAlone) {
   ::SetEvent(m_server->Monitor().shutdownEvent.Get());
   EXPECT_TRUE(m_server->JoinRestartThread());
-  EXPECT_EQ(m_watch.Calls(Call::kAwaitEnd), 0);
+  EXPECT_EQ(m_windows.Calls(Call::kAwaitEnd), 0);
 }
 
 BOOL WINAPI RefuseModule(DWORD, LPCWSTR, HMODULE*) { return FALSE; }
@@ -78,7 +78,7 @@ TEST_F(WebServerHTTPTest, WaitsForTheEndOfAThreadWithoutAReference) {
   WebServerHTTP server(&RestartThread, nullptr);
   ::SetEvent(server.Monitor().shutdownEvent.Get());
   EXPECT_TRUE(server.JoinRestartThread());
-  EXPECT_EQ(m_watch.Calls(Call::kAwaitEnd), 1);
+  EXPECT_EQ(m_windows.Calls(Call::kAwaitEnd), 1);
 }
 
 DWORD WINAPI FailToWait(DWORD, const HANDLE*, WINBOOL, DWORD) {
@@ -100,14 +100,14 @@ TEST_F(WebServerHTTPTest, TakesTheRestartEventThatItIsGiven) {
   NetworkMonitorState& monitor = m_server->Monitor();
   EXPECT_EQ(monitor.restartEvent, m_restart.Get());
   ::SetEvent(monitor.restartEvent);
-  EXPECT_TRUE(m_watch.ThreadEnds(0, kSoonMs));
-  EXPECT_EQ(m_watch.ExitCode(0), WAIT_OBJECT_0 + 1);
+  EXPECT_TRUE(m_windows.ThreadEnds(0, kSoonMs));
+  EXPECT_EQ(m_windows.ExitCode(0), WAIT_OBJECT_0 + 1);
   EXPECT_EQ(::WaitForSingleObject(monitor.shutdownEvent.Get(), 0),
             WAIT_TIMEOUT);
 }
 
 TEST_F(WebServerHTTPTest, LivesWithoutARestartThread) {
-  m_watch.Fail(Call::kBeginThread, EAGAIN);
+  m_windows.Fail(Call::kBeginThread, EAGAIN);
   WebServerHTTP server(&RestartThread, nullptr);
   EXPECT_FALSE(server.Monitor().restartThread.IsValid());
   EXPECT_TRUE(server.JoinRestartThread());

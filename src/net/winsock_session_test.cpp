@@ -3,17 +3,17 @@
 
 #include <gtest/gtest.h>
 
-#include "test/net/call_watch.h"
+#include "test/net/windows_calls.h"
 
 namespace {
 
 using kova::WinsockSession;
 using kova::test::Call;
-using kova::test::CallWatch;
+using kova::test::WindowsCalls;
 
 class WinsockSessionTest : public testing::Test {
  protected:
-  CallWatch m_watch;
+  WindowsCalls m_windows;
   WORD m_granted = 0;
 };
 
@@ -22,25 +22,25 @@ TEST_F(WinsockSessionTest, GivesItsReferenceBackAtTheEnd) {
     WinsockSession session;
     EXPECT_EQ(session.Open(&m_granted), 0);
     EXPECT_EQ(m_granted, 0x0202);
-    EXPECT_EQ(m_watch.OpenSessions(), 1);
+    EXPECT_EQ(m_windows.OpenSessions(), 1);
   }
-  EXPECT_EQ(m_watch.OpenSessions(), 0);
+  EXPECT_EQ(m_windows.OpenSessions(), 0);
 }
 
 TEST_F(WinsockSessionTest, HoldsNothingBeforeItIsOpened) {
   {
     const WinsockSession session;
   }
-  EXPECT_EQ(m_watch.Calls(Call::kCleanup), 0);
+  EXPECT_EQ(m_windows.Calls(Call::kCleanup), 0);
 }
 
 TEST_F(WinsockSessionTest, HoldsNothingAfterAFailure) {
-  m_watch.Fail(Call::kStartup, 10092);
+  m_windows.Fail(Call::kStartup, 10092);
   {
     WinsockSession session;
     EXPECT_EQ(session.Open(&m_granted), 10092);
   }
-  EXPECT_EQ(m_watch.Calls(Call::kCleanup), 0);
+  EXPECT_EQ(m_windows.Calls(Call::kCleanup), 0);
 }
 
 TEST_F(WinsockSessionTest, ClosesOnceAndMayBeOpenedAgain) {
@@ -48,10 +48,10 @@ TEST_F(WinsockSessionTest, ClosesOnceAndMayBeOpenedAgain) {
   EXPECT_EQ(session.Open(&m_granted), 0);
   session.Close();
   session.Close();
-  EXPECT_EQ(m_watch.Calls(Call::kCleanup), 1);
+  EXPECT_EQ(m_windows.Calls(Call::kCleanup), 1);
   EXPECT_EQ(session.Open(&m_granted), 0);
   EXPECT_EQ(session.Open(&m_granted), 0);
-  EXPECT_EQ(m_watch.OpenSessions(), 1);
+  EXPECT_EQ(m_windows.OpenSessions(), 1);
 }
 
 TEST_F(WinsockSessionTest, KeepsTheLastErrorWhileClosing) {

@@ -51,7 +51,7 @@ OTHER_FLAG = {
 @dataclass(frozen=True)
 class Change:
     room: str
-    path: str  # below the root, e.g. "src/net/client_run.cpp"
+    path: str  # below the root, e.g. "src/net/connection_loop.cpp"
     line: int
     kind: str
     start: int  # offsets in the file's text

@@ -138,7 +138,7 @@ The list is always the same for the same sources.""",
 A change that the compiler refuses (warnings are errors) is listed apart, and
 one that makes the tests hang counts as noticed. Example:
   script/mutate net --count 30
-  script/mutate src/net/client_run.cpp:101
+  script/mutate src/net/connection_loop.cpp:101
 Exit codes: 0 everything was noticed, 1 something survived, 2 could not start.""")
     parser.add_argument(
         "room", nargs="*", metavar="ROOM",

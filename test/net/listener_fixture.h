@@ -10,9 +10,9 @@
 
 #include "log/log_channel.h"
 #include "net/winsock_session.h"
-#include "test/net/call_watch.h"
 #include "test/net/loopback_client.h"
 #include "test/net/test_server.h"
+#include "test/net/windows_calls.h"
 #include "test/support/fake_tick_count.h"
 #include "test/support/log_capture.h"
 
@@ -45,16 +45,16 @@ class ServerTest : public LoggingTest {
   // Whatever a test did, nothing is left when the server is gone.
   void TearDown() override {
     m_server.reset();
-    EXPECT_TRUE(m_watch.AllThreadsEnd(kSoonMs));
-    EXPECT_EQ(m_watch.OpenSockets(), 0u);
-    EXPECT_EQ(m_watch.OpenEvents(), 0u);
-    EXPECT_EQ(m_watch.OpenSessions(), 0);
-    EXPECT_EQ(m_watch.OpenHandles(), 0u);
+    EXPECT_TRUE(m_windows.AllThreadsEnd(kSoonMs));
+    EXPECT_EQ(m_windows.OpenSockets(), 0u);
+    EXPECT_EQ(m_windows.OpenEvents(), 0u);
+    EXPECT_EQ(m_windows.OpenSessions(), 0);
+    EXPECT_EQ(m_windows.OpenHandles(), 0u);
   }
 
   int Run() { return m_server->Run(0, 0, INADDR_LOOPBACK); }
 
-  CallWatch m_watch;
+  WindowsCalls m_windows;
   std::unique_ptr<TestServer> m_server = std::make_unique<TestServer>();
 };
 

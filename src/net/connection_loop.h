@@ -46,18 +46,18 @@ class ConnectionHost {
 // for socket events, gathers request bytes, has each complete request answered
 // and sends the answer. Lives on the connection's thread; owns none of the
 // handles it is given. Log lines carry the name Network_ClientThread::Run.
-class ClientRun {
+class ConnectionLoop {
  public:
   // `socket` is selected for FD_READ, FD_WRITE and FD_CLOSE into `readEvent`.
   // Setting `stopping` and then `stopEvent` ends the run: the event ends a
   // wait, the flag a run that finds its read event set at every wait. All
   // references outlive the run.
-  ClientRun(ConnectionHost& host, SOCKET socket, WSAEVENT readEvent,
-            WSAEVENT stopEvent, const std::atomic<bool>& stopping,
-            const OString& clientAddress, RequestHandler handler);
+  ConnectionLoop(ConnectionHost& host, SOCKET socket, WSAEVENT readEvent,
+                 WSAEVENT stopEvent, const std::atomic<bool>& stopping,
+                 const OString& clientAddress, RequestHandler handler);
 
-  ClientRun(const ClientRun&) = delete;
-  ClientRun& operator=(const ClientRun&) = delete;
+  ConnectionLoop(const ConnectionLoop&) = delete;
+  ConnectionLoop& operator=(const ConnectionLoop&) = delete;
 
   // Returns 0 when the wait failed or a request found no answer, 1 on every
   // other end. A connection that can no longer hold its request ends with 0.

@@ -1,4 +1,4 @@
-#include "test/net/call_watch.h"
+#include "test/net/windows_calls.h"
 
 #include <algorithm>
 #include <array>
@@ -86,7 +86,7 @@ struct Failure {
 struct OneCall {
   int calls = 0;
   std::optional<Failure> failure;
-  std::shared_ptr<const CallWatch::Hook> hook;
+  std::shared_ptr<const WindowsCalls::Hook> hook;
 };
 
 struct State {
@@ -131,7 +131,7 @@ bool WaitForThreads(DWORD timeoutMs) {
 
 // Counts the call and runs its hook. The code to fail with, if it is to fail.
 std::optional<int> Enter(Call call, uint64_t detail = 0) {
-  std::shared_ptr<const CallWatch::Hook> hook;
+  std::shared_ptr<const WindowsCalls::Hook> hook;
   std::optional<int> error;
   {
     const Lock lock(g_state->mutex);
@@ -342,7 +342,7 @@ WINBOOL WINAPI Close(HANDLE handle) {
 
 }  // namespace
 
-CallWatch::CallWatch() {
+WindowsCalls::WindowsCalls() {
   g_state = new State;
   // In place first: a patch may be called while the next one is made.
   void* const room = ::operator new(sizeof(Patches));
@@ -350,78 +350,78 @@ CallWatch::CallWatch() {
   new (room) Patches;
 }
 
-CallWatch::~CallWatch() {
+WindowsCalls::~WindowsCalls() {
   delete g_patches;
   g_patches = nullptr;
   for (const HANDLE thread : g_state->threads) ::CloseHandle(thread);
   delete std::exchange(g_state, nullptr);
 }
 
-void CallWatch::Fail(Call call, int error, int callsBefore) {
+void WindowsCalls::Fail(Call call, int error, int callsBefore) {
   const Lock lock(g_state->mutex);
   Of(call).failure = Failure{callsBefore, error};
 }
 
-void CallWatch::Before(Call call, Hook hook) {
+void WindowsCalls::Before(Call call, Hook hook) {
   const Lock lock(g_state->mutex);
   Of(call).hook.reset();
   if (hook) Of(call).hook = std::make_shared<const Hook>(std::move(hook));
 }
 
-void CallWatch::GrantVersion(WORD version) {
+void WindowsCalls::GrantVersion(WORD version) {
   const Lock lock(g_state->mutex);
   g_state->grantedVersion = version;
 }
 
-void CallWatch::HideNextEvents() {
+void WindowsCalls::HideNextEvents() {
   const Lock lock(g_state->mutex);
   g_state->hideNextEvents = true;
 }
 
-int CallWatch::Calls(Call call) const {
+int WindowsCalls::Calls(Call call) const {
   const Lock lock(g_state->mutex);
   return Of(call).calls;
 }
 
-size_t CallWatch::OpenSockets() const {
+size_t WindowsCalls::OpenSockets() const {
   const Lock lock(g_state->mutex);
   return g_state->sockets.size();
 }
 
-size_t CallWatch::OpenEvents() const {
+size_t WindowsCalls::OpenEvents() const {
   const Lock lock(g_state->mutex);
   return g_state->events.size();
 }
 
-int CallWatch::OpenSessions() const {
+int WindowsCalls::OpenSessions() const {
   const Lock lock(g_state->mutex);
   return g_state->sessions;
 }
 
-size_t CallWatch::OpenHandles() const {
+size_t WindowsCalls::OpenHandles() const {
   const Lock lock(g_state->mutex);
   return g_state->handles.size();
 }
 
-size_t CallWatch::OpenInAll() const {
+size_t WindowsCalls::OpenInAll() const {
   return OpenSockets() + OpenEvents() + OpenHandles();
 }
 
-sockaddr_in CallWatch::ListeningAddress() const {
+sockaddr_in WindowsCalls::ListeningAddress() const {
   const Lock lock(g_state->mutex);
   return g_state->listening;
 }
 
-uint16_t CallWatch::Port() const {
+uint16_t WindowsCalls::Port() const {
   return ::ntohs(ListeningAddress().sin_port);
 }
 
-size_t CallWatch::ThreadsBegun() const {
+size_t WindowsCalls::ThreadsBegun() const {
   const Lock lock(g_state->mutex);
   return g_state->threads.size();
 }
 
-bool CallWatch::ThreadEnds(size_t thread, DWORD timeoutMs) const {
+bool WindowsCalls::ThreadEnds(size_t thread, DWORD timeoutMs) const {
   HANDLE handle = nullptr;
   {
     std::unique_lock<std::mutex> lock(g_state->mutex);
@@ -435,18 +435,18 @@ bool CallWatch::ThreadEnds(size_t thread, DWORD timeoutMs) const {
   return g_patches->waitSingle.Original()(handle, timeoutMs) == WAIT_OBJECT_0;
 }
 
-bool CallWatch::AllThreadsEnd(DWORD timeoutMs) const {
+bool WindowsCalls::AllThreadsEnd(DWORD timeoutMs) const {
   return WaitForThreads(timeoutMs);
 }
 
-DWORD CallWatch::ExitCode(size_t thread) const {
+DWORD WindowsCalls::ExitCode(size_t thread) const {
   const Lock lock(g_state->mutex);
   DWORD code = 0;
   ::GetExitCodeThread(g_state->threads.at(thread), &code);
   return code;
 }
 
-std::vector<DWORD> CallWatch::Terminations() const {
+std::vector<DWORD> WindowsCalls::Terminations() const {
   const Lock lock(g_state->mutex);
   return g_state->terminations;
 }

@@ -5,14 +5,14 @@
 #include <optional>
 #include <thread>
 
-#include "net/client_run.h"
+#include "net/connection_loop.h"
 #include "test/net/listener_fixture.h"
 #include "test/support/import_patch.h"
 
 namespace {
 
 using kova::ByteBuffer;
-using kova::ClientRun;
+using kova::ConnectionLoop;
 using kova::UniqueSocket;
 using kova::UniqueWsaEvent;
 using kova::test::ImportPatch;
@@ -71,8 +71,8 @@ class BigResponse : public LoggingTest,
                                FD_READ | FD_WRITE | FD_CLOSE),
               0);
     m_thread.emplace([this] {
-      ClientRun run(m_server.Host(), m_served.Get(), m_readEvent.Get(),
-                    m_stopEvent.Get(), m_stopping, m_address, &Answer);
+      ConnectionLoop run(m_server.Host(), m_served.Get(), m_readEvent.Get(),
+                         m_stopEvent.Get(), m_stopping, m_address, &Answer);
       m_result = run.Run();
     });
   }

@@ -34,16 +34,16 @@ enum class Call {
 // Winsock references and threads that the server opens in this program. At
 // most one may live at a time, and it must outlive every server and thread
 // that it watched. Safe to use on any thread.
-class CallWatch {
+class WindowsCalls {
  public:
   // What runs before a call, on the thread that calls. `detail` is how long a
   // waiting call would wait in ms, 0 for others.
   using Hook = std::function<void(uint64_t detail)>;
 
-  CallWatch();
-  ~CallWatch();
-  CallWatch(const CallWatch&) = delete;
-  CallWatch& operator=(const CallWatch&) = delete;
+  WindowsCalls();
+  ~WindowsCalls();
+  WindowsCalls(const WindowsCalls&) = delete;
+  WindowsCalls& operator=(const WindowsCalls&) = delete;
 
   // Makes one call fail: the next but `callsBefore`. `error` is the code it
   // leaves behind (errno for kBeginThread, the result for kStartup, not used

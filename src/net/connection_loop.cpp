@@ -1,4 +1,4 @@
-#include "net/client_run.h"
+#include "net/connection_loop.h"
 
 #include <cstring>
 #include <limits>
@@ -19,9 +19,11 @@ auto HexOf(int value) { return Hex(static_cast<uint32_t>(value)); }
 
 }  // namespace
 
-ClientRun::ClientRun(ConnectionHost& host, SOCKET socket, WSAEVENT readEvent,
-                     WSAEVENT stopEvent, const std::atomic<bool>& stopping,
-                     const OString& clientAddress, RequestHandler handler)
+ConnectionLoop::ConnectionLoop(ConnectionHost& host, SOCKET socket,
+                               WSAEVENT readEvent, WSAEVENT stopEvent,
+                               const std::atomic<bool>& stopping,
+                               const OString& clientAddress,
+                               RequestHandler handler)
     : m_host(host),
       m_socket(socket),
       m_readEvent(readEvent),
@@ -30,7 +32,7 @@ ClientRun::ClientRun(ConnectionHost& host, SOCKET socket, WSAEVENT readEvent,
       m_clientAddress(clientAddress),
       m_handler(handler) {}
 
-unsigned ClientRun::Run() {
+unsigned ConnectionLoop::Run() {
   LogLine(LogChannel::DetailInfoB, kMethod)
       << L"Client Thread started. For socket: 0x" << Hex(m_socket);
   for (;;) {
@@ -42,7 +44,7 @@ unsigned ClientRun::Run() {
   }
 }
 
-ClientRun::Next ClientRun::WaitForEvents(long& events) {
+ConnectionLoop::Next ConnectionLoop::WaitForEvents(long& events) {
   const WSAEVENT handles[] = {m_readEvent, m_stopEvent};
   const uint32_t timeoutMs = m_host.ClientTimeoutMs();
   const DWORD woken = ::WSAWaitForMultipleEvents(
@@ -62,7 +64,7 @@ ClientRun::Next ClientRun::WaitForEvents(long& events) {
   return Next::kGoOn;
 }
 
-ClientRun::Next ClientRun::OnEvents(long events) {
+ConnectionLoop::Next ConnectionLoop::OnEvents(long events) {
   Next next = Next::kGoOn;
   if (events & FD_READ) next = OnReadable();
   if (next == Next::kGoOn && (events & FD_WRITE) && m_resend) {
@@ -72,7 +74,7 @@ ClientRun::Next ClientRun::OnEvents(long events) {
   return next;
 }
 
-ClientRun::Next ClientRun::OnReadable() {
+ConnectionLoop::Next ConnectionLoop::OnReadable() {
   if (m_receiveBuffer == nullptr)
     m_receiveBuffer.reset(new char[kReceiveBytes]);
   WSABUF buffer = {kReceiveBytes, m_receiveBuffer.get()};
@@ -101,7 +103,7 @@ ClientRun::Next ClientRun::OnReadable() {
 
 // The array's count is signed 32-bit: a request that outgrows it, or memory,
 // cannot be answered.
-bool ClientRun::Append(uint32_t receivedBytes) {
+bool ConnectionLoop::Append(uint32_t receivedBytes) {
   const int32_t old = m_request.Count();
   const int32_t more = static_cast<int32_t>(receivedBytes);
   if (old > std::numeric_limits<int32_t>::max() - more) return false;
@@ -111,7 +113,7 @@ bool ClientRun::Append(uint32_t receivedBytes) {
   return true;
 }
 
-ClientRun::Next ClientRun::Answer() {
+ConnectionLoop::Next ConnectionLoop::Answer() {
   const bool answered =
       m_handler(m_request.Data(), static_cast<uint32_t>(m_request.Count()),
                 m_response, &m_keepOpen, m_clientAddress) != 0;
@@ -123,7 +125,7 @@ ClientRun::Next ClientRun::Answer() {
   return SendResponse();
 }
 
-ClientRun::Next ClientRun::SendResponse() {
+ConnectionLoop::Next ConnectionLoop::SendResponse() {
   const bool sent = SendFrom(L"ParseRequest response: ");
   // Deliberate: read after a complete send, too. A would-block code that
   // somebody left behind arms a resend, which then completes at once.
@@ -145,12 +147,12 @@ ClientRun::Next ClientRun::SendResponse() {
 }
 
 // The wake-up that armed the resend is over for its other event bits.
-ClientRun::Next ClientRun::CompleteResend() {
+ConnectionLoop::Next ConnectionLoop::CompleteResend() {
   const Next next = OnWritable();
   return next == Next::kGoOn ? Next::kWait : next;
 }
 
-ClientRun::Next ClientRun::OnWritable() {
+ConnectionLoop::Next ConnectionLoop::OnWritable() {
   // What other calls left behind must not keep a finished resend from ending.
   ::WSASetLastError(0);
   const bool sent = SendFrom(L"Resend Write: ");
@@ -171,7 +173,7 @@ ClientRun::Next ClientRun::OnWritable() {
   return next;
 }
 
-ClientRun::Next ClientRun::FinishResponse() {
+ConnectionLoop::Next ConnectionLoop::FinishResponse() {
   m_host.OnResponseSent(m_sent);
   if (m_keepOpen == 0) return Next::kEndWith1;
   m_request.SetSize(0);
@@ -179,12 +181,12 @@ ClientRun::Next ClientRun::FinishResponse() {
   return Next::kGoOn;
 }
 
-ClientRun::Next ClientRun::OnClosed() {
+ConnectionLoop::Next ConnectionLoop::OnClosed() {
   LogLine(LogChannel::DetailInfoE, kMethod) << L"FD_CLOSE recieved exiting";
   return Next::kEndWith1;
 }
 
-bool ClientRun::SendFrom(const wchar_t* phase) {
+bool ConnectionLoop::SendFrom(const wchar_t* phase) {
   const auto send = [&](const char* piece, uint32_t bytes, uint32_t& accepted) {
     WSABUF buffer = {bytes, const_cast<char*>(piece)};
     DWORD taken = 0;
@@ -198,9 +200,9 @@ bool ClientRun::SendFrom(const wchar_t* phase) {
                        static_cast<uint32_t>(m_response.Size()), m_sent, send);
 }
 
-void ClientRun::LogSendResult(const wchar_t* phase, int result,
-                              uint32_t requested, uint32_t sent,
-                              int error) const {
+void ConnectionLoop::LogSendResult(const wchar_t* phase, int result,
+                                   uint32_t requested, uint32_t sent,
+                                   int error) const {
   if (result == SOCKET_ERROR) {
     LogLine(LogChannel::DetailInfoE, kMethod)
         << phase << L"SOCKET_ERROR returned by WSASend. WSAGetLastError: 0x"

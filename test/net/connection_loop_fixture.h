@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "net/client_run.h"
+#include "net/connection_loop.h"
 #include "test/net/listener_fixture.h"
 #include "test/net/scripted_socket.h"
 
@@ -14,20 +14,20 @@ namespace kova::test {
 
 // One connection's event loop on a scripted socket. Its handler records each
 // request and answers with m_response.
-class ClientRunTest : public LoggingTest {
+class ConnectionLoopTest : public LoggingTest {
  protected:
   static constexpr uint32_t kAllChannels = 0xF800FFFF;
   static constexpr SOCKET kSocket = 0xABC;
 
-  ClientRunTest() : LoggingTest(kAllChannels) { s_current = this; }
-  ~ClientRunTest() override { s_current = nullptr; }
+  ConnectionLoopTest() : LoggingTest(kAllChannels) { s_current = this; }
+  ~ConnectionLoopTest() override { s_current = nullptr; }
 
   // Runs the loop to its end and drops the log line it begins with, which
   // must be there.
   unsigned Run() {
     ::WSASetLastError(0);
-    ClientRun run(m_server.Host(), kSocket, nullptr, nullptr, m_stopping,
-                  m_address, &Handle);
+    ConnectionLoop run(m_server.Host(), kSocket, nullptr, nullptr, m_stopping,
+                       m_address, &Handle);
     const unsigned result = run.Run();
     m_lines = m_log.Take();
     if (m_lines.empty() ||
@@ -77,7 +77,7 @@ class ClientRunTest : public LoggingTest {
   static int32_t Handle(const char* request, uint32_t lengthBytes,
                         ByteBuffer& response, uint32_t* keepOpen,
                         const OString& clientAddress) {
-    ClientRunTest& test = *s_current;
+    ConnectionLoopTest& test = *s_current;
     test.m_requests.emplace_back(request, lengthBytes);
     test.m_addresses.emplace_back(clientAddress.Narrow());
     test.m_flags.push_back(*keepOpen);
@@ -88,7 +88,7 @@ class ClientRunTest : public LoggingTest {
     return test.m_answers ? 1 : 0;
   }
 
-  static inline ClientRunTest* s_current = nullptr;
+  static inline ConnectionLoopTest* s_current = nullptr;
 };
 
 }  // namespace kova::test

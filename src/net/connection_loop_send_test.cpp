@@ -1,9 +1,9 @@
 // Patched: one connection's event loop: sends and resends.
-#include "test/net/client_run_fixture.h"
+#include "test/net/connection_loop_fixture.h"
 
 namespace {
 
-using kova::test::ClientRunTest;
+using kova::test::ConnectionLoopTest;
 using testing::DoubleEq;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
@@ -15,7 +15,7 @@ std::string Pattern(size_t bytes) {
   return text;
 }
 
-class ClientRunSendTest : public ClientRunTest {
+class ConnectionLoopSendTest : public ConnectionLoopTest {
  protected:
   void RequestArrives(long otherEvents = 0) {
     m_socket.Wake(FD_READ | otherEvents);
@@ -40,10 +40,10 @@ struct Sizes {
   std::vector<uint32_t> pieces;
 };
 
-class ClientRunPieces : public ClientRunSendTest,
-                        public testing::WithParamInterface<Sizes> {};
+class ConnectionLoopPieces : public ConnectionLoopSendTest,
+                             public testing::WithParamInterface<Sizes> {};
 
-TEST_P(ClientRunPieces, HoldAtMostTwoHundredThousandBytes) {
+TEST_P(ConnectionLoopPieces, HoldAtMostTwoHundredThousandBytes) {
   m_response = Pattern(GetParam().length);
   RequestArrives();
   EXPECT_EQ(Run(), 1u);
@@ -54,14 +54,14 @@ TEST_P(ClientRunPieces, HoldAtMostTwoHundredThousandBytes) {
   EXPECT_THAT(m_lines, ElementsAre(Woken(L"1"), Received(L"2")));
 }
 
-INSTANTIATE_TEST_SUITE_P(Boundaries, ClientRunPieces,
+INSTANTIATE_TEST_SUITE_P(Boundaries, ConnectionLoopPieces,
                          testing::Values(Sizes{0, {}}, Sizes{1, {1}},
                                          Sizes{199999, {199999}},
                                          Sizes{200000, {200000}},
                                          Sizes{200001, {200000, 1}},
                                          Sizes{400000, {200000, 200000}}));
 
-TEST_F(ClientRunSendTest, APartialSendIsLoggedAndGoesOn) {
+TEST_F(ConnectionLoopSendTest, APartialSendIsLoggedAndGoesOn) {
   m_response = Pattern(200020);
   m_socket.Take(0xAB);
   RequestArrives();
@@ -75,7 +75,7 @@ TEST_F(ClientRunSendTest, APartialSendIsLoggedAndGoesOn) {
   EXPECT_TRUE(m_socket.Sent() == m_response);
 }
 
-TEST_F(ClientRunSendTest, AFailedSendEndsTheConnectionWithOne) {
+TEST_F(ConnectionLoopSendTest, AFailedSendEndsTheConnectionWithOne) {
   m_socket.SendFails(WSAECONNRESET);
   RequestArrives(FD_CLOSE);
   EXPECT_EQ(Run(), 1u);
@@ -90,7 +90,7 @@ TEST_F(ClientRunSendTest, AFailedSendEndsTheConnectionWithOne) {
   EXPECT_EQ(m_server.KilobytesSent(), 0);
 }
 
-TEST_F(ClientRunSendTest, AFailureAfterAPartialSendStopsThere) {
+TEST_F(ConnectionLoopSendTest, AFailureAfterAPartialSendStopsThere) {
   m_response = Pattern(400000);
   m_socket.Take(200000);
   m_socket.SendFails(WSAECONNABORTED);
@@ -101,7 +101,7 @@ TEST_F(ClientRunSendTest, AFailureAfterAPartialSendStopsThere) {
             W(L"WSASend(...) failure. Primary Send. WSAGetLastError:10053"));
 }
 
-TEST_F(ClientRunSendTest, AFullSocketSkipsFdCloseAndResendsWhenWritable) {
+TEST_F(ConnectionLoopSendTest, AFullSocketSkipsFdCloseAndResendsWhenWritable) {
   m_response = Pattern(450000);
   m_socket.Take(200000);
   m_socket.SendFails(WSAEWOULDBLOCK);
@@ -117,7 +117,7 @@ TEST_F(ClientRunSendTest, AFullSocketSkipsFdCloseAndResendsWhenWritable) {
   EXPECT_THAT(m_server.KilobytesSent(), DoubleEq(450000 / 1024.0));
 }
 
-TEST_F(ClientRunSendTest, AResendThatBlocksSkipsFdCloseAndWaitsAgain) {
+TEST_F(ConnectionLoopSendTest, AResendThatBlocksSkipsFdCloseAndWaitsAgain) {
   m_socket.SendFails(WSAEWOULDBLOCK);
   m_socket.Take(2);
   m_socket.SendFails(WSAEWOULDBLOCK);
@@ -135,7 +135,7 @@ TEST_F(ClientRunSendTest, AResendThatBlocksSkipsFdCloseAndWaitsAgain) {
   EXPECT_EQ(m_socket.Sent(), "answer");
 }
 
-TEST_F(ClientRunSendTest, AResendThatFailsEndsTheConnectionWithOne) {
+TEST_F(ConnectionLoopSendTest, AResendThatFailsEndsTheConnectionWithOne) {
   m_socket.SendFails(WSAEWOULDBLOCK);
   m_socket.SendFails(WSAECONNRESET);
   RequestArrives();
@@ -150,7 +150,7 @@ TEST_F(ClientRunSendTest, AResendThatFailsEndsTheConnectionWithOne) {
   EXPECT_THAT(m_server.Sent(), IsEmpty());
 }
 
-TEST_F(ClientRunSendTest, AResendOnAKeptConnectionEmptiesTheRequest) {
+TEST_F(ConnectionLoopSendTest, AResendOnAKeptConnectionEmptiesTheRequest) {
   m_keepOpen = 1;
   m_socket.SendFails(WSAEWOULDBLOCK);
   RequestArrives();
@@ -164,7 +164,7 @@ TEST_F(ClientRunSendTest, AResendOnAKeptConnectionEmptiesTheRequest) {
   EXPECT_THAT(m_server.Sent(), ElementsAre(6u, 6u));
 }
 
-TEST_F(ClientRunSendTest, AResendOnAKeptConnectionGoesOnWithFdClose) {
+TEST_F(ConnectionLoopSendTest, AResendOnAKeptConnectionGoesOnWithFdClose) {
   m_keepOpen = 1;
   m_socket.SendFails(WSAEWOULDBLOCK);
   RequestArrives();
@@ -174,7 +174,7 @@ TEST_F(ClientRunSendTest, AResendOnAKeptConnectionGoesOnWithFdClose) {
   EXPECT_THAT(m_server.Sent(), ElementsAre(6u));
 }
 
-TEST_F(ClientRunSendTest, AResendOnAClosingConnectionEndsBeforeFdClose) {
+TEST_F(ConnectionLoopSendTest, AResendOnAClosingConnectionEndsBeforeFdClose) {
   m_socket.SendFails(WSAEWOULDBLOCK);
   RequestArrives();
   m_socket.Wake(FD_WRITE | FD_CLOSE);
@@ -183,7 +183,7 @@ TEST_F(ClientRunSendTest, AResendOnAClosingConnectionEndsBeforeFdClose) {
   EXPECT_THAT(m_server.Sent(), ElementsAre(6u));
 }
 
-TEST_F(ClientRunSendTest, AnArmedResendWaitsOverWakeUpsWithoutFdWrite) {
+TEST_F(ConnectionLoopSendTest, AnArmedResendWaitsOverWakeUpsWithoutFdWrite) {
   m_socket.SendFails(WSAEWOULDBLOCK);
   RequestArrives();
   m_socket.Wake(FD_CLOSE);
@@ -192,7 +192,7 @@ TEST_F(ClientRunSendTest, AnArmedResendWaitsOverWakeUpsWithoutFdWrite) {
   EXPECT_THAT(m_server.Sent(), IsEmpty());
 }
 
-TEST_F(ClientRunSendTest, AStaleWouldBlockArmsAResendThatCompletesAtOnce) {
+TEST_F(ConnectionLoopSendTest, AStaleWouldBlockArmsAResendThatCompletesAtOnce) {
   m_leftError = WSAEWOULDBLOCK;
   RequestArrives(FD_WRITE | FD_CLOSE);
   m_socket.Wake(FD_WRITE);
@@ -204,7 +204,7 @@ TEST_F(ClientRunSendTest, AStaleWouldBlockArmsAResendThatCompletesAtOnce) {
   EXPECT_EQ(m_socket.WakeUpsLeft(), 1u);
 }
 
-TEST_F(ClientRunSendTest, AResendThatCompletesAtOnceSkipsFdCloseToo) {
+TEST_F(ConnectionLoopSendTest, AResendThatCompletesAtOnceSkipsFdCloseToo) {
   m_keepOpen = 1;
   m_leftError = WSAEWOULDBLOCK;
   RequestArrives(FD_WRITE | FD_CLOSE);
@@ -219,7 +219,8 @@ TEST_F(ClientRunSendTest, AResendThatCompletesAtOnceSkipsFdCloseToo) {
 
 // The rest of the first answer is lost, and the flag stays: what is received
 // meanwhile is one request with the first, and its answer takes over.
-TEST_F(ClientRunSendTest, ARequestThatArrivesBeforeTheResendTakesItsPlace) {
+TEST_F(ConnectionLoopSendTest,
+       ARequestThatArrivesBeforeTheResendTakesItsPlace) {
   m_socket.Take(2);
   m_socket.SendFails(WSAEWOULDBLOCK);
   RequestArrives();
@@ -231,7 +232,7 @@ TEST_F(ClientRunSendTest, ARequestThatArrivesBeforeTheResendTakesItsPlace) {
   EXPECT_THAT(m_server.Sent(), ElementsAre(6u));
 }
 
-TEST_F(ClientRunSendTest, AStaleErrorOfAnotherKindChangesNothing) {
+TEST_F(ConnectionLoopSendTest, AStaleErrorOfAnotherKindChangesNothing) {
   m_leftError = WSAECONNRESET;
   RequestArrives();
   EXPECT_EQ(Run(), 1u);
@@ -239,7 +240,7 @@ TEST_F(ClientRunSendTest, AStaleErrorOfAnotherKindChangesNothing) {
   EXPECT_THAT(m_server.Sent(), ElementsAre(6u));
 }
 
-TEST_F(ClientRunSendTest, AnEmptyResponseCountsAsSent) {
+TEST_F(ConnectionLoopSendTest, AnEmptyResponseCountsAsSent) {
   m_response = "";
   RequestArrives();
   EXPECT_EQ(Run(), 1u);
@@ -248,15 +249,15 @@ TEST_F(ClientRunSendTest, AnEmptyResponseCountsAsSent) {
 }
 
 // Composing a line must not change the error that the next step reads.
-TEST_F(ClientRunSendTest, DecidesTheSameWithAndWithoutLogging) {
+TEST_F(ConnectionLoopSendTest, DecidesTheSameWithAndWithoutLogging) {
   const kova::test::ScopedLogMask silent(0);
   kova::test::FakeTickCount later(s_nowMs += 100000);
   m_socket.SendFails(WSAEWOULDBLOCK);
   m_socket.Wake(FD_READ);
   m_socket.Arrive("x.");
   m_socket.Wake(FD_WRITE);
-  kova::ClientRun run(m_server.Host(), kSocket, nullptr, nullptr, m_stopping,
-                      m_address, Handler());
+  kova::ConnectionLoop run(m_server.Host(), kSocket, nullptr, nullptr,
+                           m_stopping, m_address, Handler());
   EXPECT_EQ(run.Run(), 1u);
   EXPECT_EQ(m_socket.Sent(), "answer");
   EXPECT_THAT(m_log.Lines(), IsEmpty());

@@ -1,9 +1,9 @@
 // Patched: one connection's event loop: waits, receives, ends.
-#include "test/net/client_run_fixture.h"
+#include "test/net/connection_loop_fixture.h"
 
 namespace {
 
-using kova::test::ClientRunTest;
+using kova::test::ConnectionLoopTest;
 using testing::DoubleEq;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -19,7 +19,7 @@ void* CountReceiveBuffers(size_t bytes) {
 }
 
 // Counts the receive buffers that a run takes.
-class ReceiveBufferTest : public ClientRunTest {
+class ReceiveBufferTest : public ConnectionLoopTest {
  protected:
   ReceiveBufferTest() : m_patch(nullptr, "malloc", &CountReceiveBuffers) {
     g_malloc = m_patch.Original();
@@ -46,14 +46,14 @@ TEST_F(ReceiveBufferTest, EverythingIsReceivedIntoOne) {
   EXPECT_THAT(m_requests, ElementsAre("xy."));
 }
 
-TEST_F(ClientRunTest, EndsWithZeroWhenTheWaitFails) {
+TEST_F(ConnectionLoopTest, EndsWithZeroWhenTheWaitFails) {
   m_socket.WaitGives(WSA_WAIT_FAILED);
   EXPECT_EQ(Run(), 0u);
   EXPECT_THAT(m_lines, IsEmpty());
 }
 
 // A peer that never stops sending has its read event set at every wait.
-TEST_F(ClientRunTest, EndsWithOneWhenToldToThoughThereIsSomethingToRead) {
+TEST_F(ConnectionLoopTest, EndsWithOneWhenToldToThoughThereIsSomethingToRead) {
   m_stopping = true;
   m_socket.Wake(FD_READ);
   m_socket.Arrive("x.");
@@ -63,38 +63,38 @@ TEST_F(ClientRunTest, EndsWithOneWhenToldToThoughThereIsSomethingToRead) {
   EXPECT_THAT(m_requests, IsEmpty());
 }
 
-TEST_F(ClientRunTest, EndsWithZeroWhenTheWaitFailsWhileItIsToldToEnd) {
+TEST_F(ConnectionLoopTest, EndsWithZeroWhenTheWaitFailsWhileItIsToldToEnd) {
   m_stopping = true;
   m_socket.WaitGives(WSA_WAIT_FAILED);
   EXPECT_EQ(Run(), 0u);
 }
 
-TEST_F(ClientRunTest, EndsWithOneAfterSilence) {
+TEST_F(ConnectionLoopTest, EndsWithOneAfterSilence) {
   m_socket.WaitGives(WSA_WAIT_TIMEOUT);
   EXPECT_EQ(Run(), 1u);
   EXPECT_THAT(m_lines, IsEmpty());
 }
 
-TEST_F(ClientRunTest, EndsWithOneWhenToldToStop) {
+TEST_F(ConnectionLoopTest, EndsWithOneWhenToldToStop) {
   m_socket.WaitGives(WSA_WAIT_EVENT_0 + 1);
   EXPECT_EQ(Run(), 1u);
   EXPECT_THAT(m_lines, IsEmpty());
 }
 
-TEST_F(ClientRunTest, WaitsWithoutLimitForATimeoutOfZero) {
+TEST_F(ConnectionLoopTest, WaitsWithoutLimitForATimeoutOfZero) {
   m_server.SetClientTimeoutMs(0);
   EXPECT_EQ(Run(), 1u);
   EXPECT_THAT(m_socket.Timeouts(), ElementsAre(WSA_INFINITE));
 }
 
-TEST_F(ClientRunTest, WaitsAsLongAsTheServerSays) {
+TEST_F(ConnectionLoopTest, WaitsAsLongAsTheServerSays) {
   m_server.SetClientTimeoutMs(1);
   m_socket.Wake(FD_WRITE);
   EXPECT_EQ(Run(), 1u);
   EXPECT_THAT(m_socket.Timeouts(), ElementsAre(1u, 1u));
 }
 
-TEST_F(ClientRunTest, ReadsTheTimeoutBeforeEachWait) {
+TEST_F(ConnectionLoopTest, ReadsTheTimeoutBeforeEachWait) {
   m_server.SetClientTimeoutMs(300000);
   m_response = "";
   m_keepOpen = 1;
@@ -106,7 +106,7 @@ TEST_F(ClientRunTest, ReadsTheTimeoutBeforeEachWait) {
   EXPECT_THAT(m_socket.Timeouts(), ElementsAre(300000u, 300000u, WSA_INFINITE));
 }
 
-TEST_F(ClientRunTest, WaitsAgainWhenEventsCannotBeEnumerated) {
+TEST_F(ConnectionLoopTest, WaitsAgainWhenEventsCannotBeEnumerated) {
   m_socket.WakeAndFail(WSAENETDOWN);
   EXPECT_EQ(Run(), 1u);
   EXPECT_THAT(m_lines,
@@ -115,21 +115,21 @@ TEST_F(ClientRunTest, WaitsAgainWhenEventsCannotBeEnumerated) {
   EXPECT_EQ(m_socket.Timeouts().size(), 2u);
 }
 
-TEST_F(ClientRunTest, WaitsAgainWhenNothingHappened) {
+TEST_F(ConnectionLoopTest, WaitsAgainWhenNothingHappened) {
   m_socket.Wake(0);
   EXPECT_EQ(Run(), 1u);
   EXPECT_THAT(m_lines, ElementsAre(Woken(L"0")));
   EXPECT_EQ(m_socket.Timeouts().size(), 2u);
 }
 
-TEST_F(ClientRunTest, ASocketThatIsWritableWithNothingToSendIsLeftAlone) {
+TEST_F(ConnectionLoopTest, ASocketThatIsWritableWithNothingToSendIsLeftAlone) {
   m_socket.Wake(FD_WRITE);
   EXPECT_EQ(Run(), 1u);
   EXPECT_THAT(m_lines, ElementsAre(Woken(L"2")));
   EXPECT_THAT(m_socket.Pieces(), IsEmpty());
 }
 
-TEST_F(ClientRunTest, EndsWithOneWhenThePeerHasClosed) {
+TEST_F(ConnectionLoopTest, EndsWithOneWhenThePeerHasClosed) {
   m_socket.Wake(FD_CLOSE);
   m_socket.Wake(FD_READ);
   EXPECT_EQ(Run(), 1u);
@@ -138,7 +138,7 @@ TEST_F(ClientRunTest, EndsWithOneWhenThePeerHasClosed) {
   EXPECT_EQ(m_socket.WakeUpsLeft(), 1u);
 }
 
-TEST_F(ClientRunTest, AnswersAWholeRequestAndEndsWithOne) {
+TEST_F(ConnectionLoopTest, AnswersAWholeRequestAndEndsWithOne) {
   m_socket.Wake(FD_READ);
   m_socket.Arrive("hello.");
   EXPECT_EQ(Run(), 1u);
@@ -149,14 +149,14 @@ TEST_F(ClientRunTest, AnswersAWholeRequestAndEndsWithOne) {
   EXPECT_THAT(m_server.Sent(), ElementsAre(6u));
 }
 
-TEST_F(ClientRunTest, EndsBeforeFdCloseOnceTheResponseIsSent) {
+TEST_F(ConnectionLoopTest, EndsBeforeFdCloseOnceTheResponseIsSent) {
   m_socket.Wake(FD_READ | FD_WRITE | FD_CLOSE);
   m_socket.Arrive("x.");
   EXPECT_EQ(Run(), 1u);
   EXPECT_THAT(m_lines, ElementsAre(Woken(L"23"), Received(L"2")));
 }
 
-TEST_F(ClientRunTest, AnswersASplitRequestAfterItsLastSegment) {
+TEST_F(ConnectionLoopTest, AnswersASplitRequestAfterItsLastSegment) {
   for (const char* segment : {"a", "bc", "d."}) {
     m_socket.Wake(FD_READ);
     m_socket.Arrive(segment);
@@ -170,7 +170,7 @@ TEST_F(ClientRunTest, AnswersASplitRequestAfterItsLastSegment) {
   EXPECT_THAT(m_requests, ElementsAre("abcd."));
 }
 
-TEST_F(ClientRunTest, AnIncompleteRequestSkipsFdCloseOfItsWakeUp) {
+TEST_F(ConnectionLoopTest, AnIncompleteRequestSkipsFdCloseOfItsWakeUp) {
   m_socket.Wake(FD_READ | FD_CLOSE);
   m_socket.Arrive("half");
   EXPECT_EQ(Run(), 1u);
@@ -181,7 +181,7 @@ TEST_F(ClientRunTest, AnIncompleteRequestSkipsFdCloseOfItsWakeUp) {
   EXPECT_EQ(m_socket.Timeouts().size(), 2u);
 }
 
-TEST_F(ClientRunTest, ReceivesAtMostSixteenKilobytesAtOnce) {
+TEST_F(ConnectionLoopTest, ReceivesAtMostSixteenKilobytesAtOnce) {
   const std::string big(0x4001, 'x');
   m_socket.Wake(FD_READ);
   m_socket.Wake(FD_READ);
@@ -193,14 +193,14 @@ TEST_F(ClientRunTest, ReceivesAtMostSixteenKilobytesAtOnce) {
   EXPECT_TRUE(m_requests[0] == std::string(0x4000, 'x') + ".");
 }
 
-TEST_F(ClientRunTest, KeepsEmbeddedZerosOfARequest) {
+TEST_F(ConnectionLoopTest, KeepsEmbeddedZerosOfARequest) {
   m_socket.Wake(FD_READ);
   m_socket.Arrive(std::string("a\0b\0.", 5));
   EXPECT_EQ(Run(), 1u);
   EXPECT_THAT(m_requests, ElementsAre(std::string("a\0b\0.", 5)));
 }
 
-TEST_F(ClientRunTest, PipelinedRequestsGoToTheHandlerAsOne) {
+TEST_F(ConnectionLoopTest, PipelinedRequestsGoToTheHandlerAsOne) {
   m_keepOpen = 1;
   m_socket.Wake(FD_READ);
   m_socket.Arrive("one.two.");
@@ -219,7 +219,7 @@ class HttpTestServer : public kova::test::TestServer {
   }
 };
 
-TEST_F(ClientRunTest, LooksForTheEndOfEachRequestOfAConnectionAnew) {
+TEST_F(ConnectionLoopTest, LooksForTheEndOfEachRequestOfAConnectionAnew) {
   m_keepOpen = 1;
   const std::string longer = "POST / HTTP/1.1\nContent-Length: 1\n\nx";
   const std::string shorter = "GET /\n\n";
@@ -230,13 +230,13 @@ TEST_F(ClientRunTest, LooksForTheEndOfEachRequestOfAConnectionAnew) {
     m_socket.Arrive(request.substr(6));
   }
   HttpTestServer server;
-  kova::ClientRun run(server.Host(), kSocket, nullptr, nullptr, m_stopping,
-                      m_address, Handler());
+  kova::ConnectionLoop run(server.Host(), kSocket, nullptr, nullptr, m_stopping,
+                           m_address, Handler());
   EXPECT_EQ(run.Run(), 1u);
   EXPECT_THAT(m_requests, ElementsAre(longer, shorter));
 }
 
-TEST_F(ClientRunTest, AFailedReceiveIsLoggedAndTheClosePasses) {
+TEST_F(ConnectionLoopTest, AFailedReceiveIsLoggedAndTheClosePasses) {
   m_socket.Wake(FD_READ | FD_CLOSE);
   m_socket.ReceiveFails(WSAECONNRESET);
   EXPECT_EQ(Run(), 1u);
@@ -247,7 +247,7 @@ TEST_F(ClientRunTest, AFailedReceiveIsLoggedAndTheClosePasses) {
                           E(L"FD_CLOSE recieved exiting")));
 }
 
-TEST_F(ClientRunTest, AnEmptyReceiveIsLoggedAndDoesNotEndTheConnection) {
+TEST_F(ConnectionLoopTest, AnEmptyReceiveIsLoggedAndDoesNotEndTheConnection) {
   m_socket.Wake(FD_READ);
   m_socket.Arrive("");
   m_socket.Wake(FD_READ);
@@ -260,7 +260,7 @@ TEST_F(ClientRunTest, AnEmptyReceiveIsLoggedAndDoesNotEndTheConnection) {
   EXPECT_THAT(m_requests, ElementsAre("x."));
 }
 
-TEST_F(ClientRunTest, ARequestWithoutAnAnswerEndsItWithZero) {
+TEST_F(ConnectionLoopTest, ARequestWithoutAnAnswerEndsItWithZero) {
   m_answers = false;
   m_socket.Wake(FD_READ | FD_CLOSE);
   m_socket.Arrive("x.");
@@ -271,7 +271,7 @@ TEST_F(ClientRunTest, ARequestWithoutAnAnswerEndsItWithZero) {
   EXPECT_THAT(m_server.Sent(), IsEmpty());
 }
 
-TEST_F(ClientRunTest, AKeptConnectionStartsTheNextRequestAfresh) {
+TEST_F(ConnectionLoopTest, AKeptConnectionStartsTheNextRequestAfresh) {
   m_keepOpen = 1;
   m_socket.Wake(FD_READ);
   m_socket.Wake(FD_READ);
@@ -283,7 +283,7 @@ TEST_F(ClientRunTest, AKeptConnectionStartsTheNextRequestAfresh) {
   EXPECT_THAT(m_server.Sent(), ElementsAre(6u, 6u));
 }
 
-TEST_F(ClientRunTest, AKeptConnectionGoesOnWithFdCloseOfItsWakeUp) {
+TEST_F(ConnectionLoopTest, AKeptConnectionGoesOnWithFdCloseOfItsWakeUp) {
   m_keepOpen = 7;
   m_socket.Wake(FD_READ | FD_CLOSE);
   m_socket.Arrive("x.");
@@ -292,7 +292,7 @@ TEST_F(ClientRunTest, AKeptConnectionGoesOnWithFdCloseOfItsWakeUp) {
                                    E(L"FD_CLOSE recieved exiting")));
 }
 
-TEST_F(ClientRunTest, TheKeepOpenFlagStartsAtZeroAndStaysAsItWasSet) {
+TEST_F(ConnectionLoopTest, TheKeepOpenFlagStartsAtZeroAndStaysAsItWasSet) {
   m_keepOpen = 7;
   m_socket.Wake(FD_READ);
   m_socket.Arrive("a.");
@@ -304,7 +304,7 @@ TEST_F(ClientRunTest, TheKeepOpenFlagStartsAtZeroAndStaysAsItWasSet) {
   EXPECT_THAT(m_flags, ElementsAre(0u, 7u, 7u));
 }
 
-TEST_F(ClientRunTest, CountsTrafficInFractionsOfAKilobyte) {
+TEST_F(ConnectionLoopTest, CountsTrafficInFractionsOfAKilobyte) {
   m_response.assign(1536, 'r');
   m_socket.Wake(FD_READ);
   m_socket.Arrive("x");
