@@ -13,6 +13,15 @@ file(MAKE_DIRECTORY ${KOVA_BIN} ${KOVA_TEST_BIN} ${KOVA_SYMBOLS})
 set(KOVA_SANITIZERS address,undefined CACHE STRING
   "Sanitizers of native builds")
 
+# What tells tests of a native build from those of the same name for Windows.
+if(WIN32)
+  set(KOVA_TEST_PREFIX "")
+elseif(KOVA_SANITIZERS STREQUAL "thread")
+  set(KOVA_TEST_PREFIX threads)
+else()
+  set(KOVA_TEST_PREFIX native)
+endif()
+
 # One commit gives the same images and symbols in whatever folder it is built:
 # no path of that folder and no time is recorded. The linker puts a hash of the
 # image where the time would stand, by which symbol servers tell builds apart.
@@ -71,10 +80,20 @@ function(kova_room name)
   target_link_libraries(kova_${name} PUBLIC ${ARG_ROOMS} ${ARG_LIBRARIES})
 endfunction()
 
-# kova_tests(<program> SOURCES <files...> [LINK <targets...>])
-# One test program, run by CTest as one entry.
+# kova_tests(<program> SOURCES <files...> [THREADS <files...>]
+#   [LINK <targets...>] [NEEDS <targets that are built first...>] [PARTS <n>])
+# One test program, which CTest runs as one entry, or as so many parts of one
+# that takes long. A build that watches for data races has those of THREADS
+# alone.
 function(kova_tests program)
-  cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
+  cmake_parse_arguments(ARG "" "PARTS" "SOURCES;THREADS;LINK;NEEDS" ${ARGN})
+  if(KOVA_TEST_PREFIX STREQUAL threads)
+    if(NOT ARG_THREADS)
+      return()
+    endif()
+    set(ARG_SOURCES "")
+  endif()
+  list(APPEND ARG_SOURCES ${ARG_THREADS})
   add_executable(${program} ${ARG_SOURCES})
   kova_compile_options(${program})
   target_include_directories(${program} PRIVATE ${KOVAServer_SOURCE_DIR})
@@ -83,8 +102,72 @@ function(kova_tests program)
   kova_image_symbols(${program})
   set_target_properties(${program} PROPERTIES
     RUNTIME_OUTPUT_DIRECTORY ${KOVA_TEST_BIN})
-  add_test(NAME ${program} COMMAND ${program})
-  set_tests_properties(${program} PROPERTIES TIMEOUT 300)
+  if(ARG_NEEDS)
+    add_dependencies(${program} ${ARG_NEEDS})
+  endif()
+  list(FILTER ARG_SOURCES INCLUDE REGEX "_test\\.cpp$")
+  set(command $<TARGET_FILE:${program}>)
+  if(WIN32)
+    list(PREPEND command wine)
+  endif()
+  if(NOT ARG_PARTS)
+    kova_test(${program} COMMAND ${command} LAYERS_OF ${ARG_SOURCES})
+    return()
+  endif()
+  foreach(part RANGE 1 ${ARG_PARTS})
+    math(EXPR index "${part} - 1")
+    kova_test(${program}-${part} COMMAND ${command} LAYERS_OF ${ARG_SOURCES}
+      ENVIRONMENT GTEST_TOTAL_SHARDS=${ARG_PARTS} GTEST_SHARD_INDEX=${index})
+  endforeach()
+endfunction()
+
+# kova_script_test(<name> COMMAND <command...> FILE <file that is the test>
+#   [NEEDS <targets...>] [LABELS <labels...>] [LOCK <what it has alone>])
+# A command that is one test. The target <name> builds what it needs.
+function(kova_script_test name)
+  cmake_parse_arguments(ARG "" "FILE;LOCK" "COMMAND;NEEDS;LABELS" ${ARGN})
+  add_custom_target(${name})
+  if(ARG_NEEDS)
+    add_dependencies(${name} ${ARG_NEEDS})
+  endif()
+  cmake_path(ABSOLUTE_PATH ARG_FILE)
+  if(NOT ARG_COMMAND)
+    set(ARG_COMMAND ${ARG_FILE})
+  endif()
+  kova_test(${name} COMMAND ${ARG_COMMAND} LAYERS_OF ${ARG_FILE}
+    LABELS script ${ARG_LABELS} LOCK ${ARG_LOCK})
+endfunction()
+
+# kova_test(<name> COMMAND <command...> [LAYERS_OF <files...>]
+#   [LABELS <labels...>] [LOCK <what it has alone>] [ENVIRONMENT <settings...>])
+# An entry of CTest. Its labels are the layers that the first lines of its files
+# name, the room or the part of the tree that it lies in, and LABELS.
+function(kova_test name)
+  cmake_parse_arguments(ARG "" "LOCK" "COMMAND;LAYERS_OF;LABELS;ENVIRONMENT"
+    ${ARGN})
+  foreach(file IN LISTS ARG_LAYERS_OF)
+    file(STRINGS ${file} line LIMIT_COUNT 2)
+    if("${line}" MATCHES "(//|#) (Unit|Patched|Whole):")
+      string(TOLOWER ${CMAKE_MATCH_2} layer)
+      list(APPEND ARG_LABELS ${layer})
+    endif()
+  endforeach()
+  cmake_path(RELATIVE_PATH CMAKE_CURRENT_SOURCE_DIR
+    BASE_DIRECTORY ${KOVAServer_SOURCE_DIR} OUTPUT_VARIABLE folder)
+  if("${folder}" MATCHES "^(src|test)/([a-z_]+)|^([a-z]+)")
+    list(APPEND ARG_LABELS ${CMAKE_MATCH_2}${CMAKE_MATCH_3})
+  endif()
+  list(APPEND ARG_LABELS ${KOVA_TEST_PREFIX})
+  list(REMOVE_ITEM ARG_LABELS scripts test)
+  list(REMOVE_DUPLICATES ARG_LABELS)
+  string(JOIN - name ${KOVA_TEST_PREFIX} ${name})
+  add_test(NAME ${name} WORKING_DIRECTORY ${KOVA_TEST_BIN}
+    COMMAND ${KOVAServer_SOURCE_DIR}/test/run_test.sh ${name} ${ARG_COMMAND})
+  set_tests_properties(${name} PROPERTIES
+    LABELS "${ARG_LABELS}"
+    ENVIRONMENT "${ARG_ENVIRONMENT}"
+    RESOURCE_LOCK "${ARG_LOCK}"
+    SKIP_RETURN_CODE 77)
 endfunction()
 
 # Keeps an image's symbols in a folder of their own and records no path to

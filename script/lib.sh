@@ -63,16 +63,28 @@ need_wine() {
   need_packages "runs Windows programs here" wine wine64
 }
 
-# build_windows [TARGET...]: configures when needed, then builds.
-build_windows() {
+# configure_build PRESET FOLDER: when needed, as it is when a list of sources or
+# tests has changed.
+configure_build() {
+  local log how=(cmake --preset "$1")
   cd "$KOVA_ROOT" || fail "cannot enter $KOVA_ROOT"
-  if [ ! -f "$KOVA_BUILD/build.ninja" ]; then
-    say "Configuring the Windows build"
-    cmake --preset windows >"$(log_file configure)" 2>&1 ||
-      { cat "$(log_file configure)"; fail "configuring failed"; }
+  log=$(log_file "configure-$1")
+  if [ -f "$2/build.ninja" ]; then
+    how=(ninja -C "$2" build.ninja)
+  else
+    say "Configuring the build $1"
   fi
+  flock -o "$KOVA_BUILD/.lock" "${how[@]}" >"$log" 2>&1 ||
+    { cat "$log"; fail "configuring failed"; }
+}
+
+# build_windows [TARGET...]: configures when needed, then builds. Tests that run
+# side by side may come here together.
+build_windows() {
+  configure_build windows "$KOVA_BUILD"
   say "Building the Windows programs"
-  cmake --build --preset windows ${1:+--target "$@"} ||
+  flock -o "$KOVA_BUILD/.lock" cmake --build --preset windows \
+    ${1:+--target "$@"} ||
     fail "the build failed; the first error above says where"
 }
 
@@ -111,19 +123,44 @@ check_wine_prefix() {
 names $WINEPREFIX, which was not made here: unset it, or name a new folder"
 }
 
+# A prefix as Wine makes it, which the tests copy, for that is faster.
+KOVA_FRESH_PREFIX=$KOVA_BUILD/test-wine/fresh
+
 # Makes the prefix once; a half-made one of the build folder is made anew.
 make_wine_prefix() {
   [ -f "$WINEPREFIX/.kova-ready" ] && return 0
   check_wine_prefix
-  say "Making the Wine prefix (about 15 s, once)" >&2
   ! is_own_prefix || rm -rf "$WINEPREFIX"
   mkdir -p "$(dirname "$WINEPREFIX")"
-  wineboot -i >"$(log_file wineboot)" 2>&1 ||
-    { cat "$(log_file wineboot)"; fail "making the Wine prefix failed"; }
+  if [ -f "$KOVA_FRESH_PREFIX/.kova-ready" ]; then
+    copy_wine_prefix "$WINEPREFIX.new"
+    mv -T "$WINEPREFIX.new" "$WINEPREFIX"
+  else
+    boot_wine_prefix
+  fi
+}
+
+# copy_wine_prefix FOLDER: what no program changes, Windows' own 700 MB, is
+# linked, not copied, where both lie on one disk.
+copy_wine_prefix() {
+  rm -rf "$1"
+  cp -al "$KOVA_FRESH_PREFIX" "$1" 2>/dev/null ||
+    cp -a "$KOVA_FRESH_PREFIX/." "$1" || fail "copying the Wine prefix failed"
+  (cd "$KOVA_FRESH_PREFIX" && find . -type f \
+    \( ! -path './drive_c/windows/*' -o -name '*.ini' \) \
+    -exec cp -p --remove-destination {} "$1/{}" \;) ||
+    fail "copying the Wine prefix failed"
+}
+
+boot_wine_prefix() {
+  local log
+  log=$(log_file "wineboot-$(basename "$WINEPREFIX")")
+  say "Making the Wine prefix (about 15 s, once)" >&2
+  wineboot -i >"$log" 2>&1 || { cat "$log"; fail "making the Wine prefix failed"; }
   # A child that crashes on purpose must end, not wait for a debugger.
   wine reg add 'HKLM\Software\Microsoft\Windows NT\CurrentVersion\AeDebug' \
-    /v Debugger /t REG_SZ /d '' /f >>"$(log_file wineboot)" 2>&1 ||
-    fail "preparing the Wine prefix failed; see $(log_file wineboot)"
+    /v Debugger /t REG_SZ /d '' /f >>"$log" 2>&1 ||
+    fail "preparing the Wine prefix failed; see $log"
   wineserver -w
   touch "$WINEPREFIX/.kova-ready"
 }

@@ -121,8 +121,7 @@ class CrashTest : public testing::Test {
   }
 
   const uint16_t m_port = kova::test::FreePort();
-  const fs::path m_linesPath =
-      fs::path(kova::test::TestProgramFolder()) / L"crash_lines.txt";
+  const fs::path m_linesPath = fs::temp_directory_path() / L"crash_lines.txt";
   kova::test::ServerSettingsScope m_settings;
   kova::test::DemoPrinter m_printer{L"KovaCrash"};
   kova::test::DemoPrinter m_samplePrinter{L"KovaCrashSample"};

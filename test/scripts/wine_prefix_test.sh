@@ -77,7 +77,7 @@ for prefix in "$scratch/theirs" "$scratch/theirs/" "$tree/build/link" \
   "$tree/build/../../theirs"; do
   expect_refused "$prefix" wine program
 done
-for script in run test test-clients test-browser; do
+for script in run test-clients test-browser; do
   expect_refused "$scratch/theirs" "$script"
 done
 [ "$(cat "$scratch/theirs/letter.txt")" = mine ] || fail "a file is gone"

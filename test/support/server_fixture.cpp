@@ -1,5 +1,6 @@
 #include "test/support/server_fixture.h"
 
+#include <cstdlib>
 #include <random>
 
 #include "test/support/test_client.h"
@@ -20,14 +21,18 @@ constexpr uint64_t kUnloadPatienceMs = 5000;
 // on Windows: a client that got the server's port between two of its lives
 // would keep it from listening again.
 constexpr int kFirstPort = 20000;
-constexpr int kLastPort = 32000;
+constexpr int kLastPort = 31999;
+// Programs that run side by side are given so many each, from
+// KOVA_FIRST_PORT on.
+constexpr int kPortsOfAProgram = 1000;
 constexpr int kTries = 100;
 
 bool CanBind(uint16_t port) {
   const UniqueSocket probe(::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP));
-  sockaddr_in address = LoopbackAddress(port);
-  address.sin_addr.s_addr = INADDR_ANY;
-  return ::bind(probe.Get(), reinterpret_cast<const sockaddr*>(&address),
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_port = ::htons(port);
+  return ::bind(probe.Get(), reinterpret_cast<sockaddr*>(&address),
                 sizeof(address)) == 0;
 }
 
@@ -40,7 +45,13 @@ std::wstring LibraryPath() {
 uint16_t FreePort() {
   static std::mt19937 random(static_cast<uint32_t>(::GetTickCount64()) ^
                              ::GetCurrentProcessId());
-  std::uniform_int_distribution<int> ports(kFirstPort, kLastPort);
+  const char* const own = std::getenv("KOVA_FIRST_PORT");
+  const int first = own == nullptr ? kFirstPort : std::atoi(own);
+  const int last = own == nullptr ? kLastPort : first + kPortsOfAProgram - 1;
+  std::uniform_int_distribution<int> ports(first, last);
+  WinsockSession winsock;
+  WORD granted = 0;
+  if (winsock.Open(&granted) != 0) return 0;
   for (int i = 0; i < kTries; ++i) {
     const auto port = static_cast<uint16_t>(ports(random));
     if (CanBind(port)) return port;
@@ -56,6 +67,10 @@ std::wstring TestProgramFolder() {
 }
 
 ServerFixture::ServerFixture() {
+  // A session of the test's own, so that a server which gives back more
+  // sessions than it took is seen by other means than dead test clients.
+  WORD granted = 0;
+  (void)m_winsock.Open(&granted);
   UsePort(FreePort());
   m_module.Reset(::LoadLibraryW(LibraryPath().c_str()));
   if (!m_module.IsValid()) return;

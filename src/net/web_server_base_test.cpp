@@ -16,8 +16,8 @@ using kova::test::Gate;
 using kova::test::ImportPatch;
 using kova::test::kInfoMask;
 using kova::test::kSoonMs;
+using kova::test::LoopbackClient;
 using kova::test::ServerTest;
-using kova::test::TestClient;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -41,7 +41,7 @@ class OccupiedPort {
     const BOOL exclusive = TRUE;
     ::setsockopt(m_socket.Get(), SOL_SOCKET, SO_EXCLUSIVEADDRUSE,
                  reinterpret_cast<const char*>(&exclusive), sizeof(exclusive));
-    sockaddr_in address = kova::test::LoopbackAddress(0);
+    sockaddr_in address = LoopbackClient::Loopback(0);
     int bytes = sizeof(address);
     (void)::bind(m_socket.Get(), reinterpret_cast<sockaddr*>(&address), bytes);
     ::listen(m_socket.Get(), 1);
@@ -74,10 +74,10 @@ TEST_F(WebServerBaseTest, StartsStopped) {
 TEST_F(WebServerBaseTest, ListensFromRunToStop) {
   EXPECT_EQ(Run(), 1);
   EXPECT_TRUE(m_server->IsRunning());
-  EXPECT_TRUE(TestClient(m_windows.Port()).IsConnected());
+  EXPECT_TRUE(LoopbackClient(m_windows.Port()).IsConnected());
   EXPECT_EQ(m_server->Stop(), 1);
   EXPECT_FALSE(m_server->IsRunning());
-  EXPECT_FALSE(TestClient(m_windows.Port()).IsConnected());
+  EXPECT_FALSE(LoopbackClient(m_windows.Port()).IsConnected());
   EXPECT_EQ(m_server->Stop(), 0);
   EXPECT_THAT(m_log.Lines(), ElementsAre(kStarting));
 }
@@ -94,13 +94,15 @@ TEST_F(WebServerBaseTest, EachRunSetsTheClientTimeout) {
 TEST_F(WebServerBaseTest, ASecondRunIsRefusedAndChangesNothing) {
   EXPECT_EQ(Run(), 1);
   const uint16_t port = m_windows.Port();
+  m_server->SetClientTimeoutMs(5);
   EXPECT_EQ(m_server->Run(1, 0, 0), 0);
   EXPECT_THAT(m_log.Lines(),
               ElementsAre(kStarting,
                           L"DetailInfo WebServerBase::Run: Server is already "
                           L"running"));
+  EXPECT_EQ(m_server->ClientTimeoutMs(), 5u);
   EXPECT_EQ(m_windows.ThreadsBegun(), 1u);
-  EXPECT_TRUE(TestClient(port).IsConnected());
+  EXPECT_TRUE(LoopbackClient(port).IsConnected());
 }
 
 TEST_F(WebServerBaseTest, ReportsAThreadThatCannotBeStarted) {
@@ -231,7 +233,7 @@ class StuckAcceptThread : public WebServerBaseTest {
   void GetStuck() {
     ASSERT_EQ(Run(), 1);
     m_windows.Before(Call::kAccept, [this](uint64_t) { m_gate.Pass(); });
-    TestClient client(m_windows.Port());
+    const LoopbackClient client(m_windows.Port());
     ASSERT_TRUE(m_gate.SomebodyCame());
   }
   ~StuckAcceptThread() override { m_gate.Open(); }
@@ -260,7 +262,7 @@ TEST_F(StuckAcceptThread, LeavesItsPortFree) {
   m_windows.Before(Call::kAccept, nullptr);
   EXPECT_EQ(m_server->Run(port, 0, INADDR_LOOPBACK), 1);
   EXPECT_TRUE(m_server->IsRunning());
-  TestClient client(port);
+  const LoopbackClient client(port);
   EXPECT_TRUE(m_server->WaitForClients(1));
   EXPECT_EQ(m_server->Stop(), 1);
 }
@@ -276,14 +278,14 @@ class KilledInHandover : public WebServerBaseTest {
       if (m_windows.Calls(call) == nth) m_gate.Pass();
     });
     ASSERT_EQ(Run(), 1);
-    m_client = std::make_unique<TestClient>(m_windows.Port());
+    m_client = std::make_unique<LoopbackClient>(m_windows.Port());
     ASSERT_TRUE(m_gate.SomebodyCame());
     m_windows.Fail(Call::kAwaitEnd, 0);
     EXPECT_EQ(m_server->Stop(), 0);
     EXPECT_THAT(m_windows.Terminations(), ElementsAre(kFailedExit));
   }
   void ExpectNothingLeft() {
-    EXPECT_EQ(m_client->ReceiveAll(), "");
+    EXPECT_EQ(m_client->Receive(), "");
     EXPECT_TRUE(m_windows.AllThreadsEnd(kSoonMs));
     EXPECT_EQ(m_windows.OpenInAll(), 0u);
     // Nobody is waited for at the next stop.
@@ -294,7 +296,7 @@ class KilledInHandover : public WebServerBaseTest {
   }
 
   Gate m_gate;
-  std::unique_ptr<TestClient> m_client;
+  std::unique_ptr<LoopbackClient> m_client;
 };
 
 TEST_F(KilledInHandover, BeforeThereIsAThreadLosesNoRecordAndNoSocket) {
@@ -321,7 +323,7 @@ TEST_F(KilledInHandover, BeforeThereIsARecordClosesTheSocket) {
       nullptr, "WSAAddressToStringW", &WaitAtGate);
   g_addressGate = &m_gate;
   ASSERT_EQ(Run(), 1);
-  m_client = std::make_unique<TestClient>(m_windows.Port());
+  m_client = std::make_unique<LoopbackClient>(m_windows.Port());
   ASSERT_TRUE(m_gate.SomebodyCame());
   m_windows.Fail(Call::kAwaitEnd, 0);
   EXPECT_EQ(m_server->Stop(), 0);
@@ -344,7 +346,7 @@ TEST_F(WebServerBaseTest, AConnectionThatEndsAtOnceAwaitsItsStarter) {
         return count;
       });
   resume = patch.Original();
-  auto client = std::make_unique<TestClient>(m_windows.Port());
+  auto client = std::make_unique<LoopbackClient>(m_windows.Port());
   ASSERT_TRUE(starter.SomebodyCame());
   client->Close();
   EXPECT_FALSE(m_windows.ThreadEnds(1, 100));
@@ -406,7 +408,7 @@ TEST_F(ListenerCalls, AskForTheLongestQueueAndForNewcomersAlone) {
 
 TEST_F(ListenerCalls, KeepEverySocketFromChildPrograms) {
   EXPECT_EQ(Run(), 1);
-  TestClient client(m_windows.Port());
+  const LoopbackClient client(m_windows.Port());
   EXPECT_TRUE(client.Send("x."));
   EXPECT_NE(client.ReceiveAll(), "");
   EXPECT_GE(m_seen.sockets, 3);  // listening twice, connected
@@ -433,7 +435,7 @@ TEST_F(WebServerBaseTest, AFailedAcceptThreadCleansUpBeforeItAnswers) {
 TEST_F(WebServerBaseTest, OpensItsLastingSessionBeforeItListens) {
   EXPECT_EQ(Run(), 1);
   EXPECT_EQ(m_windows.Calls(Call::kStartup), 2);
-  TestClient client(m_windows.Port());
+  const LoopbackClient client(m_windows.Port());
   EXPECT_TRUE(client.Send("x."));
   EXPECT_NE(client.ReceiveAll(), "");
   EXPECT_EQ(m_windows.Calls(Call::kStartup), 2);
