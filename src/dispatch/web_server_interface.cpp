@@ -50,7 +50,7 @@ bool WebServerInterface::Load(const std::wstring& libraryPath) {
 }
 
 void WebServerInterface::NegotiateVersion() {
-  Resolve("WSIE_GetInterfaceVersionsSupported", m_getVersions);
+  Resolve(kova::kVersionsExport, m_getVersions);
   // Zeroed, so that an entry which the extension leaves alone is no version.
   uint32_t versions[kVersionsOffered] = {};
   if (m_getVersions != nullptr) m_getVersions(versions, kVersionsOffered);
@@ -61,13 +61,13 @@ void WebServerInterface::NegotiateVersion() {
 }
 
 void WebServerInterface::ResolveEntries(KOVA_RestartRoutine* restart) {
-  Resolve("WSIE_WebServerInitialize", m_initialize);
-  Resolve("WSIE_GetInterfaceVersionsSupported", m_getVersions);
-  Resolve("WSIE_HandleServerRequest", m_handleServerRequest);
-  Resolve("WSIE_GetResponseLength", m_getResponseLength);
-  Resolve("WSIE_GetResponse", m_getResponse);
-  Resolve("WSIE_ReleaseResponse", m_releaseResponse);
-  Resolve("WSIE_SetKOVAServerRestartRoutine", m_setRestartRoutine);
+  Resolve(kova::kInitializeExport, m_initialize);
+  Resolve(kova::kVersionsExport, m_getVersions);
+  Resolve(kova::kHandleExport, m_handleServerRequest);
+  Resolve(kova::kLengthExport, m_getResponseLength);
+  Resolve(kova::kCopyExport, m_getResponse);
+  Resolve(kova::kReleaseExport, m_releaseResponse);
+  Resolve(kova::kRestartExport, m_setRestartRoutine);
   if (m_setRestartRoutine != nullptr) m_setRestartRoutine(restart);
 }
 

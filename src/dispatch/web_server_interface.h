@@ -7,6 +7,19 @@
 #include "base/windows_api.h"
 #include "kova/extension.h"
 
+namespace kova {
+
+// The functions of an extension library, as it exports them.
+inline constexpr char kVersionsExport[] = "WSIE_GetInterfaceVersionsSupported";
+inline constexpr char kInitializeExport[] = "WSIE_WebServerInitialize";
+inline constexpr char kHandleExport[] = "WSIE_HandleServerRequest";
+inline constexpr char kLengthExport[] = "WSIE_GetResponseLength";
+inline constexpr char kCopyExport[] = "WSIE_GetResponse";
+inline constexpr char kReleaseExport[] = "WSIE_ReleaseResponse";
+inline constexpr char kRestartExport[] = "WSIE_SetKOVAServerRestartRoutine";
+
+}  // namespace kova
+
 // The entry points and the context of one extension library. After its
 // construction an interface is only read, so any number of threads may call
 // through it at once. Every entry may be null, in a library that lacks it as

@@ -8,7 +8,6 @@
 namespace kova {
 namespace {
 
-constexpr uint32_t kApplicationLog = 0;
 constexpr uint32_t kSystemLog = 1;
 constexpr const wchar_t* kLogNames[] = {L"Application", L"System"};
 
@@ -46,7 +45,7 @@ std::wstring EventSourceKeyPath(uint32_t eventLogKind,
 
 void WriteEventSourceValues(HKEY key) {
   const std::wstring messageFile = MessageFilePath();
-  WriteText(key, L"EventMessageFile", messageFile);
+  WriteText(key, kMessageFileValue, messageFile);
   WriteNumber(key, L"TypesSupported", kTypesSupported);
   WriteText(key, L"CategoryMessageFile", messageFile);
   WriteNumber(key, L"CategoryCount", kCategoryCount);

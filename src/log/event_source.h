@@ -19,6 +19,15 @@ bool PrepareEventSource(const wchar_t* sourceName);
 
 namespace kova {
 
+// The kind of event log that sources are registered in.
+inline constexpr uint32_t kApplicationLog = 0;
+
+// The source that the server registers beside those of its loggers.
+inline constexpr wchar_t kDispatcherSource[] = L"DispatcherUtil";
+
+// The value that names the library with a source's texts.
+inline constexpr wchar_t kMessageFileValue[] = L"EventMessageFile";
+
 // Below HKEY_LOCAL_MACHINE, the key of the source `sourceName` in the event
 // log of that kind: 0 is "Application", 1 is "System". Any other kind is taken
 // as "Application".

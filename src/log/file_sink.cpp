@@ -12,6 +12,8 @@
 namespace kova {
 namespace {
 
+constexpr wchar_t kLogFolder[] = L"C:\\Log Files";
+
 // Everything a file sink was given. The text grows into a new block before it
 // lets go of the old one, so a thread that stops half way leaves it whole.
 struct GatheredText {
@@ -61,6 +63,10 @@ void LeaveInFile(const std::wstring& path, GatheredText& gathered,
 
 }  // namespace
 
+std::wstring LogFilePath(const std::wstring& loggerName) {
+  return std::wstring(kLogFolder) + L"\\" + loggerName + L".txt";
+}
+
 void MakeSureOfLogFolder() {
   const DWORD attributes = ::GetFileAttributesW(kLogFolder);
   if (attributes == INVALID_FILE_ATTRIBUTES ||
@@ -70,8 +76,7 @@ void MakeSureOfLogFolder() {
 }
 
 tk::LogSink MakeFileSink(tk::Logger* logger) {
-  const std::wstring path =
-      std::wstring(kLogFolder) + L"\\" + logger->Name() + L".txt";
+  const std::wstring path = LogFilePath(logger->Name());
   const auto gathered = std::make_shared<GatheredText>();
   return [path, gathered](tk::Logger* sender, tk::LogChannel /*channel*/,
                           const std::wstring& line) {

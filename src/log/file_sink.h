@@ -1,12 +1,14 @@
 // The sink that leaves a logger's lines in a text file.
 #pragma once
 
+#include <string>
+
 #include "log/logger.h"
 
 namespace kova {
 
-// One file per logger lies here, "<logger's name>.txt".
-inline constexpr wchar_t kLogFolder[] = L"C:\\Log Files";
+// The file of the logger called `loggerName`: "C:\Log Files\NAME.txt".
+[[nodiscard]] std::wstring LogFilePath(const std::wstring& loggerName);
 
 // Makes the folder "C:\Log Files" unless it exists. A failure is ignored.
 void MakeSureOfLogFolder();

@@ -9,22 +9,18 @@
 
 namespace tk {
 
-const std::wstring MaskKeyPath =
-    L"SOFTWARE\\Corvane Tessaly\\Drivers\\DebugLogMasks\\";
+const std::wstring MaskKeyPath = std::wstring(kova::kMaskKey) + L"\\";
 
 namespace {
 
-// Here without the trailing backslash that MaskKeyPath has.
-constexpr wchar_t kMaskKeyToList[] =
-    L"SOFTWARE\\Corvane Tessaly\\Drivers\\DebugLogMasks";
 // 260 characters and a terminator.
 constexpr DWORD kValueNameCharacters = 261;
 
 kova::UniqueRegistryKey OpenMasksToList() {
   kova::UniqueRegistryKey key;
-  if (::RegOpenKeyExW(HKEY_LOCAL_MACHINE, kMaskKeyToList, 0,
+  if (::RegOpenKeyExW(HKEY_LOCAL_MACHINE, kova::kMaskKey, 0,
                       KEY_READ | KEY_WRITE, key.Receive()) != ERROR_SUCCESS &&
-      ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, kMaskKeyToList, 0, KEY_READ,
+      ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, kova::kMaskKey, 0, KEY_READ,
                       key.Receive()) != ERROR_SUCCESS) {
     return {};
   }

@@ -5,12 +5,6 @@
 #include "base/last_error_keeper.h"
 
 namespace kova {
-namespace {
-
-constexpr wchar_t kServerLoggerName[] = L"Corvane KOVA Server";
-constexpr uint32_t kDefaultMask = 0xE0000000;
-
-}  // namespace
 
 constinit ServerLoggerSlot g_serverLogger;
 
@@ -22,7 +16,7 @@ ServerLoggerSlot::~ServerLoggerSlot() { delete m_logger.exchange(nullptr); }
 const std::shared_ptr<tk::Logger>& ServerLoggerSlot::Make() {
   const LastErrorKeeper keeper;
   auto fresh = std::make_unique<const std::shared_ptr<tk::Logger>>(
-      tk::CreateLogger(kServerLoggerName, kDefaultMask));
+      tk::CreateLogger(kServerLoggerName, kServerLoggerDefaultMask));
   const std::shared_ptr<tk::Logger>* current = nullptr;
   if (m_logger.compare_exchange_strong(current, fresh.get())) {
     return *fresh.release();

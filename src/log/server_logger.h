@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 
 #include "log/logger.h"
@@ -14,6 +15,10 @@
 std::shared_ptr<tk::Logger> GetServerLogger();
 
 namespace kova {
+
+inline constexpr wchar_t kServerLoggerName[] = L"Corvane KOVA Server";
+// Error, Warning and Info.
+inline constexpr uint32_t kServerLoggerDefaultMask = 0xE0000000;
 
 // Owns the server's logger from its making to the unloading of the module.
 // Made in place, set once, read by all threads.

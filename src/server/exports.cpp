@@ -15,7 +15,7 @@ using tk::LogChannel;
 
 unsigned Start(void*) {
   LogLine(LogChannel::DetailInfoH, "_StartKOVAServer") << L"Enter";
-  tk::PrepareEventSource(L"DispatcherUtil");
+  tk::PrepareEventSource(kova::kDispatcherSource);
   tk::Logger::PopulateEventSourceRegKeys();
   WebServerHTTP* const server =
       ServerObject::Create(&NetworkMonitor::_RestartServerThread);

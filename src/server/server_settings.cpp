@@ -1,40 +1,34 @@
 #include "server/server_settings.h"
 
 namespace kova {
-namespace {
-
-constexpr uint8_t kTcpEnabledIfAbsent = 1;
-constexpr uint32_t kPortIfAbsent = 5130;
-constexpr uint8_t kNetworkCommunicationIfAbsent = 1;
-
-}  // namespace
 
 ServerSettings::ServerSettings(const std::wstring& computerName) {
-  m_registry.SetKeyPath(L"LOCAL:Network/@" +
-                        ORegistry::EscapeName(computerName));
+  m_registry.SetKeyPath(KeyPath(computerName));
 }
 
-bool ServerSettings::IsTcpEnabled() {
-  return Read(L"TCP Enabled", kTcpEnabledIfAbsent) != 0;
+std::wstring ServerSettings::KeyPath(const std::wstring& computerName) {
+  return L"LOCAL:Network/@" + ORegistry::EscapeName(computerName);
 }
 
-uint32_t ServerSettings::Port() {
-  return Read(L"KOVA Server Port", kPortIfAbsent);
-}
+bool ServerSettings::IsTcpEnabled() { return Read(kTcpEnabledSetting) != 0; }
+
+uint32_t ServerSettings::Port() { return Read(kPortSetting); }
 
 uint8_t ServerSettings::NetworkCommunication() {
-  return Read(L"Network Communication", kNetworkCommunicationIfAbsent);
+  return Read(kCommunicationSetting);
 }
 
 void ServerSettings::WriteNetworkBidirectional(uint8_t value) {
-  (void)m_registry.WriteValue(L"Network Bidirectional", &value);
+  (void)m_registry.WriteValue(kBidirectionalName, &value);
 }
 
-template <typename Value>
-Value ServerSettings::Read(const wchar_t* name, Value absent) {
-  constexpr auto kSize = static_cast<int32_t>(sizeof(Value));
-  Value value = 0;
-  return m_registry.ReadValue(name, &value, kSize) == kSize ? value : absent;
+template <typename Number>
+Number ServerSettings::Read(const NumberSetting<Number>& setting) {
+  constexpr auto kSize = static_cast<int32_t>(sizeof(Number));
+  Number value = 0;
+  return m_registry.ReadValue(setting.name, &value, kSize) == kSize
+             ? value
+             : setting.ifAbsent;
 }
 
 }  // namespace kova

@@ -7,10 +7,12 @@
 
 #include "base/ascii.h"
 #include "base/handles.h"
+#include "kova/extension.h"
 
 namespace {
 
-constexpr size_t kPackageCharacters = 2048;
+// And a terminator.
+constexpr size_t kPackageCharacters = kova::kMostPackageCharacters + 1;
 
 // The level that names the connections without asking their servers.
 constexpr DWORD kLevel = 4;
@@ -66,7 +68,7 @@ kova::UniquePrinter OpenToUse(const wchar_t* printerName) {
 }
 
 std::wstring ReadPackage(HANDLE printer) {
-  wchar_t name[] = L"DriverPackage";
+  auto* const name = const_cast<wchar_t*>(kova::kDriverPackageData);
   wchar_t text[kPackageCharacters] = {};
   DWORD type = REG_NONE;
   DWORD neededBytes = 0;
@@ -94,7 +96,7 @@ std::wstring GetV3PrintMonitorDllFullPath(const wchar_t* printerName) {
   const std::wstring folder = GetDriverPackagePath(printerName);
   if (folder.empty()) return {};
   // Deliberate: a folder that ends in a backslash gets a second one.
-  return folder + L"\\" + L"Corvane_V3_NetMon.dll";
+  return folder + L"\\" + KOVA_EXTENSION_FILE_NAME;
 }
 
 std::wstring GetDriverPackagePath(const wchar_t* printerName) {

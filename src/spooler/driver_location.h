@@ -3,6 +3,15 @@
 
 #include <string>
 
+namespace kova {
+
+// The printer data that names the driver's package folder, and the most
+// characters that it may have.
+inline constexpr wchar_t kDriverPackageData[] = L"DriverPackage";
+inline constexpr size_t kMostPackageCharacters = 2047;
+
+}  // namespace kova
+
 // All of these may be called on any thread. None logs or throws.
 
 // Whether the printer may be opened at all. Names come from the network: one

@@ -9,6 +9,9 @@
 #include "common/program_run.h"
 #include "common/saved_value.h"
 #include "common/server_settings.h"
+#include "log/mask_key.h"
+#include "log/server_logger.h"
+#include "server/server_settings.h"
 
 namespace {
 
@@ -64,12 +67,12 @@ class KovactlTest : public ::testing::Test {
     ::RegCreateKeyExW(HKEY_LOCAL_MACHINE, SettingsKeyPath().c_str(), 0, nullptr,
                       0, KEY_ALL_ACCESS, nullptr, m_settings.Receive(),
                       nullptr);
-    Delete(kova::ctl::kPortValue);
-    Delete(kova::ctl::kTcpEnabledValue);
+    Delete(kova::kPortSetting.name);
+    Delete(kova::kTcpEnabledSetting.name);
   }
   ~KovactlTest() override {
-    Delete(kova::ctl::kPortValue);
-    Delete(kova::ctl::kTcpEnabledValue);
+    Delete(kova::kPortSetting.name);
+    Delete(kova::kTcpEnabledSetting.name);
     ::SetEnvironmentVariableW(L"KOVA_FAKE_SERVER", nullptr);
     ::WSACleanup();
   }
@@ -87,7 +90,7 @@ class KovactlTest : public ::testing::Test {
 
   [[nodiscard]] ValueState Port() const {
     ValueState state;
-    EXPECT_EQ(ReadValueState(m_settings.Get(), kova::ctl::kPortValue, state),
+    EXPECT_EQ(ReadValueState(m_settings.Get(), kova::kPortSetting.name, state),
               ERROR_SUCCESS);
     return state;
   }
@@ -176,8 +179,8 @@ TEST_F(KovactlTest, SaysThatNothingListens) {
 
 TEST_F(KovactlTest, SaysThatTheServerIsSwitchedOff) {
   const BYTE off = 0;
-  ::RegSetValueExW(m_settings.Get(), kova::ctl::kTcpEnabledValue, 0, REG_BINARY,
-                   &off, 1);
+  ::RegSetValueExW(m_settings.Get(), kova::kTcpEnabledSetting.name, 0,
+                   REG_BINARY, &off, 1);
   const ProgramResult result = RunFake(L"silent", L"");
   EXPECT_EQ(result.exitCode, 7u);
   ExpectOneErrorLine(result, "\"TCP Enabled\" is 0");
@@ -208,7 +211,7 @@ TEST_F(KovactlTest, PutsThePortBack) {
   EXPECT_EQ(RunFake(L"listen", arguments).exitCode, 0u);
   EXPECT_EQ(Port(), ValueState());
   const ValueState odd{true, REG_BINARY, {1, 2, 3}};
-  ::RegSetValueExW(m_settings.Get(), kova::ctl::kPortValue, 0, odd.type,
+  ::RegSetValueExW(m_settings.Get(), kova::kPortSetting.name, 0, odd.type,
                    odd.data.data(), 3);
   EXPECT_EQ(RunFake(L"listen", arguments).exitCode, 0u);
   EXPECT_EQ(Port(), odd);
@@ -218,20 +221,20 @@ TEST_F(KovactlTest, PutsThePortBack) {
 
 TEST_F(KovactlTest, WidensTheLogMaskForTheRunAndPutsItBack) {
   UniqueRegistryKey masks;
-  ::RegCreateKeyExW(HKEY_LOCAL_MACHINE, kova::ctl::kLogMasksKeyPath, 0, nullptr,
-                    0, KEY_ALL_ACCESS, nullptr, masks.Receive(), nullptr);
+  ::RegCreateKeyExW(HKEY_LOCAL_MACHINE, kova::kMaskKey, 0, nullptr, 0,
+                    KEY_ALL_ACCESS, nullptr, masks.Receive(), nullptr);
   const DWORD mask = 0x80000001;
-  ::RegSetValueExW(masks.Get(), kova::ctl::kServerLoggerName, 0, REG_DWORD,
+  ::RegSetValueExW(masks.Get(), kova::kServerLoggerName, 0, REG_DWORD,
                    reinterpret_cast<const BYTE*>(&mask), 4);
   EXPECT_THAT(RunFake(L"mask", L"").output,
               HasSubstr("mask " + std::to_string(0xF8000001)));
   EXPECT_THAT(RunFake(L"mask", L"--verbose").output,
               HasSubstr("mask " + std::to_string(0xF800FFFF)));
   ValueState state;
-  EXPECT_EQ(ReadValueState(masks.Get(), kova::ctl::kServerLoggerName, state),
+  EXPECT_EQ(ReadValueState(masks.Get(), kova::kServerLoggerName, state),
             ERROR_SUCCESS);
   EXPECT_EQ(state, (ValueState{true, REG_DWORD, {1, 0, 0, 0x80}}));
-  ::RegDeleteValueW(masks.Get(), kova::ctl::kServerLoggerName);
+  ::RegDeleteValueW(masks.Get(), kova::kServerLoggerName);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include "base/handles.h"
 #include "common/exit_code.h"
 #include "common/utf8.h"
+#include "text/text_append.h"
 // After the rest of Windows.
 #include <winhttp.h>
 
@@ -271,17 +272,14 @@ std::wstring EndText(const Exchange& exchange, uint16_t port,
 }
 
 std::wstring PercentEncoded(const std::wstring& text) {
-  constexpr wchar_t kDigits[] = L"0123456789ABCDEF";
   std::wstring encoded;
   for (const char c : ToUtf8(text)) {
     if (StaysAsItIs(c)) {
       encoded += static_cast<wchar_t>(c);
       continue;
     }
-    const auto byte = static_cast<unsigned char>(c);
     encoded += L'%';
-    encoded += kDigits[byte >> 4];
-    encoded += kDigits[byte & 15];
+    AppendHex(encoded, static_cast<unsigned char>(c), 2, HexDigits::kUpper);
   }
   return encoded;
 }

@@ -2,6 +2,7 @@
 
 #include "admin/value_text.h"
 #include "common/utf8.h"
+#include "dispatch/web_server_interface.h"
 
 namespace kova::ctl {
 namespace {
@@ -59,7 +60,7 @@ Fault LibraryFault(const PrinterFacts& facts) {
       return {L"no-folder", L"the package folder does not exist"};
     case LibraryForm::kNoFile:
       return {L"no-library",
-              L"the package folder holds no Corvane_V3_NetMon.dll"};
+              L"the package folder holds no " KOVA_EXTENSION_FILE_NAME};
     case LibraryForm::kUnreadable:
       return {L"library-unreadable", L"the library cannot be read (" +
                                          SystemErrorText(facts.libraryError) +
@@ -75,10 +76,10 @@ struct NeededExport {
 
 // In the order in which the server calls them.
 constexpr NeededExport kNeeded[] = {
-    {"WSIE_GetInterfaceVersionsSupported", L"no-versions-export"},
-    {"WSIE_HandleServerRequest", L"no-handle-export"},
-    {"WSIE_GetResponseLength", L"no-length-export"},
-    {"WSIE_GetResponse", L"no-copy-export"},
+    {kVersionsExport, L"no-versions-export"},
+    {kHandleExport, L"no-handle-export"},
+    {kLengthExport, L"no-length-export"},
+    {kCopyExport, L"no-copy-export"},
 };
 
 struct OptionalExport {
@@ -87,11 +88,9 @@ struct OptionalExport {
 };
 
 constexpr OptionalExport kOptional[] = {
-    {"WSIE_WebServerInitialize",
-     L"so it is called without having been initialised"},
-    {"WSIE_ReleaseResponse", L"so its answers are never released"},
-    {"WSIE_SetKOVAServerRestartRoutine",
-     L"so it cannot ask for a restart of the server"},
+    {kInitializeExport, L"so it is called without having been initialised"},
+    {kReleaseExport, L"so its answers are never released"},
+    {kRestartExport, L"so it cannot ask for a restart of the server"},
 };
 
 Fault ImageFault(const ImageFacts& image) {

@@ -44,12 +44,12 @@ void ExplainPackage(const std::wstring& name, PrinterFacts& facts) {
     facts.package = PackageForm::kNoPrinter;
     return;
   }
-  wchar_t value[] = L"DriverPackage";
   std::vector<BYTE> data(kPackageBytes);
   DWORD type = REG_NONE;
   DWORD needed = 0;
-  const DWORD error = ::GetPrinterDataW(printer.Get(), value, &type,
-                                        data.data(), kPackageBytes, &needed);
+  const DWORD error =
+      ::GetPrinterDataW(printer.Get(), const_cast<wchar_t*>(kDriverPackageData),
+                        &type, data.data(), kPackageBytes, &needed);
   facts.packageType = type;
   if (error == ERROR_FILE_NOT_FOUND) {
     facts.package = PackageForm::kAbsent;

@@ -5,18 +5,31 @@
 
 #include "admin/value_text.h"
 #include "base/ascii.h"
-#include "common/server_settings.h"
+#include "server/server_settings.h"
 
 namespace kova::ctl {
 namespace {
 
+// One that the server reads.
+template <typename Number>
+constexpr Setting Read(SettingId id, const NumberSetting<Number>& setting,
+                       const wchar_t* shortName) {
+  constexpr auto kSize = static_cast<uint32_t>(sizeof(Number));
+  return {id,
+          setting.name,
+          shortName,
+          kSize,
+          kSize == 4 ? REG_DWORD : REG_BINARY,
+          setting.ifAbsent};
+}
+
 constexpr Setting kSettings[] = {
-    {SettingId::kPort, kPortValue, L"port", 4, REG_DWORD, 5130},
-    {SettingId::kTcpEnabled, kTcpEnabledValue, L"tcp", 1, REG_BINARY, 1},
-    {SettingId::kNetworkCommunication, L"Network Communication",
-     L"communication", 1, REG_BINARY, 1},
-    {SettingId::kNetworkBidirectional, L"Network Bidirectional",
-     L"bidirectional", 1, REG_BINARY, std::nullopt},
+    Read(SettingId::kPort, kPortSetting, L"port"),
+    Read(SettingId::kTcpEnabled, kTcpEnabledSetting, L"tcp"),
+    Read(SettingId::kNetworkCommunication, kCommunicationSetting,
+         L"communication"),
+    {SettingId::kNetworkBidirectional, kBidirectionalName, L"bidirectional",
+     sizeof(uint8_t), REG_BINARY, std::nullopt},
 };
 
 struct SwitchWord {

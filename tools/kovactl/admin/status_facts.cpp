@@ -8,17 +8,12 @@
 #include "base/ascii.h"
 #include "base/handles.h"
 #include "common/file_path.h"
-#include "common/server_settings.h"
 #include "common/wait_notice.h"
 #include "log/event_source.h"
+#include "log/server_logger.h"
 
 namespace kova::ctl {
 namespace {
-
-constexpr uint32_t kApplicationLog = 0;
-
-// The source that the server registers beside those of the loggers.
-constexpr wchar_t kExtraSource[] = L"DispatcherUtil";
 
 Failure RegistryFailure(const wchar_t* what, LSTATUS status) {
   return SystemFailure(ExitCode::kInternalError, what,
@@ -38,7 +33,7 @@ std::optional<Failure> ReadSettings(std::vector<SettingState>& states) {
 std::wstring MessageFile(HKEY key) {
   wchar_t path[MAX_PATH * 4] = {};
   DWORD size = sizeof(path) - sizeof(wchar_t);
-  if (::RegGetValueW(key, nullptr, L"EventMessageFile", RRF_RT_REG_SZ, nullptr,
+  if (::RegGetValueW(key, nullptr, kMessageFileValue, RRF_RT_REG_SZ, nullptr,
                      path, &size) != ERROR_SUCCESS) {
     return {};
   }
@@ -47,7 +42,7 @@ std::wstring MessageFile(HKEY key) {
 
 std::vector<EventSource> LookAtSources(const std::vector<LoggerMask>& loggers) {
   std::vector<EventSource> sources = {LookAtSource(kServerLoggerName),
-                                      LookAtSource(kExtraSource)};
+                                      LookAtSource(kDispatcherSource)};
   for (const LoggerMask& logger : loggers) {
     const auto isThere = [&logger](const EventSource& source) {
       return EqualsNoCase(source.name, logger.name);

@@ -2,9 +2,10 @@
 
 #include "admin/settings_key.h"
 #include "common/plain_text.h"
-#include "common/server_settings.h"
 #include "common/utf8.h"
+#include "log/file_sink.h"
 #include "log/log_channel.h"
+#include "log/server_logger.h"
 #include "logs/log_mask.h"
 
 namespace kova::ctl {
@@ -71,10 +72,11 @@ std::wstring LoggerText(const LoggerMask& logger) {
 std::wstring LoggersText(const StatusFacts& facts) {
   std::wstring text = L"Log masks\n";
   if (FindLogger(facts.loggers, kServerLoggerName) == nullptr) {
-    text += L"  " + std::wstring(kServerLoggerName) + L"\n" +
-            Wrapped(L"No mask is stored yet; the server stores its default, " +
-                        HexMask(kDefaultLogMask) + L", when it starts.",
-                    2 * kIndent);
+    text +=
+        L"  " + std::wstring(kServerLoggerName) + L"\n" +
+        Wrapped(L"No mask is stored yet; the server stores its default, " +
+                    HexMask(kServerLoggerDefaultMask) + L", when it starts.",
+                2 * kIndent);
   }
   for (const LoggerMask& logger : facts.loggers) text += LoggerText(logger);
   return text;

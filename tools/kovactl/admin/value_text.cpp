@@ -1,6 +1,7 @@
 #include "admin/value_text.h"
 
 #include "base/ascii.h"
+#include "text/text_append.h"
 
 namespace kova::ctl {
 namespace {
@@ -17,7 +18,6 @@ constexpr TypeName kTypeNames[] = {
     {REG_QWORD, L"REG_QWORD"},
 };
 
-constexpr std::wstring_view kHexDigits = L"0123456789ABCDEF";
 constexpr size_t kMostTypeDigits = 10;
 
 std::wstring_view NameOf(DWORD type) {
@@ -43,7 +43,7 @@ std::optional<DWORD> ParseType(std::wstring_view text) {
 
 // -1 for what is no hexadecimal digit.
 int DigitOf(wchar_t c) {
-  const size_t at = kHexDigits.find(FoldAscii(c));
+  const size_t at = std::wstring_view(L"0123456789ABCDEF").find(FoldAscii(c));
   return at == std::wstring_view::npos ? -1 : static_cast<int>(at);
 }
 
@@ -68,8 +68,7 @@ std::wstring RawForm(const ValueState& value) {
       name.empty() ? std::to_wstring(value.type) : std::wstring(name);
   text += L':';
   for (const uint8_t byte : value.data) {
-    text += kHexDigits[byte >> 4];
-    text += kHexDigits[byte & 15];
+    AppendHex(text, byte, 2, HexDigits::kUpper);
   }
   return text;
 }

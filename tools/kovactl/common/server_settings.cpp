@@ -1,54 +1,56 @@
 #include "common/server_settings.h"
 
+#include "base/computer_name.h"
 #include "base/windows_api.h"
+#include "log/log_channel.h"
+#include "log/mask_key.h"
+#include "log/server_logger.h"
+#include "registry/key_path.h"
+#include "server/server_settings.h"
 
 namespace kova::ctl {
 namespace {
 
-constexpr uint32_t kShowInDebugger = 0x08000000;
-constexpr uint32_t kChannelsForPeople = 0xF0000000;
-constexpr uint32_t kLetteredChannels = 0x0000FFFF;
+constexpr uint32_t kChannelsForPeople =
+    tk::Bits(tk::LogChannel::Error) | tk::Bits(tk::LogChannel::Warning) |
+    tk::Bits(tk::LogChannel::Info) | tk::Bits(tk::LogChannel::DetailInfo);
 
-// Fills `value` only if the registry holds a value of exactly its size.
-template <typename T>
-void ReadExactly(const std::wstring& keyPath, const wchar_t* name, T& value) {
-  T read{};
-  DWORD size = sizeof(read);
-  if (::RegGetValueW(HKEY_LOCAL_MACHINE, keyPath.c_str(), name, RRF_RT_ANY,
-                     nullptr, &read, &size) == ERROR_SUCCESS &&
-      size == sizeof(read)) {
-    value = read;
-  }
+uint32_t AllChannels() {
+  uint32_t all = 0;
+  for (const auto& [channel, name] : tk::ChannelNames) all |= tk::Bits(channel);
+  return all;
 }
 
 }  // namespace
 
 std::wstring SettingsKeyPath() {
-  wchar_t name[MAX_COMPUTERNAME_LENGTH + 1] = {};
-  DWORD length = static_cast<DWORD>(std::size(name));
-  ::GetComputerNameW(name, &length);
-  return std::wstring(L"SOFTWARE\\Corvane Tessaly\\Drivers\\Network\\@") + name;
+  std::wstring path = kova::ServerSettings::KeyPath(ComputerName());
+  std::wstring noValue;
+  RootedKey key;
+  if (CombinePath(path, noValue)) {
+    ExpandKeyAliases(path);
+    static_cast<void>(SplitRootedKey(path, key));
+  }
+  return key.subkey;
 }
 
 ServerSettings ReadServerSettings() {
-  const std::wstring keyPath = SettingsKeyPath();
-  uint8_t tcpEnabled = 1;
-  ServerSettings settings;
-  ReadExactly(keyPath, kTcpEnabledValue, tcpEnabled);
-  ReadExactly(keyPath, kPortValue, settings.port);
-  settings.tcpEnabled = tcpEnabled != 0;
-  return settings;
+  kova::ServerSettings settings(ComputerName());
+  return {settings.IsTcpEnabled(), settings.Port()};
 }
 
 uint32_t ReadLogMask() {
-  uint32_t mask = kDefaultLogMask;
-  ReadExactly(kLogMasksKeyPath, kServerLoggerName, mask);
-  return mask;
+  uint32_t mask = 0;
+  DWORD size = sizeof(mask);
+  return ::RegGetValueW(HKEY_LOCAL_MACHINE, kMaskKey, kServerLoggerName,
+                        RRF_RT_ANY, nullptr, &mask, &size) == ERROR_SUCCESS
+             ? mask
+             : kServerLoggerDefaultMask;
 }
 
 uint32_t LogMaskForRun(uint32_t current, bool verbose) {
-  return current | kShowInDebugger | kChannelsForPeople |
-         (verbose ? kLetteredChannels : 0);
+  return current | tk::kDebuggerShowsAll |
+         (verbose ? AllChannels() : kChannelsForPeople);
 }
 
 }  // namespace kova::ctl

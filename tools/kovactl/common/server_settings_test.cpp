@@ -1,99 +1,68 @@
-// Patched: reading the server's settings, over registry values of our own.
+// Patched: where the settings lie, on a computer whose name Windows makes up.
 #include "common/server_settings.h"
 
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <map>
 #include <string>
 
 #include "base/windows_api.h"
+#include "server/server_settings.h"
 #include "test/support/import_patch.h"
 
 namespace {
 
+using ::kova::kPortSetting;
+using ::kova::kTcpEnabledSetting;
 using ::kova::ctl::LogMaskForRun;
-using ::kova::ctl::ReadLogMask;
 using ::kova::ctl::ReadServerSettings;
 using ::kova::ctl::SettingsKeyPath;
 using ::kova::test::ImportPatch;
 
-std::map<std::wstring, std::string> g_values;
+constexpr wchar_t kOddName[] = L"A/LONG:NAME%41 OF A::PC//";
 
-LSTATUS WINAPI FakeGetValue(HKEY root, const wchar_t* keyPath,
-                            const wchar_t* name, DWORD, DWORD*, void* data,
-                            DWORD* size) {
-  const auto found =
-      g_values.find(std::wstring(keyPath) + L"\\" + (name ? name : L""));
-  if (root != HKEY_LOCAL_MACHINE || found == g_values.end()) {
-    return ERROR_FILE_NOT_FOUND;
-  }
-  if (found->second.size() > *size) return ERROR_MORE_DATA;
-  *size = static_cast<DWORD>(found->second.size());
-  std::memcpy(data, found->second.data(), *size);
-  return ERROR_SUCCESS;
-}
-
-BOOL WINAPI FakeComputerName(wchar_t* name, DWORD* length) {
-  const std::wstring fake = L"MY/PC:%41";
-  if (*length <= fake.size()) return FALSE;
-  *length = static_cast<DWORD>(fake.size());
-  fake.copy(name, fake.size());
-  name[fake.size()] = L'\0';
+BOOL WINAPI OddComputerName(wchar_t* name, DWORD* length) {
+  const std::wstring odd = kOddName;
+  if (*length <= odd.size()) return FALSE;
+  *length = static_cast<DWORD>(odd.size());
+  odd.copy(name, odd.size());
+  name[odd.size()] = L'\0';
   return TRUE;
 }
 
 class ServerSettingsTest : public ::testing::Test {
  protected:
-  ServerSettingsTest() { g_values.clear(); }
-
-  static void Give(const std::wstring& name, const std::string& bytes) {
-    g_values[L"SOFTWARE\\Corvane Tessaly\\Drivers\\Network\\@MY/PC:%41\\" +
-             name] = bytes;
+  ~ServerSettingsTest() override {
+    ::RegDeleteKeyW(HKEY_LOCAL_MACHINE, SettingsKeyPath().c_str());
   }
 
-  ImportPatch<decltype(FakeGetValue)> m_values{nullptr, "RegGetValueW",
-                                               &FakeGetValue};
-  ImportPatch<decltype(FakeComputerName)> m_name{nullptr, "GetComputerNameW",
-                                                 &FakeComputerName};
+  template <typename Number>
+  static void Put(const wchar_t* name, Number number) {
+    EXPECT_EQ(::RegSetKeyValueW(HKEY_LOCAL_MACHINE, SettingsKeyPath().c_str(),
+                                name, REG_BINARY, &number, sizeof(number)),
+              ERROR_SUCCESS);
+  }
+
+  ImportPatch<decltype(OddComputerName)> m_name{nullptr, "GetComputerNameW",
+                                                &OddComputerName};
 };
 
-TEST_F(ServerSettingsTest, TakesTheComputerNameAsItIs) {
+TEST_F(ServerSettingsTest, LieWhereTheServerLooksWhateverTheComputersName) {
   EXPECT_EQ(SettingsKeyPath(),
-            L"SOFTWARE\\Corvane Tessaly\\Drivers\\Network\\@MY/PC:%41");
+            L"SOFTWARE\\Corvane Tessaly\\Drivers\\Network\\@" +
+                std::wstring(kOddName));
+  kova::ServerSettings server(kOddName);
+  EXPECT_EQ(server.Port(), 5130u);
+  Put(kPortSetting.name, uint32_t{8080});
+  EXPECT_EQ(server.Port(), 8080u);
 }
 
-TEST_F(ServerSettingsTest, HasDefaultsForWhatIsMissing) {
+TEST_F(ServerSettingsTest, AreReadAsTheServerReadsThem) {
   EXPECT_TRUE(ReadServerSettings().tcpEnabled);
   EXPECT_EQ(ReadServerSettings().port, 5130u);
-}
-
-TEST_F(ServerSettingsTest, ReadsValuesOfTheRightSize) {
-  Give(L"KOVA Server Port", std::string("\x90\x1f\0\0", 4));
-  Give(L"TCP Enabled", std::string(1, '\0'));
+  Put(kPortSetting.name, uint32_t{8080});
+  Put(kTcpEnabledSetting.name, uint8_t{0});
   EXPECT_EQ(ReadServerSettings().port, 8080u);
   EXPECT_FALSE(ReadServerSettings().tcpEnabled);
-  Give(L"TCP Enabled", "\x02");
-  EXPECT_TRUE(ReadServerSettings().tcpEnabled);
-}
-
-TEST_F(ServerSettingsTest, PassesValuesOfAnotherSizeOver) {
-  for (const size_t size : {0, 1, 3, 5, 8}) {
-    Give(L"KOVA Server Port", std::string(size, '\x11'));
-    EXPECT_EQ(ReadServerSettings().port, 5130u) << size;
-  }
-  for (const size_t size : {0, 2, 4}) {
-    Give(L"TCP Enabled", std::string(size, '\0'));
-    EXPECT_TRUE(ReadServerSettings().tcpEnabled) << size;
-  }
-}
-
-TEST_F(ServerSettingsTest, ReadsTheServersLogMask) {
-  EXPECT_EQ(ReadLogMask(), 0xE0000000u);
-  g_values
-      [L"SOFTWARE\\Corvane Tessaly\\Drivers\\DebugLogMasks\\"
-       L"Corvane KOVA Server"] = std::string("\0\0\0\x84", 4);
-  EXPECT_EQ(ReadLogMask(), 0x84000000u);
 }
 
 TEST(LogMaskForRunTest, ShowsTheChannelsForPeople) {

@@ -1,5 +1,7 @@
 #include "logs/exception_name.h"
 
+#include "text/text_append.h"
+
 namespace kova::ctl {
 namespace {
 
@@ -86,12 +88,9 @@ std::wstring PlaceText(const Minidump& dump, uint64_t address) {
 }
 
 std::wstring HexText(uint64_t number, size_t digits) {
-  std::wstring text;
-  for (; number != 0; number >>= 4) {
-    text.insert(text.begin(), L"0123456789abcdef"[number & 0xF]);
-  }
-  if (text.size() < digits) text.insert(0, digits - text.size(), L'0');
-  return L"0x" + text;
+  std::wstring text = L"0x";
+  AppendHex(text, number, static_cast<int>(digits));
+  return text;
 }
 
 }  // namespace kova::ctl

@@ -5,6 +5,7 @@
 #include "common/plain_text.h"
 #include "common/server_settings.h"
 #include "common/stop_signal.h"
+#include "log/server_logger.h"
 #include "logs/log_mask.h"
 #include "logs/mask_change.h"
 #include "run/line_pump.h"

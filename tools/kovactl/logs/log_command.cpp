@@ -1,8 +1,8 @@
 #include "logs/log_command.h"
 
 #include "common/plain_text.h"
-#include "common/server_settings.h"
 #include "common/verb.h"
+#include "log/server_logger.h"
 #include "logs/log_mask.h"
 #include "logs/mask_report.h"
 
@@ -48,7 +48,7 @@ std::optional<Failure> NewMask(MaskAction action, const LoggerMask& logger,
                                uint32_t bits, uint32_t& mask) {
   std::optional<uint32_t> before = logger.Mask();
   const bool isNew = !logger.value.present;
-  if (!before && isNew) before = kDefaultLogMask;
+  if (!before && isNew) before = kServerLoggerDefaultMask;
   if (!before && action != MaskAction::kSet) {
     return Failure{ExitCode::kInternalError,
                    L"the registry holds no readable mask of \"" +

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <numeric>
 
-#include "common/server_settings.h"
+#include "base/ascii.h"
 #include "log/log_channel.h"
+#include "log/server_logger.h"
+#include "text/text_append.h"
 
 namespace kova::ctl {
 namespace {
@@ -21,7 +23,7 @@ struct SpecialWord {
 constexpr SpecialWord kSpecialWords[] = {
     {L"all", [] { return AllChannels(); }},
     {L"none", [] { return uint32_t{0}; }},
-    {L"default", [] { return kDefaultLogMask; }},
+    {L"default", [] { return kServerLoggerDefaultMask; }},
 };
 
 // The high bits are the grave channels; the letters count up from bit 0.
@@ -43,21 +45,16 @@ std::vector<MaskBit> MakeMaskBits() {
   return bits;
 }
 
-wchar_t Folded(wchar_t c) { return c >= L'A' && c <= L'Z' ? c | 0x20 : c; }
-
-bool SameWord(std::wstring_view left, std::wstring_view right) {
-  return std::ranges::equal(left, right, {}, Folded, Folded);
-}
-
 std::optional<uint32_t> ParseHex(std::wstring_view word) {
   constexpr size_t kMostDigits = 8;
   if (word.size() < 3 || word.size() > 2 + kMostDigits ||
-      !SameWord(word.substr(0, 2), L"0x")) {
+      !EqualsNoCase(word.substr(0, 2), L"0x")) {
     return std::nullopt;
   }
   uint32_t number = 0;
   for (const wchar_t c : word.substr(2)) {
-    const size_t digit = std::wstring_view(L"0123456789abcdef").find(Folded(c));
+    const size_t digit =
+        std::wstring_view(L"0123456789ABCDEF").find(FoldAscii(c));
     if (digit == std::wstring_view::npos) return std::nullopt;
     number = number * 16 + static_cast<uint32_t>(digit);
   }
@@ -109,10 +106,8 @@ uint32_t AllChannels() {
 }
 
 std::wstring HexMask(uint32_t mask) {
-  std::wstring text = L"0x00000000";
-  for (size_t at = text.size(); mask != 0; mask >>= 4) {
-    text[--at] = L"0123456789ABCDEF"[mask & 0xF];
-  }
+  std::wstring text = L"0x";
+  AppendHex(text, mask, 8, HexDigits::kUpper);
   return text;
 }
 
@@ -157,10 +152,10 @@ uint32_t ReachingFile(uint32_t mask) {
 
 std::optional<uint32_t> ParseMaskWord(std::wstring_view word) {
   for (const MaskBit& row : MaskBits()) {
-    if (SameWord(word, row.name)) return row.bit;
+    if (EqualsNoCase(word, row.name)) return row.bit;
   }
   for (const SpecialWord& row : kSpecialWords) {
-    if (SameWord(word, row.word)) return row.bits();
+    if (EqualsNoCase(word, row.word)) return row.bits();
   }
   return ParseHex(word);
 }
@@ -187,7 +182,7 @@ size_t WordDistance(std::wstring_view left, std::wstring_view right) {
     row[0] = i + 1;
     for (size_t j = 0; j < right.size(); ++j) {
       const size_t replaced =
-          diagonal + (Folded(left[i]) == Folded(right[j]) ? 0 : 1);
+          diagonal + (FoldAscii(left[i]) == FoldAscii(right[j]) ? 0 : 1);
       diagonal = row[j + 1];
       row[j + 1] = std::min({replaced, row[j] + 1, diagonal + 1});
     }

@@ -3,8 +3,7 @@
 #include <algorithm>
 
 #include "base/handles.h"
-#include "common/server_settings.h"
-#include "log/file_sink.h"
+#include "log/mask_key.h"
 
 namespace kova::ctl {
 namespace {
@@ -45,8 +44,8 @@ bool LoggerMask::IsWellFormed() const {
 LSTATUS ReadLoggerMasks(std::vector<LoggerMask>& loggers) {
   loggers.clear();
   UniqueRegistryKey key;
-  LSTATUS status = ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, kLogMasksKeyPath, 0,
-                                   KEY_READ, key.Receive());
+  LSTATUS status =
+      ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, kMaskKey, 0, KEY_READ, key.Receive());
   if (status == ERROR_FILE_NOT_FOUND) return ERROR_SUCCESS;
   if (status != ERROR_SUCCESS) return status;
   std::wstring buffer(kNameCharacters, L'\0');
@@ -70,15 +69,11 @@ const LoggerMask* FindLogger(const std::vector<LoggerMask>& loggers,
 LSTATUS WriteLoggerMask(const std::wstring& name, uint32_t mask) {
   UniqueRegistryKey key;
   const LSTATUS status = ::RegCreateKeyExW(
-      HKEY_LOCAL_MACHINE, kLogMasksKeyPath, 0, nullptr, REG_OPTION_NON_VOLATILE,
+      HKEY_LOCAL_MACHINE, kMaskKey, 0, nullptr, REG_OPTION_NON_VOLATILE,
       KEY_SET_VALUE, nullptr, key.Receive(), nullptr);
   if (status != ERROR_SUCCESS) return status;
   return ::RegSetValueExW(key.Get(), name.c_str(), 0, REG_DWORD,
                           reinterpret_cast<const BYTE*>(&mask), sizeof(mask));
-}
-
-std::wstring LogFilePath(const std::wstring& name) {
-  return std::wstring(kLogFolder) + L"\\" + name + L".txt";
 }
 
 }  // namespace kova::ctl

@@ -36,7 +36,4 @@ const LoggerMask* FindLogger(const std::vector<LoggerMask>& loggers,
 // is missing. Returns the error code.
 [[nodiscard]] LSTATUS WriteLoggerMask(const std::wstring& name, uint32_t mask);
 
-// The file that the logger called `name` writes to while LogFile is on.
-std::wstring LogFilePath(const std::wstring& name);
-
 }  // namespace kova::ctl

@@ -1,7 +1,7 @@
 #include "logs/mask_change.h"
 
 #include "common/plain_text.h"
-#include "common/server_settings.h"
+#include "log/server_logger.h"
 #include "logs/log_mask.h"
 
 namespace kova::ctl {

@@ -2,8 +2,10 @@
 
 #include "common/file_path.h"
 #include "common/plain_text.h"
-#include "common/server_settings.h"
 #include "common/utf8.h"
+#include "log/file_sink.h"
+#include "log/mask_key.h"
+#include "log/server_logger.h"
 #include "logs/log_mask.h"
 #include "logs/mask_change.h"
 
@@ -22,8 +24,9 @@ std::wstring Row(const std::wstring& label, const std::wstring& text) {
 
 std::wstring HeadLine(const std::wstring& name, uint32_t mask) {
   const std::wstring isDefault =
-      mask == kDefaultLogMask && name == kServerLoggerName ? L" (the default)"
-                                                           : L"";
+      mask == kServerLoggerDefaultMask && name == kServerLoggerName
+          ? L" (the default)"
+          : L"";
   return HarmlessLine(name) + L": " + HexMask(mask) + isDefault + L"\n";
 }
 
@@ -133,8 +136,8 @@ std::wstring LoggersText(const std::vector<LoggerMask>& loggers) {
     return Wrapped(
         L"No logger has a mask yet. The server's is made when the "
         L"server first runs, with " +
-            HexMask(kDefaultLogMask) + L" (" + MaskText(kDefaultLogMask) +
-            L").",
+            HexMask(kServerLoggerDefaultMask) + L" (" +
+            MaskText(kServerLoggerDefaultMask) + L").",
         0);
   }
   std::wstring text;
@@ -149,7 +152,7 @@ Json LoggersJson(const std::vector<LoggerMask>& loggers) {
   Json list = Json::array();
   for (const LoggerMask& logger : loggers) list.push_back(LoggerJson(logger));
   Json json;
-  json["key"] = "HKEY_LOCAL_MACHINE\\" + ToUtf8(kLogMasksKeyPath);
+  json["key"] = "HKEY_LOCAL_MACHINE\\" + ToUtf8(kMaskKey);
   json["loggers"] = std::move(list);
   return json;
 }
@@ -158,7 +161,7 @@ std::optional<std::wstring> UndoCommand(const MaskUpdate& update) {
   const LoggerMask& before = update.before;
   if (before.Mask()) return SetCommand(before.name, *before.Mask());
   if (before.name != kServerLoggerName) return std::nullopt;
-  return SetCommand(before.name, kDefaultLogMask);
+  return SetCommand(before.name, kServerLoggerDefaultMask);
 }
 
 std::wstring UpdateText(const MaskUpdate& update) {

@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "common/server_settings.h"
 #include "common/utf8.h"
 #include "common/verb.h"
+#include "log/server_logger.h"
 #include "logs/follow.h"
 #include "logs/log_command.h"
 #include "logs/log_mask.h"

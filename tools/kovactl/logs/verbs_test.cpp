@@ -10,8 +10,9 @@
 #include "base/handles.h"
 #include "common/program_run.h"
 #include "common/saved_value.h"
-#include "common/server_settings.h"
 #include "common/utf8.h"
+#include "log/mask_key.h"
+#include "log/server_logger.h"
 #include "logs/debug_buffer.h"
 #include "logs/logger_masks.h"
 #include "logs/memory_dump.h"
@@ -19,11 +20,11 @@
 
 namespace {
 
+using ::kova::kServerLoggerName;
 using ::kova::UniqueRegistryKey;
 using ::kova::ctl::DebugBuffer;
 using ::kova::ctl::DebugScope;
 using ::kova::ctl::FindLogger;
-using ::kova::ctl::kServerLoggerName;
 using ::kova::ctl::LoggerMask;
 using ::kova::ctl::ReadLoggerMasks;
 using ::kova::ctl::ToUtf8;
@@ -47,17 +48,14 @@ void ExpectOneErrorLine(const ProgramResult& result, const std::string& text) {
 // No masks but those that a test makes.
 class LogVerbTest : public ::testing::Test {
  protected:
-  LogVerbTest() {
-    ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kova::ctl::kLogMasksKeyPath);
-  }
+  LogVerbTest() { ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kova::kMaskKey); }
   ~LogVerbTest() override {
-    ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kova::ctl::kLogMasksKeyPath);
+    ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kova::kMaskKey);
   }
 
   static void Put(const wchar_t* name, const ValueState& value) {
-    ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kova::ctl::kLogMasksKeyPath, name,
-                      value.type, value.data.data(),
-                      static_cast<DWORD>(value.data.size()));
+    ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kova::kMaskKey, name, value.type,
+                      value.data.data(), static_cast<DWORD>(value.data.size()));
   }
   static ValueState Value(const wchar_t* name) {
     std::vector<LoggerMask> loggers;

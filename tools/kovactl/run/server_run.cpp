@@ -4,11 +4,14 @@
 #include "common/saved_value.h"
 #include "common/server_settings.h"
 #include "common/stop_signal.h"
+#include "log/mask_key.h"
+#include "log/server_logger.h"
 #include "run/debug_output_hook.h"
 #include "run/demo_printer.h"
 #include "run/line_pump.h"
 #include "run/listen_check.h"
 #include "run/server_library.h"
+#include "server/server_settings.h"
 
 namespace kova::ctl {
 namespace {
@@ -96,8 +99,9 @@ std::optional<Failure> StartAndStop(const RunOptions& options,
 // server has stopped, and a closing console waits for all of it.
 std::optional<Failure> RunServer(const RunOptions& options) {
   const StopSignal stop;
-  SavedValue portValue(HKEY_LOCAL_MACHINE, SettingsKeyPath(), kPortValue);
-  SavedValue maskValue(HKEY_LOCAL_MACHINE, kLogMasksKeyPath, kServerLoggerName);
+  SavedValue portValue(HKEY_LOCAL_MACHINE, SettingsKeyPath(),
+                       kPortSetting.name);
+  SavedValue maskValue(HKEY_LOCAL_MACHINE, kMaskKey, kServerLoggerName);
   ServerLibrary library;
   if (auto failure = library.Load(LibraryPath(options))) return failure;
   if (options.demo) {
