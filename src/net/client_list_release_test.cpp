@@ -13,8 +13,8 @@ using kova::test::Call;
 using kova::test::Gate;
 using kova::test::ImportPatch;
 using kova::test::kSoonMs;
-using kova::test::LoopbackClient;
 using kova::test::ServerTest;
+using kova::test::TestClient;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
@@ -28,22 +28,22 @@ class ReleaseClientsTest : public ServerTest {
 
   // Connects a client whose thread comes to the gate before its n-th call of
   // the kind, counted over the whole server.
-  std::unique_ptr<LoopbackClient> ConnectHeldBefore(Call call, int nth) {
+  std::unique_ptr<TestClient> ConnectHeldBefore(Call call, int nth) {
     m_windows.Before(call, [this, call, nth](uint64_t) {
       if (m_windows.Calls(call) == nth) m_gate.Pass();
     });
     EXPECT_EQ(Run(), 1);
-    auto client = std::make_unique<LoopbackClient>(m_windows.Port());
+    auto client = std::make_unique<TestClient>(m_windows.Port());
     EXPECT_TRUE(m_gate.SomebodyCame());
     return client;
   }
   // The same for its first wait for socket events.
-  std::unique_ptr<LoopbackClient> ConnectHeldInItsLoop() {
+  std::unique_ptr<TestClient> ConnectHeldInItsLoop() {
     m_windows.Before(Call::kWait, [this](uint64_t timeoutMs) {
       if (timeoutMs == kWorkerTimeoutMs) m_gate.Pass();
     });
     EXPECT_EQ(Run(), 1);
-    auto client = std::make_unique<LoopbackClient>(m_windows.Port());
+    auto client = std::make_unique<TestClient>(m_windows.Port());
     EXPECT_TRUE(m_gate.SomebodyCame());
     return client;
   }
@@ -64,12 +64,12 @@ class ReleaseClientsTest : public ServerTest {
 
 TEST_F(ReleaseClientsTest, AConnectionThatEndsAtOnceCostsOneLook) {
   EXPECT_EQ(Run(), 1);
-  const LoopbackClient client(m_windows.Port());
+  TestClient client(m_windows.Port());
   ASSERT_TRUE(m_server->WaitForClients(1));
   EXPECT_EQ(m_server->Stop(), 1);
   EXPECT_LE(m_windows.Calls(Call::kLookAgain), 1);
   EXPECT_THAT(m_windows.Terminations(), IsEmpty());
-  EXPECT_EQ(client.Receive(), "");
+  EXPECT_EQ(client.ReceiveAll(), "");
 }
 
 TEST_F(ReleaseClientsTest, AConnectionThatEndsLaterIsSeenAtTheNextLook) {
@@ -107,7 +107,7 @@ TEST_F(ReleaseClientsTest, AConnectionThatIgnoresItsStopEventIsKilled) {
 // Whatever the number of threads, Windows gets one second to end them.
 TEST_F(ReleaseClientsTest, KilledConnectionsShareTheTimeToBeGone) {
   const auto first = ConnectHeldInItsLoop();
-  const LoopbackClient second(m_windows.Port());
+  TestClient second(m_windows.Port());
   while (m_server->ClientCount() < 2) std::this_thread::yield();
   NeverOpenGate();
   m_windows.Fail(Call::kAwaitEnd, 0, 1);  // the wait for the first one
@@ -120,7 +120,7 @@ TEST_F(ReleaseClientsTest, KilledConnectionsShareTheTimeToBeGone) {
 // A connection whose peer never stops sending.
 TEST_F(ReleaseClientsTest, AConnectionThatIsFloodedEndsByItself) {
   EXPECT_EQ(Run(), 1);
-  const LoopbackClient client(m_windows.Port());
+  TestClient client(m_windows.Port());
   std::atomic<bool> done{false};
   std::thread flood([&] {
     while (!done && client.Send("no end")) continue;
@@ -139,7 +139,7 @@ TEST_F(ReleaseClientsTest, AKilledConnectionLeavesAServerThatRunsAgain) {
   m_windows.Before(Call::kWait, nullptr);
   m_windows.Before(Call::kLookAgain, nullptr);
   EXPECT_EQ(Run(), 1);
-  const LoopbackClient next(m_windows.Port());
+  TestClient next(m_windows.Port());
   EXPECT_TRUE(next.Send("x."));
   EXPECT_THAT(next.ReceiveAll(), testing::StartsWith("HTTP/1.1 400"));
 }
@@ -153,9 +153,9 @@ class UnregisteredThread : public ReleaseClientsTest {
     s_calls = 0;
   }
 
-  std::unique_ptr<LoopbackClient> Connect() {
+  std::unique_ptr<TestClient> Connect() {
     EXPECT_EQ(Run(), 1);
-    auto client = std::make_unique<LoopbackClient>(m_windows.Port());
+    auto client = std::make_unique<TestClient>(m_windows.Port());
     EXPECT_TRUE(m_gate.SomebodyCame());
     return client;
   }
@@ -181,7 +181,7 @@ TEST_F(UnregisteredThread, IsWaitedForAndTurnedAway) {
   EXPECT_EQ(m_windows.ExitCode(1), 0u);
   EXPECT_EQ(m_windows.Calls(Call::kCreateEvent), 2);  // the accept thread's
   EXPECT_EQ(m_windows.OpenInAll(), 0u);
-  EXPECT_EQ(client->Receive(), "");
+  EXPECT_EQ(client->ReceiveAll(), "");
 }
 
 TEST_F(UnregisteredThread, IsNotKilledAndMayOutliveItsServer) {
@@ -194,7 +194,7 @@ TEST_F(UnregisteredThread, IsNotKilledAndMayOutliveItsServer) {
   m_gate.Open();
   EXPECT_TRUE(m_windows.ThreadEnds(1, kSoonMs));
   EXPECT_EQ(m_windows.ExitCode(1), 0u);
-  EXPECT_EQ(client->Receive(), "");
+  EXPECT_EQ(client->ReceiveAll(), "");
 }
 
 // Only its second event is what a stop can signal.
@@ -233,15 +233,15 @@ TEST_F(ReleaseClientsTest, AThreadWithoutEventsThatHangsIsKilled) {
 
 TEST_F(ReleaseClientsTest, AllConnectionsAreReleased) {
   EXPECT_EQ(Run(), 1);
-  std::vector<std::unique_ptr<LoopbackClient>> clients;
+  std::vector<std::unique_ptr<TestClient>> clients;
   for (int i = 0; i < 20; ++i) {
-    clients.push_back(std::make_unique<LoopbackClient>(m_windows.Port()));
+    clients.push_back(std::make_unique<TestClient>(m_windows.Port()));
   }
   ASSERT_TRUE(m_server->WaitForClients(20));
   EXPECT_EQ(m_server->Stop(), 1);
   EXPECT_THAT(m_windows.Terminations(), IsEmpty());
   EXPECT_EQ(m_windows.OpenInAll(), 0u);
-  for (const auto& client : clients) EXPECT_EQ(client->Receive(), "");
+  for (const auto& client : clients) EXPECT_EQ(client->ReceiveAll(), "");
 }
 
 // A connection that ends in its preparation: its n-th call fails.
@@ -257,13 +257,13 @@ class ConnectionPreparation : public ServerTest,
 TEST_P(ConnectionPreparation, FailsForThatConnectionAlone) {
   EXPECT_EQ(Run(), 1);
   m_windows.Fail(GetParam().call, WSAENOBUFS, GetParam().callsBefore);
-  const LoopbackClient refused(m_windows.Port());
-  EXPECT_EQ(refused.Receive(), "");
+  TestClient refused(m_windows.Port());
+  EXPECT_EQ(refused.ReceiveAll(), "");
   ASSERT_TRUE(m_windows.ThreadEnds(1, kSoonMs));
   EXPECT_EQ(m_windows.ExitCode(1), 0u);
   EXPECT_EQ(m_windows.Calls(Call::kEnumEvents), 1);
 
-  const LoopbackClient served(m_windows.Port());
+  TestClient served(m_windows.Port());
   EXPECT_TRUE(served.Send("x."));
   EXPECT_EQ(served.ReceiveAll().substr(0, 12), "HTTP/1.1 400");
 }
@@ -289,12 +289,12 @@ TEST_P(ConnectionStart, FailsSilently) {
 TEST_P(ConnectionStart, FailsForThatConnectionAlone) {
   EXPECT_EQ(Run(), 1);
   m_windows.Fail(GetParam(), EAGAIN);
-  const LoopbackClient refused(m_windows.Port());
-  EXPECT_EQ(refused.Receive(), "");
+  TestClient refused(m_windows.Port());
+  EXPECT_EQ(refused.ReceiveAll(), "");
   EXPECT_THAT(m_server->Clients(),
-              ElementsAre(Pair(refused.Address(), refused.Port())));
+              ElementsAre(Pair(refused.Address(), refused.LocalPort())));
 
-  const LoopbackClient served(m_windows.Port());
+  TestClient served(m_windows.Port());
   EXPECT_TRUE(served.Send("x."));
   EXPECT_EQ(served.ReceiveAll().substr(0, 12), "HTTP/1.1 400");
   EXPECT_EQ(m_server->Stop(), 1);

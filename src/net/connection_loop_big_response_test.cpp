@@ -19,7 +19,7 @@ using kova::test::ImportPatch;
 using kova::test::kInfoMask;
 using kova::test::kSoonMs;
 using kova::test::LoggingTest;
-using kova::test::LoopbackClient;
+using kova::test::TestClient;
 using kova::test::TestServer;
 using testing::Each;
 using testing::ElementsAre;
@@ -27,6 +27,7 @@ using testing::Le;
 
 // More than the buffers of both ends hold.
 constexpr uint32_t kResponseBytes = 20000000;
+constexpr DWORD kResponseMs = 60000;
 constexpr wchar_t kArmed[] =
     L"DetailInfoE Network_ClientThread::Run: WSAEWOULDBLOCK returned, setting "
     L"resend flag";
@@ -82,13 +83,13 @@ class BigResponse : public LoggingTest,
 
   bool Connect() {
     const UniqueSocket listener(::socket(AF_INET, SOCK_STREAM, 0));
-    sockaddr_in address = LoopbackClient::Loopback(0);
+    sockaddr_in address = kova::test::LoopbackAddress(0);
     int bytes = sizeof(address);
     auto* const name = reinterpret_cast<sockaddr*>(&address);
     if (::bind(listener.Get(), name, bytes) != 0) return false;
     if (::listen(listener.Get(), 1) != 0) return false;
     ::getsockname(listener.Get(), name, &bytes);
-    m_client = std::make_unique<LoopbackClient>(::ntohs(address.sin_port));
+    m_client = std::make_unique<TestClient>(::ntohs(address.sin_port));
     m_served.Reset(::accept(listener.Get(), nullptr, nullptr));
     return m_served.IsValid();
   }
@@ -99,19 +100,16 @@ class BigResponse : public LoggingTest,
   }
   // Reads one whole response; false if a byte is wrong or missing.
   [[nodiscard]] bool ReadResponse() {
-    for (uint32_t read = 0; read < kResponseBytes;) {
-      const std::string some = m_client->Receive(kResponseBytes - read);
-      if (some.empty()) return false;
-      for (const char byte : some) {
-        if (byte != ByteAt(read++)) return false;
-      }
+    const std::string all = m_client->Receive(kResponseBytes, kResponseMs);
+    for (uint32_t i = 0; i < all.size(); ++i) {
+      if (all[i] != ByteAt(i)) return false;
     }
-    return true;
+    return all.size() == kResponseBytes;
   }
 
   TestServer m_server;
   const OString m_address = "127.0.0.1:1";
-  std::unique_ptr<LoopbackClient> m_client;
+  std::unique_ptr<TestClient> m_client;
   UniqueSocket m_served;
   UniqueWsaEvent m_readEvent;
   const std::atomic<bool> m_stopping{false};

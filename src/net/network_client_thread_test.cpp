@@ -8,8 +8,8 @@ namespace {
 
 using kova::test::kInfoMask;
 using kova::test::kSoonMs;
-using kova::test::LoopbackClient;
 using kova::test::ServerTest;
+using kova::test::TestClient;
 using testing::DoubleEq;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -34,7 +34,7 @@ class ConnectionTest : public ServerTest {
 };
 
 TEST_F(ConnectionTest, IsAnsweredAndClosed) {
-  const LoopbackClient client(m_windows.Port());
+  TestClient client(m_windows.Port());
   EXPECT_TRUE(client.Send("GET / HTTP/1.1\r\n\r\n."));
   const std::string answer = client.ReceiveAll();
   EXPECT_THAT(answer, StartsWith(kRefusal));
@@ -47,7 +47,7 @@ TEST_F(ConnectionTest, IsAnsweredAndClosed) {
 }
 
 TEST_F(ConnectionTest, WaitsForTheLastSegment) {
-  const LoopbackClient client(m_windows.Port());
+  TestClient client(m_windows.Port());
   EXPECT_TRUE(client.Send("GET /"));
   EXPECT_TRUE(m_log.WaitFor(kLooping, kSoonMs));
   EXPECT_THAT(m_server->Sent(), IsEmpty());
@@ -57,7 +57,7 @@ TEST_F(ConnectionTest, WaitsForTheLastSegment) {
 }
 
 TEST_F(ConnectionTest, EndsWhenThePeerCloses) {
-  LoopbackClient client(m_windows.Port());
+  TestClient client(m_windows.Port());
   EXPECT_TRUE(client.Send("half"));
   EXPECT_TRUE(m_log.WaitFor(kLooping, kSoonMs));
   client.Close();
@@ -71,37 +71,37 @@ TEST_F(ConnectionTest, EndsWhenThePeerCloses) {
 
 TEST_F(ConnectionTest, EndsAfterSilenceOfTheClientTimeout) {
   m_server->SetClientTimeoutMs(50);
-  const LoopbackClient client(m_windows.Port());
-  EXPECT_EQ(client.Receive(), "");
+  TestClient client(m_windows.Port());
+  EXPECT_EQ(client.ReceiveAll(), "");
   ASSERT_TRUE(m_windows.ThreadEnds(1, kSoonMs));
   EXPECT_EQ(m_windows.ExitCode(1), 1u);
 }
 
 TEST_F(ConnectionTest, StaysOpenWithATimeoutOfZeroUntilTheStop) {
   m_server->SetClientTimeoutMs(0);
-  const LoopbackClient client(m_windows.Port());
+  TestClient client(m_windows.Port());
   ASSERT_TRUE(m_server->WaitForClients(1));
   EXPECT_FALSE(m_windows.ThreadEnds(1, 100));
   EXPECT_EQ(m_server->Stop(), 1);
-  EXPECT_EQ(client.Receive(), "");
+  EXPECT_EQ(client.ReceiveAll(), "");
   EXPECT_EQ(m_windows.ExitCode(1), 1u);
 }
 
 TEST_F(ConnectionTest, IsAnnouncedWithItsWholeAddress) {
-  const LoopbackClient first(m_windows.Port());
+  TestClient first(m_windows.Port());
   ASSERT_TRUE(m_server->WaitForClients(1));
-  const LoopbackClient second(m_windows.Port());
+  TestClient second(m_windows.Port());
   ASSERT_TRUE(m_server->WaitForClients(2));
   EXPECT_THAT(m_server->Clients(),
-              ElementsAre(Pair(first.Address(), first.Port()),
-                          Pair(second.Address(), second.Port())));
+              ElementsAre(Pair(first.Address(), first.LocalPort()),
+                          Pair(second.Address(), second.LocalPort())));
 }
 
 TEST_F(ConnectionTest, IsServedWhileAnotherIsIdle) {
-  const LoopbackClient idle(m_windows.Port());
+  TestClient idle(m_windows.Port());
   ASSERT_TRUE(m_server->WaitForClients(1));
   for (int i = 0; i < 5; ++i) {
-    const LoopbackClient client(m_windows.Port());
+    TestClient client(m_windows.Port());
     EXPECT_TRUE(client.Send("x."));
     EXPECT_THAT(client.ReceiveAll(), StartsWith(kRefusal));
   }
@@ -109,7 +109,7 @@ TEST_F(ConnectionTest, IsServedWhileAnotherIsIdle) {
 }
 
 TEST_F(ConnectionTest, ClosesItsSocketAndEventsWhenItEnds) {
-  const LoopbackClient client(m_windows.Port());
+  TestClient client(m_windows.Port());
   EXPECT_TRUE(client.Send("x."));
   EXPECT_THAT(client.ReceiveAll(), StartsWith(kRefusal));
   ASSERT_TRUE(m_windows.ThreadEnds(1, kSoonMs));

@@ -18,7 +18,6 @@
 #include "base/handles.h"
 #include "crash/debug_help.h"
 #include "kova/server.h"
-#include "net/winsock_session.h"
 #include "test/crash/faults.h"
 #include "test/support/fake_tick_count.h"
 #include "test/support/import_patch.h"
@@ -49,10 +48,7 @@ class Host {
       : m_port(static_cast<uint16_t>(std::strtoul(port, nullptr, 10))),
         m_module(::LoadLibraryW(
             (kova::test::TestProgramFolder() + L"\\..\\bin\\KOVAServer.dll")
-                .c_str())) {
-    WORD granted = 0;
-    (void)m_winsock.Open(&granted);
-  }
+                .c_str())) {}
 
   [[nodiscard]] HMODULE Module() const { return m_module; }
   void Start() const { Find<KOVA_StartServer>("StartKOVAServer")(); }
@@ -82,7 +78,6 @@ class Host {
 
   const uint16_t m_port;
   const HMODULE m_module;
-  kova::WinsockSession m_winsock;
 };
 
 // Set when a second thread was told that another one is writing a dump.

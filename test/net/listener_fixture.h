@@ -9,12 +9,11 @@
 #include <vector>
 
 #include "log/log_channel.h"
-#include "net/winsock_session.h"
-#include "test/net/loopback_client.h"
 #include "test/net/test_server.h"
 #include "test/net/windows_calls.h"
 #include "test/support/fake_tick_count.h"
 #include "test/support/log_capture.h"
+#include "test/support/test_client.h"
 
 namespace kova::test {
 
@@ -26,13 +25,9 @@ inline constexpr DWORD kSoonMs = 10000;
 class LoggingTest : public testing::Test {
  protected:
   explicit LoggingTest(uint32_t mask = kInfoMask)
-      : m_mask(mask | tk::kDebuggerShowsAll), m_clock(s_nowMs += 100000) {
-    WORD granted = 0;
-    (void)m_winsock.Open(&granted);
-  }
+      : m_mask(mask | tk::kDebuggerShowsAll), m_clock(s_nowMs += 100000) {}
 
   static inline uint64_t s_nowMs = uint64_t{1} << 40;
-  WinsockSession m_winsock;  // the clients'
   const ScopedLogMask m_mask;
   const FakeTickCount m_clock;
   LogCapture m_log;

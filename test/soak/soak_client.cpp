@@ -26,10 +26,9 @@ std::string ByPrinter(const std::string& actions) {
 // What the scripted extension answers if it echoes.
 std::string Echo(const TestClient& client, const std::string& request,
                  uint32_t keepOpen) {
-  const std::wstring address = client.Address();
-  const std::string body =
-      "address=" + std::string(address.begin(), address.end()) +
-      "\nkeepOpen=" + std::to_string(keepOpen) + "\n" + request;
+  const std::string body = "address=" + client.Address() +
+                           "\nkeepOpen=" + std::to_string(keepOpen) + "\n" +
+                           request;
   return "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(body.size()) +
          "\r\n\r\n" + body;
 }
@@ -160,10 +159,7 @@ void SoakClient::ExpectEcho(TestClient& client, const std::string& request,
 }
 
 void SoakClient::NotePort(const TestClient& client) {
-  const std::wstring address = client.Address();
-  const size_t colon = address.find(L':');
-  if (colon == std::wstring::npos) return;
-  m_ports.set(std::stoul(address.substr(colon + 1)) % m_ports.size());
+  m_ports.set(client.LocalPort());
 }
 
 }  // namespace kova::test

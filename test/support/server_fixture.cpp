@@ -29,10 +29,9 @@ constexpr int kTries = 100;
 
 bool CanBind(uint16_t port) {
   const UniqueSocket probe(::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP));
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_port = ::htons(port);
-  return ::bind(probe.Get(), reinterpret_cast<sockaddr*>(&address),
+  sockaddr_in address = LoopbackAddress(port);
+  address.sin_addr.s_addr = INADDR_ANY;
+  return ::bind(probe.Get(), reinterpret_cast<const sockaddr*>(&address),
                 sizeof(address)) == 0;
 }
 
@@ -49,9 +48,6 @@ uint16_t FreePort() {
   const int first = own == nullptr ? kFirstPort : std::atoi(own);
   const int last = own == nullptr ? kLastPort : first + kPortsOfAProgram - 1;
   std::uniform_int_distribution<int> ports(first, last);
-  WinsockSession winsock;
-  WORD granted = 0;
-  if (winsock.Open(&granted) != 0) return 0;
   for (int i = 0; i < kTries; ++i) {
     const auto port = static_cast<uint16_t>(ports(random));
     if (CanBind(port)) return port;
@@ -67,10 +63,6 @@ std::wstring TestProgramFolder() {
 }
 
 ServerFixture::ServerFixture() {
-  // A session of the test's own, so that a server which gives back more
-  // sessions than it took is seen by other means than dead test clients.
-  WORD granted = 0;
-  (void)m_winsock.Open(&granted);
   UsePort(FreePort());
   m_module.Reset(::LoadLibraryW(LibraryPath().c_str()));
   if (!m_module.IsValid()) return;

@@ -7,7 +7,6 @@
 #include "base/handles.h"
 #include "base/windows_api.h"
 #include "kova/server.h"
-#include "net/winsock_session.h"
 #include "test/support/server_settings_scope.h"
 
 namespace kova::test {
@@ -56,7 +55,6 @@ class ServerFixture {
   [[nodiscard]] bool IsListening() const;
 
  private:
-  WinsockSession m_winsock;
   ServerSettingsScope m_settings;
   uint16_t m_port = 0;
   UniqueModule m_module;

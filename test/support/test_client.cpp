@@ -10,14 +10,6 @@ namespace {
 
 constexpr size_t kPieceBytes = size_t{64} * 1024;
 
-sockaddr_in Loopback(uint16_t port) {
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_port = ::htons(port);
-  address.sin_addr.s_addr = ::htonl(INADDR_LOOPBACK);
-  return address;
-}
-
 // Whether something can be read, or the peer has closed, within the time.
 bool WaitReadable(SOCKET socket, DWORD timeoutMs) {
   fd_set readable;
@@ -29,22 +21,28 @@ bool WaitReadable(SOCKET socket, DWORD timeoutMs) {
   return ::select(0, &readable, nullptr, nullptr, &wait) == 1;
 }
 
-// One session for all clients, until the program ends: Wine loses count of
-// sessions that several threads open and close at once.
-bool IsWinsockOpen() {
-  static WORD granted = 0;
-  static WinsockSession session;
-  static const int result = session.Open(&granted);
-  return result == 0;
-}
+// One session for all clients, from before main() until the program ends: tests
+// count those that the server opens, and Wine loses count of sessions that
+// several threads open and close at once.
+struct OpenSession : WinsockSession {
+  OpenSession() {
+    WORD granted = 0;
+    (void)Open(&granted);
+  }
+};
+const OpenSession g_session;
 
 }  // namespace
 
-TestClient::TestClient(uint16_t port, int receiveBufferBytes) {
-  if (IsWinsockOpen()) Connect(port, receiveBufferBytes);
+sockaddr_in LoopbackAddress(uint16_t port) {
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_port = ::htons(port);
+  address.sin_addr.s_addr = ::htonl(INADDR_LOOPBACK);
+  return address;
 }
 
-void TestClient::Connect(uint16_t port, int receiveBufferBytes) {
+TestClient::TestClient(uint16_t port, int receiveBufferBytes) {
   m_socket.Reset(::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP));
   if (receiveBufferBytes != 0) {
     ::setsockopt(m_socket.Get(), SOL_SOCKET, SO_RCVBUF,
@@ -57,18 +55,22 @@ void TestClient::Connect(uint16_t port, int receiveBufferBytes) {
   const DWORD patienceMs = kClientPatienceMs;
   ::setsockopt(m_socket.Get(), SOL_SOCKET, SO_SNDTIMEO,
                reinterpret_cast<const char*>(&patienceMs), sizeof(patienceMs));
-  const sockaddr_in address = Loopback(port);
+  const sockaddr_in address = LoopbackAddress(port);
   if (::connect(m_socket.Get(), reinterpret_cast<const sockaddr*>(&address),
                 sizeof(address)) != 0) {
     m_socket.Reset();
   }
 }
 
-std::wstring TestClient::Address() const {
+std::string TestClient::Address() const {
+  return "127.0.0.1:" + std::to_string(LocalPort());
+}
+
+uint16_t TestClient::LocalPort() const {
   sockaddr_in own = {};
   int sizeBytes = sizeof(own);
   ::getsockname(m_socket.Get(), reinterpret_cast<sockaddr*>(&own), &sizeBytes);
-  return L"127.0.0.1:" + std::to_wstring(::ntohs(own.sin_port));
+  return ::ntohs(own.sin_port);
 }
 
 bool TestClient::Send(std::string_view bytes) {

@@ -14,8 +14,12 @@ namespace kova::test {
 // test that passes.
 inline constexpr DWORD kClientPatienceMs = 10000;
 
-// A connection to 127.0.0.1. Sends every piece at once (no delay for
-// coalescing). Used on one thread.
+// 127.0.0.1 and a port, as Windows Sockets take them.
+[[nodiscard]] sockaddr_in LoopbackAddress(uint16_t port);
+
+// A connection to 127.0.0.1. A program that has clients holds Windows Sockets
+// open from its start to its end, whatever the server does. Sends every piece
+// at once (no delay for coalescing). Used on one thread.
 class TestClient {
  public:
   // Connects. `receiveBufferBytes` other than 0 asks for a receive buffer of
@@ -25,7 +29,9 @@ class TestClient {
   [[nodiscard]] bool IsConnected() const { return m_socket.IsValid(); }
   [[nodiscard]] SOCKET Socket() const { return m_socket.Get(); }
   // This end of the connection as the server names it, "127.0.0.1:50123".
-  [[nodiscard]] std::wstring Address() const;
+  [[nodiscard]] std::string Address() const;
+  // Its port; 0 if it is not connected.
+  [[nodiscard]] uint16_t LocalPort() const;
 
   // Sends all of `bytes`; false if the connection broke.
   bool Send(std::string_view bytes);
@@ -52,8 +58,6 @@ class TestClient {
   void Close();
 
  private:
-  void Connect(uint16_t port, int receiveBufferBytes);
-
   UniqueSocket m_socket;
   bool m_closedByPeer = false;
   bool m_resetByPeer = false;

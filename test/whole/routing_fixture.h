@@ -52,10 +52,9 @@ class RoutingFixture : public testing::Test {
   // What the extension answers `client` when it echoes.
   static std::string Echo(const TestClient& client, const std::string& request,
                           uint32_t keepOpen = 0) {
-    const std::wstring address = client.Address();
-    const std::string body =
-        "address=" + std::string(address.begin(), address.end()) +
-        "\nkeepOpen=" + std::to_string(keepOpen) + "\n" + request;
+    const std::string body = "address=" + client.Address() +
+                             "\nkeepOpen=" + std::to_string(keepOpen) + "\n" +
+                             request;
     return "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(body.size()) +
            "\r\n\r\n" + body;
   }

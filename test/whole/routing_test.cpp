@@ -55,7 +55,7 @@ TEST_F(RoutingTest, AShareReachesItsPrinter) {
 
 TEST_F(RoutingTest, AnUnknownShareIsLoggedWithTheClient) {
   TestClient client(Port());
-  const std::wstring address = client.Address();
+  const std::string address = client.Address();
   ASSERT_TRUE(client.Send("GET /?share=Nothing HTTP/1.1\r\n\r\n"));
   EXPECT_EQ(kova::test::MaskDate(client.ReceiveAll()),
             kova::test::BadRequest());
@@ -65,7 +65,7 @@ TEST_F(RoutingTest, AnUnknownShareIsLoggedWithTheClient) {
           L"DetailInfo Network_ClientThread::ParseRequest: Error: The share "
           L"name: Nothing could not be found. Unable to route the request to "
           L"a driver. \nClient Address: " +
-              address,
+              std::wstring(address.begin(), address.end()),
           L"DetailInfo Network_ClientThread::ParseRequest: Responding with "
           L"HTTP_BAD_REQUEST"));
 }

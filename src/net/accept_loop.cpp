@@ -1,24 +1,20 @@
-// The accept thread's part of WebServerBase.
-#include <string>
+#include "net/accept_loop.h"
 
 #include "log/log_line.h"
-#include "net/web_server_base.h"
 #include "text/o_string.h"
 
-using kova::LogLine;
-using tk::LogChannel;
-
+namespace kova {
 namespace {
 
-constexpr const char* kAcceptThread = "WebServerBase::_AcceptThread";
-constexpr unsigned kFailed = 4660;
-constexpr unsigned kEnded = 0;
+using tk::LogChannel;
+
+constexpr const char* kMethod = "WebServerBase::_AcceptThread";
 constexpr int kMostBacklog = 0x7FFFFFFF;
 constexpr int kAddressBytes = 16;
 
 // Logs a failed Winsock call on Error: its text, then its error code.
 void LogFailure(const wchar_t* text, int code) {
-  LogLine(LogChannel::Error, kAcceptThread) << text << code;
+  LogLine(LogChannel::Error, kMethod) << text << code;
 }
 
 uint16_t LocalPort(SOCKET socket) {
@@ -40,7 +36,7 @@ uint16_t PeerPort(SOCKET socket) {
 }
 
 void LogAccepted(SOCKET socket, const sockaddr_in& peer) {
-  LogLine line(LogChannel::DetailInfoB, kAcceptThread);
+  LogLine line(LogChannel::DetailInfoB, kMethod);
   if (!line) return;
   const auto& address = peer.sin_addr.S_un.S_un_b;
   line << L"AcceptThread: Accepted. clientSocket:Ox"
@@ -75,23 +71,11 @@ std::string AddressText(sockaddr_in peer) {
 
 }  // namespace
 
-unsigned WebServerBase::AcceptConnections() {
-  const bool ended = Listen() && ServeEvents();
-  CloseListener();
-  AnswerRun();
-  return ended ? kEnded : kFailed;
+bool AcceptLoop::Listen(uint32_t port, uint32_t bindAddress) {
+  return OpenWinsock() && OpenSocket(port, bindAddress) && CreateEvents();
 }
 
-bool WebServerBase::Listen() {
-  if (!OpenWinsock() || !OpenListeningSocket() || !CreateEvents()) {
-    return false;
-  }
-  m_running = 1;
-  AnswerRun();
-  return true;
-}
-
-bool WebServerBase::OpenWinsock() {
+bool AcceptLoop::OpenWinsock() {
   WORD granted = 0;
   const int result = m_winsock.Open(&granted);
   if (result != 0) {
@@ -99,40 +83,40 @@ bool WebServerBase::OpenWinsock() {
     return false;
   }
   if (LOBYTE(granted) != 2 || HIBYTE(granted) != 2) {
-    LogLine(LogChannel::Error, kAcceptThread)
+    LogLine(LogChannel::Error, kMethod)
         << L"Requested Socket version does not exist";
     return false;
   }
   return true;
 }
 
-bool WebServerBase::OpenListeningSocket() {
-  m_listeningSocket.Reset(
+bool AcceptLoop::OpenSocket(uint32_t port, uint32_t bindAddress) {
+  m_listening.Reset(
       ::WSASocketW(AF_INET, SOCK_STREAM, 0, nullptr, 0, WSA_FLAG_OVERLAPPED));
-  if (!m_listeningSocket.IsValid()) {
+  if (!m_listening.IsValid()) {
     LogFailure(L"AcceptThread: WSASocket(...) failure. WSAGetLastError:",
                ::WSAGetLastError());
     return false;
   }
-  KeepFromChildren(m_listeningSocket.Get());
+  KeepFromChildren(m_listening.Get());
   sockaddr_in address = {};
   address.sin_family = AF_INET;
-  address.sin_port = ::htons(static_cast<uint16_t>(m_port));
-  address.sin_addr.s_addr = ::htonl(m_bindAddress);
-  if (::bind(m_listeningSocket.Get(), reinterpret_cast<sockaddr*>(&address),
+  address.sin_port = ::htons(static_cast<uint16_t>(port));
+  address.sin_addr.s_addr = ::htonl(bindAddress);
+  if (::bind(m_listening.Get(), reinterpret_cast<sockaddr*>(&address),
              kAddressBytes) == SOCKET_ERROR) {
     LogFailure(L"AcceptThread: bind(...) failure. GetLastError:",
                ::WSAGetLastError());
     return false;
   }
-  if (::listen(m_listeningSocket.Get(), kMostBacklog) == SOCKET_ERROR) {
+  if (::listen(m_listening.Get(), kMostBacklog) == SOCKET_ERROR) {
     LogFailure(L"listen(...) failure. WSAGetLastError:", ::WSAGetLastError());
     return false;
   }
   return true;
 }
 
-bool WebServerBase::CreateEvents() {
+bool AcceptLoop::CreateEvents() {
   m_shutdownEvent = ::WSACreateEvent();
   if (m_shutdownEvent == WSA_INVALID_EVENT) {
     LogFailure(
@@ -148,8 +132,8 @@ bool WebServerBase::CreateEvents() {
         ::WSAGetLastError());
     return false;
   }
-  if (::WSAEventSelect(m_listeningSocket.Get(), m_networkEvent.Get(),
-                       FD_ACCEPT) == SOCKET_ERROR) {
+  if (::WSAEventSelect(m_listening.Get(), m_networkEvent.Get(), FD_ACCEPT) ==
+      SOCKET_ERROR) {
     LogFailure(L"WSAEventSelect(...) failure. WSAGetLastError:",
                ::WSAGetLastError());
     return false;
@@ -157,8 +141,7 @@ bool WebServerBase::CreateEvents() {
   return true;
 }
 
-// Returns true when the shutdown event ended it, false on a failure.
-bool WebServerBase::ServeEvents() {
+bool AcceptLoop::Serve() {
   const WSAEVENT events[] = {m_shutdownEvent, m_networkEvent.Get()};
   for (;;) {
     const DWORD woken =
@@ -173,10 +156,10 @@ bool WebServerBase::ServeEvents() {
   }
 }
 
-bool WebServerBase::OnNetworkEvent() {
+bool AcceptLoop::OnNetworkEvent() {
   WSANETWORKEVENTS found = {};
-  if (::WSAEnumNetworkEvents(m_listeningSocket.Get(), m_networkEvent.Get(),
-                             &found) == SOCKET_ERROR) {
+  if (::WSAEnumNetworkEvents(m_listening.Get(), m_networkEvent.Get(), &found) ==
+      SOCKET_ERROR) {
     LogFailure(L"WSAEnumNetworkEvents(...) failure. WSAGetLastError:",
                ::WSAGetLastError());
     return false;
@@ -185,38 +168,39 @@ bool WebServerBase::OnNetworkEvent() {
   return true;
 }
 
-void WebServerBase::AcceptOne() {
+void AcceptLoop::AcceptOne() {
   sockaddr_in peer = {};
   int bytes = kAddressBytes;
-  m_accepted.Reset(::WSAAccept(m_listeningSocket.Get(),
+  m_accepted.Reset(::WSAAccept(m_listening.Get(),
                                reinterpret_cast<sockaddr*>(&peer), &bytes,
                                nullptr, 0));
   if (!m_accepted.IsValid()) {
     const int error = ::WSAGetLastError();
-    LogLine(LogChannel::Warning, kAcceptThread)
+    LogLine(LogChannel::Warning, kMethod)
         << L"WSAAccept(...) failure. Failure ignored. WSAGetLastError:"
         << error;
     return;
   }
   KeepFromChildren(m_accepted.Get());
   LogAccepted(m_accepted.Get(), peer);
-  if (AddClient(m_accepted, AddressText(peer), ::ntohs(peer.sin_port)) == 0) {
-    LogLine(LogChannel::Warning, kAcceptThread)
+  if (m_taker.AddClient(m_accepted, AddressText(peer),
+                        ::ntohs(peer.sin_port)) == 0) {
+    LogLine(LogChannel::Warning, kMethod)
         << L"AddClient(...) failure. Failure ignored.";
   }
 }
 
-void WebServerBase::CloseListener() {
-  // If Stop() has taken the shutdown event to signal it, Stop() closes it.
-  const WSAEVENT shutdown = m_shutdownSignal.exchange(WSA_INVALID_EVENT);
-  if (shutdown != WSA_INVALID_EVENT) ::WSACloseEvent(shutdown);
+void AcceptLoop::Close() {
+  // Whoever has taken the shutdown event to signal it closes it.
+  TakeShutdownEvent().Reset();
   m_networkEvent.Reset();
-  m_listeningSocket.Reset();
+  m_listening.Reset();
   m_winsock.Close();
+  m_accepted.Reset();
 }
 
-// Lets Run() go on. Harmless when it has been let go, or has given up, before.
-void WebServerBase::AnswerRun() {
-  const HANDLE started = m_startedSignal.exchange(nullptr);
-  if (started != nullptr) ::SetEvent(started);
+UniqueWsaEvent AcceptLoop::TakeShutdownEvent() {
+  return UniqueWsaEvent(m_shutdownSignal.exchange(WSA_INVALID_EVENT));
 }
+
+}  // namespace kova

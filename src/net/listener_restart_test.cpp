@@ -8,8 +8,8 @@
 namespace {
 
 using kova::test::kSoonMs;
-using kova::test::LoopbackClient;
 using kova::test::ServerTest;
+using kova::test::TestClient;
 using testing::IsEmpty;
 
 constexpr int kRounds = 200;
@@ -34,7 +34,7 @@ class Visitors {
     for (int visit = 0; !m_done; ++visit) {
       const uint16_t port = m_windows.Port();
       if (port == 0) continue;
-      const LoopbackClient client(port);
+      TestClient client(port);
       if (!client.IsConnected()) continue;
       ++m_connected;
       if (visit % 3 == 0) continue;

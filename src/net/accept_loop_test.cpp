@@ -8,8 +8,8 @@ using kova::test::Call;
 using kova::test::Gate;
 using kova::test::kInfoMask;
 using kova::test::kSoonMs;
-using kova::test::LoopbackClient;
 using kova::test::ServerTest;
+using kova::test::TestClient;
 using testing::ElementsAre;
 
 constexpr DWORD kFailedExit = 4660;
@@ -135,7 +135,7 @@ TEST_F(AcceptThreadTest, AFailedWaitEndsAThreadThatWasListening) {
 TEST_F(AcceptThreadTest, AFailedEventEnumerationEndsIt) {
   m_windows.Fail(Call::kEnumEvents, 10050);
   EXPECT_EQ(Run(), 1);
-  const LoopbackClient client(m_windows.Port());
+  TestClient client(m_windows.Port());
   ASSERT_TRUE(m_windows.ThreadEnds(0, kSoonMs));
   EXPECT_EQ(m_windows.ExitCode(0), kFailedExit);
   EXPECT_THAT(m_log.Lines(), ElementsAre(kStarting,
@@ -150,12 +150,12 @@ TEST_F(AcceptThreadTest, AFailedEventEnumerationEndsIt) {
 TEST_F(AcceptThreadTest, AFailedAcceptCostsOnlyThatConnection) {
   m_windows.Fail(Call::kAccept, 10054);
   EXPECT_EQ(Run(), 1);
-  const LoopbackClient refused(m_windows.Port());
+  TestClient refused(m_windows.Port());
   const std::wstring line =
       L"Warning WebServerBase::_AcceptThread: WSAAccept(...) failure. Failure "
       L"ignored. WSAGetLastError:10054";
   EXPECT_TRUE(m_log.WaitFor(line, kSoonMs));
-  const LoopbackClient served(m_windows.Port());
+  TestClient served(m_windows.Port());
   EXPECT_TRUE(m_server->WaitForClients(1));
   EXPECT_EQ(m_server->Clients()[0].first, served.Address());
   EXPECT_EQ(m_server->Stop(), 1);
@@ -170,7 +170,7 @@ TEST_F(AcceptThreadTest, AWakeUpWithoutAConnectionIsWaitedOver) {
   });
   second.Open();
   EXPECT_EQ(Run(), 1);
-  const LoopbackClient client(m_windows.Port());
+  TestClient client(m_windows.Port());
   EXPECT_TRUE(second.SomebodyCame());
   EXPECT_EQ(m_windows.Calls(Call::kAccept), 0);
   EXPECT_EQ(m_server->Stop(), 1);
@@ -198,7 +198,7 @@ TEST_F(AcceptThreadTest, BindsToTheGivenAddressAlone) {
 TEST_F(AcceptThreadTest, BindsToAllInterfacesForZero) {
   EXPECT_EQ(m_server->Run(0, 0, 0), 1);
   EXPECT_EQ(m_windows.ListeningAddress().sin_addr.s_addr, 0u);
-  const LoopbackClient client(m_windows.Port());
+  TestClient client(m_windows.Port());
   EXPECT_TRUE(client.IsConnected());
 }
 
@@ -227,7 +227,7 @@ TEST_F(AcceptedConnections, AreLoggedWithSocketPortsAndPeer) {
     if (m_windows.ThreadsBegun() == 1) gate.Pass();
   });
   EXPECT_EQ(Run(), 1);
-  const LoopbackClient client(m_windows.Port());
+  TestClient client(m_windows.Port());
   ASSERT_TRUE(gate.SomebodyCame());
   const std::vector<std::wstring> lines = m_log.Lines();
   gate.Open();
@@ -237,7 +237,8 @@ TEST_F(AcceptedConnections, AreLoggedWithSocketPortsAndPeer) {
             L"DetailInfoB WebServerBase::_AcceptThread: AcceptThread: "
             L"Accepted. clientSocket:Ox" +
                 digits + L" local port: " + std::to_wstring(m_windows.Port()) +
-                L" peer port: 127.0.0.1:" + std::to_wstring(client.Port()));
+                L" peer port: 127.0.0.1:" +
+                std::to_wstring(client.LocalPort()));
   EXPECT_EQ(digits.size(), 16u);
   EXPECT_EQ(digits.find_first_not_of(L"0123456789ABCDEF"), std::wstring::npos);
   EXPECT_NE(std::stoull(digits, nullptr, 16), 0u);

@@ -16,8 +16,8 @@ using kova::test::Gate;
 using kova::test::ImportPatch;
 using kova::test::kInfoMask;
 using kova::test::kSoonMs;
-using kova::test::LoopbackClient;
 using kova::test::ServerTest;
+using kova::test::TestClient;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -41,7 +41,7 @@ class OccupiedPort {
     const BOOL exclusive = TRUE;
     ::setsockopt(m_socket.Get(), SOL_SOCKET, SO_EXCLUSIVEADDRUSE,
                  reinterpret_cast<const char*>(&exclusive), sizeof(exclusive));
-    sockaddr_in address = LoopbackClient::Loopback(0);
+    sockaddr_in address = kova::test::LoopbackAddress(0);
     int bytes = sizeof(address);
     (void)::bind(m_socket.Get(), reinterpret_cast<sockaddr*>(&address), bytes);
     ::listen(m_socket.Get(), 1);
@@ -74,10 +74,10 @@ TEST_F(WebServerBaseTest, StartsStopped) {
 TEST_F(WebServerBaseTest, ListensFromRunToStop) {
   EXPECT_EQ(Run(), 1);
   EXPECT_TRUE(m_server->IsRunning());
-  EXPECT_TRUE(LoopbackClient(m_windows.Port()).IsConnected());
+  EXPECT_TRUE(TestClient(m_windows.Port()).IsConnected());
   EXPECT_EQ(m_server->Stop(), 1);
   EXPECT_FALSE(m_server->IsRunning());
-  EXPECT_FALSE(LoopbackClient(m_windows.Port()).IsConnected());
+  EXPECT_FALSE(TestClient(m_windows.Port()).IsConnected());
   EXPECT_EQ(m_server->Stop(), 0);
   EXPECT_THAT(m_log.Lines(), ElementsAre(kStarting));
 }
@@ -94,15 +94,13 @@ TEST_F(WebServerBaseTest, EachRunSetsTheClientTimeout) {
 TEST_F(WebServerBaseTest, ASecondRunIsRefusedAndChangesNothing) {
   EXPECT_EQ(Run(), 1);
   const uint16_t port = m_windows.Port();
-  m_server->SetClientTimeoutMs(5);
   EXPECT_EQ(m_server->Run(1, 0, 0), 0);
   EXPECT_THAT(m_log.Lines(),
               ElementsAre(kStarting,
                           L"DetailInfo WebServerBase::Run: Server is already "
                           L"running"));
-  EXPECT_EQ(m_server->ClientTimeoutMs(), 5u);
   EXPECT_EQ(m_windows.ThreadsBegun(), 1u);
-  EXPECT_TRUE(LoopbackClient(port).IsConnected());
+  EXPECT_TRUE(TestClient(port).IsConnected());
 }
 
 TEST_F(WebServerBaseTest, ReportsAThreadThatCannotBeStarted) {
@@ -233,7 +231,7 @@ class StuckAcceptThread : public WebServerBaseTest {
   void GetStuck() {
     ASSERT_EQ(Run(), 1);
     m_windows.Before(Call::kAccept, [this](uint64_t) { m_gate.Pass(); });
-    const LoopbackClient client(m_windows.Port());
+    TestClient client(m_windows.Port());
     ASSERT_TRUE(m_gate.SomebodyCame());
   }
   ~StuckAcceptThread() override { m_gate.Open(); }
@@ -262,7 +260,7 @@ TEST_F(StuckAcceptThread, LeavesItsPortFree) {
   m_windows.Before(Call::kAccept, nullptr);
   EXPECT_EQ(m_server->Run(port, 0, INADDR_LOOPBACK), 1);
   EXPECT_TRUE(m_server->IsRunning());
-  const LoopbackClient client(port);
+  TestClient client(port);
   EXPECT_TRUE(m_server->WaitForClients(1));
   EXPECT_EQ(m_server->Stop(), 1);
 }
@@ -278,14 +276,14 @@ class KilledInHandover : public WebServerBaseTest {
       if (m_windows.Calls(call) == nth) m_gate.Pass();
     });
     ASSERT_EQ(Run(), 1);
-    m_client = std::make_unique<LoopbackClient>(m_windows.Port());
+    m_client = std::make_unique<TestClient>(m_windows.Port());
     ASSERT_TRUE(m_gate.SomebodyCame());
     m_windows.Fail(Call::kAwaitEnd, 0);
     EXPECT_EQ(m_server->Stop(), 0);
     EXPECT_THAT(m_windows.Terminations(), ElementsAre(kFailedExit));
   }
   void ExpectNothingLeft() {
-    EXPECT_EQ(m_client->Receive(), "");
+    EXPECT_EQ(m_client->ReceiveAll(), "");
     EXPECT_TRUE(m_windows.AllThreadsEnd(kSoonMs));
     EXPECT_EQ(m_windows.OpenInAll(), 0u);
     // Nobody is waited for at the next stop.
@@ -296,7 +294,7 @@ class KilledInHandover : public WebServerBaseTest {
   }
 
   Gate m_gate;
-  std::unique_ptr<LoopbackClient> m_client;
+  std::unique_ptr<TestClient> m_client;
 };
 
 TEST_F(KilledInHandover, BeforeThereIsAThreadLosesNoRecordAndNoSocket) {
@@ -323,7 +321,7 @@ TEST_F(KilledInHandover, BeforeThereIsARecordClosesTheSocket) {
       nullptr, "WSAAddressToStringW", &WaitAtGate);
   g_addressGate = &m_gate;
   ASSERT_EQ(Run(), 1);
-  m_client = std::make_unique<LoopbackClient>(m_windows.Port());
+  m_client = std::make_unique<TestClient>(m_windows.Port());
   ASSERT_TRUE(m_gate.SomebodyCame());
   m_windows.Fail(Call::kAwaitEnd, 0);
   EXPECT_EQ(m_server->Stop(), 0);
@@ -346,7 +344,7 @@ TEST_F(WebServerBaseTest, AConnectionThatEndsAtOnceAwaitsItsStarter) {
         return count;
       });
   resume = patch.Original();
-  auto client = std::make_unique<LoopbackClient>(m_windows.Port());
+  auto client = std::make_unique<TestClient>(m_windows.Port());
   ASSERT_TRUE(starter.SomebodyCame());
   client->Close();
   EXPECT_FALSE(m_windows.ThreadEnds(1, 100));
@@ -408,7 +406,7 @@ TEST_F(ListenerCalls, AskForTheLongestQueueAndForNewcomersAlone) {
 
 TEST_F(ListenerCalls, KeepEverySocketFromChildPrograms) {
   EXPECT_EQ(Run(), 1);
-  const LoopbackClient client(m_windows.Port());
+  TestClient client(m_windows.Port());
   EXPECT_TRUE(client.Send("x."));
   EXPECT_NE(client.ReceiveAll(), "");
   EXPECT_GE(m_seen.sockets, 3);  // listening twice, connected
@@ -435,7 +433,7 @@ TEST_F(WebServerBaseTest, AFailedAcceptThreadCleansUpBeforeItAnswers) {
 TEST_F(WebServerBaseTest, OpensItsLastingSessionBeforeItListens) {
   EXPECT_EQ(Run(), 1);
   EXPECT_EQ(m_windows.Calls(Call::kStartup), 2);
-  const LoopbackClient client(m_windows.Port());
+  TestClient client(m_windows.Port());
   EXPECT_TRUE(client.Send("x."));
   EXPECT_NE(client.ReceiveAll(), "");
   EXPECT_EQ(m_windows.Calls(Call::kStartup), 2);
