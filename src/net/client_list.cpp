@@ -18,7 +18,7 @@ void ClientList::Open() {
   m_releasing = false;
 }
 
-bool ClientList::Register(ClientWorker* worker) {
+bool ClientList::RegisterClient(ClientWorker* worker) {
   const ScopedLock held(m_lock);
   if (m_releasing) return false;
   const int32_t count = m_workers.Count();
@@ -34,7 +34,7 @@ void ClientList::Ready(ClientWorker* worker) {
   if (m_releasing) worker->SignalStop();
 }
 
-void ClientList::Unregister(ClientWorker* worker) {
+void ClientList::UnregisterClient(ClientWorker* worker) {
   const ScopedLock held(m_lock);
   const int32_t count = m_workers.Count();
   int32_t found = 0;
@@ -44,7 +44,7 @@ void ClientList::Unregister(ClientWorker* worker) {
   m_workers.SetSize(count - 1);
 }
 
-void ClientList::Release() {
+void ClientList::ReleaseClients() {
   {
     const ScopedLock held(m_lock);
     m_releasing = true;
@@ -58,11 +58,6 @@ void ClientList::Release() {
   }
   const ScopedLock held(m_lock);
   TerminateAll();
-}
-
-int32_t ClientList::Count() {
-  const ScopedLock held(m_lock);
-  return m_workers.Count();
 }
 
 bool ClientList::AllGone() {

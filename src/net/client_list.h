@@ -40,10 +40,10 @@ class ClientWorker {
 // ask whether it is welcome when the server object is gone.
 //
 // A connection thread is alive from before its thread is started until its
-// record has freed everything it owns, and listed in between, from Register()
-// to Unregister(). Release() waits for all that are alive, so that none slips
-// through a stop: neither one that has not come round to registering nor one
-// that is just closing its socket.
+// record has freed everything it owns, and listed in between, from
+// RegisterClient() to UnregisterClient(). ReleaseClients() waits for all that
+// are alive, so that none slips through a stop: neither one that has not come
+// round to registering nor one that is just closing its socket.
 //
 // All operations may be called from any thread unless they say otherwise.
 // While the list's lock is held nothing is called that could wait for one of
@@ -72,7 +72,7 @@ class ClientList {
 
   // Appends the worker. False, and nothing is appended, when a release has
   // begun: the worker then ends without touching its server.
-  [[nodiscard]] bool Register(ClientWorker* worker);
+  [[nodiscard]] bool RegisterClient(ClientWorker* worker);
 
   // The worker's events exist: from now on a release signals its stop event.
   // Signals it at once if a release has begun since it registered.
@@ -81,17 +81,14 @@ class ClientList {
   // Takes the first slot that holds the worker out; the following ones move
   // down by one. An absent pointer changes nothing. Afterwards no other thread
   // touches the worker.
-  void Unregister(ClientWorker* worker);
+  void UnregisterClient(ClientWorker* worker);
 
   // Turns newcomers away, signals every listed worker's stop event and looks
   // every 100 ms, at most 50 times, whether all workers are gone. Those still
   // listed then are terminated and their records freed, for which Windows gets
   // 1000 ms more in all. Returns at once when no worker is alive. Never holds
   // the lock while it sleeps.
-  void Release();
-
-  // The number of workers listed.
-  [[nodiscard]] int32_t Count();
+  void ReleaseClients();
 
   // Counts one worker alive for as long as it exists; the first member of a
   // worker's record, so that it goes last.

@@ -110,7 +110,7 @@ int Listener::StopRunning() {
   const bool ended = waited != WAIT_TIMEOUT && waited != WAIT_FAILED;
   if (!ended) KillAcceptThread();
   m_acceptThread.Reset();
-  m_clients.Release();
+  m_clients.ReleaseClients();
   m_running = 0;
   return ended ? 1 : 0;
 }
@@ -124,7 +124,7 @@ void Listener::JoinAcceptThread() {
     return;
   }
   KillAcceptThread();
-  m_clients.Release();
+  m_clients.ReleaseClients();
   m_running = 0;
 }
 

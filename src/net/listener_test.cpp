@@ -82,15 +82,6 @@ TEST_F(WebServerBaseTest, ListensFromRunToStop) {
   EXPECT_THAT(m_log.Lines(), ElementsAre(kStarting));
 }
 
-TEST_F(WebServerBaseTest, EachRunSetsTheClientTimeout) {
-  EXPECT_EQ(Run(), 1);
-  EXPECT_EQ(m_server->ClientTimeoutMs(), 300000u);
-  m_server->SetClientTimeoutMs(0);
-  EXPECT_EQ(m_server->Stop(), 1);
-  EXPECT_EQ(Run(), 1);
-  EXPECT_EQ(m_server->ClientTimeoutMs(), 300000u);
-}
-
 TEST_F(WebServerBaseTest, ASecondRunIsRefusedAndChangesNothing) {
   EXPECT_EQ(Run(), 1);
   const uint16_t port = m_windows.Port();

@@ -65,12 +65,12 @@ unsigned Network_ClientThread::ServeRecord(void* record) {
 
 unsigned Network_ClientThread::Serve() {
   unsigned result = 0;
-  if (m_alive.List().Register(this)) {
+  if (m_alive.List().RegisterClient(this)) {
     if (Prepare()) {
       m_alive.List().Ready(this);
       result = Run();
     }
-    m_alive.List().Unregister(this);
+    m_alive.List().UnregisterClient(this);
   }
   FreeAfterStart();
   return result;

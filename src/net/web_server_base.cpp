@@ -33,7 +33,7 @@ int WebServerBase::Callbacks::AddClient(kova::UniqueSocket& socket,
 }
 
 uint32_t WebServerBase::Callbacks::ClientTimeoutMs() const {
-  return m_server.ClientTimeoutMs();
+  return m_server.m_clientTimeoutMs;
 }
 
 void WebServerBase::Callbacks::OnReceived(uint32_t byteCount) {

@@ -44,18 +44,6 @@ class WebServerBase {
   void JoinAcceptThread() { m_listener.JoinAcceptThread(); }
   [[nodiscard]] bool IsRunning() const { return m_listener.IsRunning(); }
 
-  // Serves one accepted connection, on the accept thread. Always returns 1.
-  // `socket` belongs to the connection afterwards, or is closed.
-  int AddClient(kova::UniqueSocket& socket, const std::string& address,
-                uint32_t port);
-
-  // This server as its connections see it; lives as long as this object.
-  [[nodiscard]] kova::ConnectionHost& Host() { return m_callbacks; }
-  [[nodiscard]] int32_t ClientCount() { return m_clients->Count(); }
-
-  // How long a connection may be silent; 0: without limit.
-  [[nodiscard]] uint32_t ClientTimeoutMs() const { return m_clientTimeoutMs; }
-  void SetClientTimeoutMs(uint32_t timeoutMs) { m_clientTimeoutMs = timeoutMs; }
   // Traffic since the server object was made, in units of 1024 bytes. Counted
   // without a lock by all connections.
   [[nodiscard]] double KilobytesReceived() const { return m_kilobytesReceived; }
@@ -81,6 +69,12 @@ class WebServerBase {
     WebServerBase& m_server;
   };
 
+  // Serves one accepted connection, on the accept thread. Always returns 1.
+  // `socket` belongs to the connection afterwards, or is closed.
+  int AddClient(kova::UniqueSocket& socket, const std::string& address,
+                uint32_t port);
+
+  // How long a connection may be silent; 0: without limit.
   std::atomic<uint32_t> m_clientTimeoutMs{0};
   std::atomic<double> m_kilobytesReceived{0};
   std::atomic<double> m_kilobytesSent{0};

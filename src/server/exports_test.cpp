@@ -130,7 +130,10 @@ TEST_F(LifecycleTest, StopEndsTheConnectionsThatAreOpen) {
   test::TestClient half(m_port);
   half.Send("GET / HT");
   ASSERT_TRUE(idle.IsConnected() && half.IsConnected());
-  while (ServerObject::Get()->ClientCount() < 2) std::this_thread::yield();
+  ASSERT_TRUE(m_log.WaitFor(
+      L"DetailInfoE Network_ClientThread::Run: HTTPRequest::IsComplete "
+      L"returned false, looping",
+      10000));
   StopKOVAServer();
   idle.ReceiveAll();
   EXPECT_TRUE(idle.ClosedByPeer());
