@@ -56,8 +56,8 @@ void CompareNoCase(benchmark::State& state) {
 }
 BENCHMARK(CompareNoCase)->Name("String/compare_no_case")->Arg(16)->Arg(1000);
 
-// The system's code pages are a stand-in here, over the C library's tables:
-// their figures tell nothing of the product. UTF-8 and bytes are its own.
+// The system's code pages are a stand-in here: only UTF-8 and bytes are the
+// product's own.
 void Widen(benchmark::State& state, uint32_t codePage) {
   const std::string text = TextOf(state);
   std::vector<wchar_t> out(text.size() + 1);
@@ -72,9 +72,6 @@ BENCHMARK_CAPTURE(Widen, utf8, kCodePageUtf8)
     ->Arg(1000);
 BENCHMARK_CAPTURE(Widen, bytes, kCodePageBytes)
     ->Name("String/widen_bytes")
-    ->Arg(1000);
-BENCHMARK_CAPTURE(Widen, ansi, kCodePageAnsi)
-    ->Name("String/widen_ansi_stand_in")
     ->Arg(1000);
 
 void Narrow(benchmark::State& state, uint32_t codePage) {
@@ -91,9 +88,6 @@ BENCHMARK_CAPTURE(Narrow, utf8, kCodePageUtf8)
     ->Arg(1000);
 BENCHMARK_CAPTURE(Narrow, bytes, kCodePageBytes)
     ->Name("String/narrow_bytes")
-    ->Arg(1000);
-BENCHMARK_CAPTURE(Narrow, ansi, kCodePageAnsi)
-    ->Name("String/narrow_ansi_stand_in")
     ->Arg(1000);
 
 }  // namespace

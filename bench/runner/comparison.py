@@ -1,8 +1,7 @@
 """A comparison of contestants, and the goals that it is judged by."""
 
+import statistics
 from dataclasses import dataclass, field
-
-from summary import ratio, summarize
 
 
 class CannotMeasure(Exception):
@@ -22,19 +21,17 @@ class Goal:
 
     def text(self, unit):
         words = "at least" if self.sense == ">=" else "at most"
-        limit = "%g" % self.limit
-        if self.kind == "ratio":
-            return "%s: %s %s x %s" % (self.who, words, limit, self.to)
-        if self.kind == "more":
-            return "%s: %s %s + %s %s" % (self.who, words, self.to, limit,
-                                          unit)
-        return "%s: %s %s %s" % (self.who, words, limit, unit)
+        limit = {"value": "%g %s" % (self.limit, unit),
+                 "ratio": "%g x %s" % (self.limit, self.to),
+                 "more": "%s + %g %s" % (self.to, self.limit, unit)}
+        return "%s: %s %s" % (self.who, words, limit[self.kind])
 
 
 @dataclass(frozen=True)
 class Verdict:
     """A goal beside what was measured; the figure is None if it was not."""
     text: str
+    unit: str  # of the figure
     figure: float | None
     reached: bool
 
@@ -56,15 +53,25 @@ class Comparison:
     notes: list = field(default_factory=list)
 
     def summary(self, who):
-        return summarize(self.figures[who])
+        """What the figures of its rounds come to."""
+        rounds = self.figures[who]
+        lower, median, upper = rounds * 3 if len(rounds) == 1 else (
+            statistics.quantiles(rounds, method="inclusive"))
+        return {"median": median, "lower_quartile": lower,
+                "upper_quartile": upper, "lowest": min(rounds),
+                "highest": max(rounds)}
 
     def ratio(self, who, to=None):
-        """None without a baseline, or with one that was not measured."""
-        base = self.figures.get(to or self.baseline)
-        mine = self.figures.get(who)
-        if not base or not mine or len(base) != len(mine):
+        """Of the medians, and the smallest and largest within a round. None
+        without a baseline, or with one that was not measured or has a zero."""
+        mine = self.figures.get(who, [])
+        base = self.figures.get(to or self.baseline, [])
+        if not base or len(mine) != len(base) or not all(base):
             return None
-        return ratio(mine, base)
+        rounds = [figure / other for figure, other in zip(mine, base)]
+        return {"of_medians": statistics.median(mine)
+                / statistics.median(base),
+                "lowest": min(rounds), "highest": max(rounds)}
 
     def verdicts(self):
         return [self._judge(goal) for goal in self.goals]
@@ -74,17 +81,16 @@ class Comparison:
         reached = figure is not None and (
             figure >= goal.limit if goal.sense == ">=" else
             figure <= goal.limit)
-        return Verdict(goal.text(self.unit), figure, reached)
+        return Verdict(goal.text(self.unit),
+                       "" if goal.kind == "ratio" else " " + self.unit,
+                       figure, reached)
 
     def _figure(self, goal):
-        if goal.who not in self.figures:
+        needed = [goal.who] + [goal.to] * (goal.kind != "value")
+        if not all(who in self.figures for who in needed):
             return None
-        if goal.kind == "value":
-            return self.summary(goal.who).median
-        if goal.to not in self.figures:
-            return None
-        if goal.kind == "more":
-            return (self.summary(goal.who).median
-                    - self.summary(goal.to).median)
-        found = self.ratio(goal.who, goal.to)
-        return found and found.of_medians
+        if goal.kind == "ratio":
+            found = self.ratio(goal.who, goal.to)
+            return found and found["of_medians"]
+        medians = [self.summary(who)["median"] for who in needed]
+        return medians[0] - sum(medians[1:])

@@ -1,4 +1,4 @@
-# Unit: goals beside figures.
+# Unit: goals beside figures, medians, quartiles and ratios within rounds.
 import unittest
 
 from comparison import Comparison, Goal
@@ -6,6 +6,36 @@ from comparison import Comparison, Goal
 
 def judged(goal, figures):
     return Comparison("n", "t", "ms", figures, "bare", [goal]).verdicts()[0]
+
+
+def summary(figures):
+    return Comparison("n", "t", "ms", {"us": figures}).summary("us")
+
+
+def ratio(figures, base):
+    return Comparison("n", "t", "ms", {"us": figures, "bare": base},
+                      "bare").ratio("us")
+
+
+class SummaryTest(unittest.TestCase):
+    def test_median_and_quartiles(self):
+        self.assertEqual(summary([5, 1, 3, 2, 4]), {
+            "median": 3, "lower_quartile": 2, "upper_quartile": 4,
+            "lowest": 1, "highest": 5})
+
+    def test_one_round_is_its_own_spread(self):
+        self.assertEqual(set(summary([7]).values()), {7})
+
+    def test_an_even_number_of_rounds_has_a_median_between(self):
+        self.assertEqual(summary([1, 2, 3, 10])["median"], 2.5)
+
+    def test_the_ratio_is_of_medians_with_the_spread_of_rounds(self):
+        self.assertEqual(ratio([90, 110, 100], [100, 100, 200]), {
+            "of_medians": 1, "lowest": 0.5, "highest": 1.1})
+
+    def test_there_is_no_ratio_to_nothing(self):
+        self.assertIsNone(ratio([1, 2, 3], [0, 0, 0]))
+        self.assertIsNone(ratio([1, 2, 3], [5, 0, 5]))
 
 
 class GoalTest(unittest.TestCase):
@@ -38,12 +68,13 @@ class GoalTest(unittest.TestCase):
                          "us: at most 130 ms")
 
     def test_who_was_not_measured_has_no_figure(self):
-        goal = Goal("us", ">=", 0.95, "ratio", "bare")
-        for figures in [{"us": [1]}, {"bare": [1]}, {}]:
-            verdict = judged(goal, figures)
-            self.assertEqual(verdict.word(), "not measured")
-            self.assertFalse(verdict.reached)
-            self.assertIsNone(verdict.figure)
+        for kind in ["ratio", "more"]:
+            goal = Goal("us", ">=", 0.95, kind, "bare")
+            for figures in [{"us": [1]}, {"bare": [1]}, {}]:
+                verdict = judged(goal, figures)
+                self.assertEqual(verdict.word(), "not measured")
+                self.assertFalse(verdict.reached)
+                self.assertIsNone(verdict.figure)
 
     def test_rounds_that_are_missing_make_no_ratio(self):
         goal = Goal("us", ">=", 0.95, "ratio", "bare")

@@ -1,118 +1,83 @@
-"""Connections and requests a second."""
-
-from dataclasses import dataclass
+"""Connections and requests a second, and the time that large requests take."""
 
 import sockets
 from comparison import Comparison, Goal
 from load import ab, wrk
-from session import KOVA, PRINTER, Contestant
+from session import KOVA, PRINTER, bare, bare_with_look_up, beast, host
 
 # One unrecorded run that also tells how many requests fill the time.
 WARM_UP_SECONDS = 0.3
 MOST_REQUESTS = 50000
 
 
-def host(path):
-    return Contestant(KOVA, "bench_host",
-                      path="%s?printer=%s" % (path, PRINTER) if path else "/")
-
-
-def bare(name, answer, *more):
-    return Contestant(name, "bench_bare", ("--answer", answer, *more))
-
-
-def beast(answer):
-    return [Contestant("Beast, a thread each", "bench_beast",
-                       ("--mode", "thread", "--answer", answer)),
-            Contestant("Beast, asynchronous", "bench_beast",
-                       ("--mode", "async", "--answer", answer))]
-
-
-def requests_for(seconds, rate, clients):
-    """How many requests take about that long; a multiple of the clients."""
-    wanted = min(int(seconds * rate), MOST_REQUESTS)
+def requests_for(seconds, load, clients):
+    """How many requests take about that long, after a load; a multiple of the
+    clients."""
+    wanted = min(int(seconds * load.requests / load.seconds), MOST_REQUESTS)
     return max(clients, wanted // clients * clients)
 
 
-@dataclass(frozen=True)
-class Speed:
-    rate: float
-    cpu_us: float  # of the processors, for each request
-
-
-def timed(server, load):
-    """The speed at which load() is served."""
+def _timed(server, load):
+    """The rate at which load() is served, and the microseconds that it takes
+    of the processors for each request."""
     before = server.processor_seconds()
-    report = load()
+    served = load()
     took = server.processor_seconds() - before
-    return Speed(report.rate(), 1e6 * took / report.requests)
+    return served.requests / served.seconds, 1e6 * took / served.requests
 
 
-def both(name, title, unit, speeds, baseline, limit):
+def _url(contestant, server):
+    return "http://%s:%d%s" % (sockets.HOST, server.port, contestant.path)
+
+
+def _rates(session, name, title, unit, contestants, baseline, limit, measure):
     """The rates, which have a goal, and the processor time beside them."""
-    return [
-        Comparison(name, title, unit + "/s",
-                   {who: [speed.rate for speed in rounds]
-                    for who, rounds in speeds.items()}, baseline,
-                   [Goal(KOVA, ">=", limit, "ratio", baseline)]),
-        Comparison(name + "-cpu", "Processor time of that, for one of the "
-                   + unit, "us",
-                   {who: [speed.cpu_us for speed in rounds]
-                    for who, rounds in speeds.items()}, baseline)]
+    speeds = session.all_in_turns(name, contestants, measure,
+                                  session.scale.rate_rounds)
 
+    def column(index):
+        return {who: [speed[index] for speed in rounds]
+                for who, rounds in speeds.items()}
 
-class NewConnections:
-    """ab's connections a second, a request each, whose whole answers are
-    counted to the byte."""
-
-    def __init__(self, servers, clients, status, seconds):
-        self._servers = servers
-        self._clients = clients
-        self._status = status
-        self._seconds = seconds
-        self._plans = {}
-
-    def __call__(self, contestant):
-        server = self._servers[contestant.name]
-        url = "http://%s:%d%s" % (sockets.HOST, server.port, contestant.path)
-        if contestant.name not in self._plans:
-            self._plans[contestant.name] = self._plan(contestant, url)
-        count, length = self._plans[contestant.name]
-        return timed(server, lambda: ab(url, self._clients, count,
-                                        self._status, length))
-
-    def _plan(self, contestant, url):
-        """How many requests, and how long each answer is."""
-        port = self._servers[contestant.name].port
-        answer = sockets.ask(port, sockets.get(contestant.path, "1.0"))
-        sockets.check_answer(answer, self._status)
-
-        def rate(count):
-            return ab(url, self._clients, count, self._status,
-                      len(answer)).rate()
-
-        count = requests_for(WARM_UP_SECONDS, rate(self._clients),
-                             self._clients)
-        return (requests_for(self._seconds, rate(count), self._clients),
-                len(answer))
+    return [Comparison(name, title, unit + "/s", column(0), baseline,
+                       [Goal(KOVA, ">=", limit, "ratio", baseline)]),
+            Comparison(name + "-cpu", "Processor time of that, for one of the "
+                       + unit, "us", column(1), baseline)]
 
 
 def _new_connections(session, name, title, clients, status, contestants,
                      baseline, limit):
-    with session.all_started(contestants) as servers:
-        measure = NewConnections(servers, clients, status,
-                                 session.scale.seconds)
-        speeds = session.take_turns(
-            name, [c for c in contestants if c.name in servers], measure,
-            session.scale.rate_rounds)
-    return both(name, title, "connections", speeds, baseline, limit)
+    """ab's connections a second, a request each, whose whole answers are
+    counted to the byte."""
+    plans = {}
+
+    def plan(contestant, server):
+        """How many requests, and how long each answer is."""
+        length = len(sockets.ask(
+            server.port, sockets.get(contestant.path, "1.0"), status))
+        count = clients
+        for seconds in WARM_UP_SECONDS, session.scale.seconds:
+            count = requests_for(seconds, ab(
+                _url(contestant, server), clients, count, status, length),
+                clients)
+        return count, length
+
+    def measure(contestant, server):
+        if contestant.name not in plans:
+            plans[contestant.name] = plan(contestant, server)
+        count, length = plans[contestant.name]
+        return _timed(server, lambda: ab(
+            _url(contestant, server), clients, count, status, length))
+
+    return _rates(session, name, title, "connections", contestants, baseline,
+                  limit, measure)
 
 
 def refusal(session, clients):
     return _new_connections(
         session, "refusal-%d" % clients,
         "A connection each, answered with status 400, %d clients" % clients,
-        clients, 400, [host(""), bare("bare", "refusal"), *beast("refusal")],
+        clients, 400, [host(), bare("bare", "refusal"), *beast("refusal")],
         "bare", 0.95)
 
 
@@ -121,9 +86,7 @@ def routed(session, clients):
         session, "routed-%d" % clients,
         "A connection each, routed, 1 KiB, %d clients" % clients,
         clients, 200,
-        [host("/small"),
-         bare("bare with look-up", "small", "--lookup", PRINTER),
-         *beast("small")],
+        [host("/small"), bare_with_look_up(), *beast("small")],
         "bare with look-up", 0.95)
 
 
@@ -137,24 +100,59 @@ def large(session):
 
 
 def kept_open(session, clients=16):
-    contestants = [
-        host("/keep"),
-        bare("bare with look-up", "small", "--keep-open", "--lookup",
-             PRINTER),
-        *beast("small")]
-    with session.all_started(contestants) as servers:
-        def measure(contestant):
-            server = servers[contestant.name]
-            url = "http://%s:%d%s" % (sockets.HOST, server.port,
-                                      contestant.path)
-            sockets.check_kept(server.port, contestant.path)
-            return timed(server, lambda: wrk(
-                url, clients, max(1, round(session.scale.seconds))))
+    def measure(contestant, server):
+        sockets.check_kept(server.port, contestant.path)
+        return _timed(server, lambda: wrk(
+            _url(contestant, server), clients,
+            max(1, round(session.scale.seconds))))
 
-        speeds = session.take_turns(
-            "kept-open", [c for c in contestants if c.name in servers],
-            measure, session.scale.rate_rounds)
-    return both(
-        "kept-open",
+    return _rates(
+        session, "kept-open",
         "Requests on %d connections that stay open, routed, 1 KiB" % clients,
-        "requests", speeds, "bare with look-up", 0.95)
+        "requests",
+        [host("/keep"), bare_with_look_up("--keep-open"), *beast("small")],
+        "bare with look-up", 0.95, measure)
+
+
+def _milliseconds(session, name, contestants, pieces):
+    """Until the answer to the pieces of a request is there."""
+    return session.all_in_turns(
+        name, contestants, lambda _, server:
+        1000 * sockets.timed_send(server.port, pieces))
+
+
+def _gathering(growth, length):
+    return bare("bare, %s block" % growth, "small", "--body", str(length),
+                "--receive", growth)
+
+
+def upload(session):
+    size = session.scale.upload_bytes
+    request = sockets.post("/upload?printer=" + PRINTER, size)
+    baseline = _gathering("reserved", len(request))
+    return [Comparison(
+        "upload", "A body of %d MiB sent in one go" % (size >> 20), "ms",
+        _milliseconds(session, "upload",
+                      [host("/upload"), baseline, *beast("small")],
+                      [request]),
+        baseline.name,
+        [Goal(KOVA, "<=", 1.5, "ratio", baseline.name),
+         *[Goal(KOVA, "<=", 0.2, "ratio", peer.name)
+           for peer in beast("small")]])]
+
+
+def endless_header(session):
+    size = session.scale.header_bytes
+    baseline = _gathering("reserved", size)
+    found = Comparison(
+        "endless-header", "A header block of %d MiB in pieces of %d KiB" % (
+            size >> 20, sockets.PIECE_BYTES >> 10), "ms",
+        _milliseconds(
+            session, "endless-header",
+            [host("/small"), baseline, _gathering("exact", size)],
+            sockets.endless_pieces("/small?printer=" + PRINTER, size)),
+        baseline.name)
+    found.notes = ["%s: %.1f MiB/s" % (
+        who, 1000 * (size >> 20) / found.summary(who)["median"])
+        for who in found.figures]
+    return [found]

@@ -1,6 +1,5 @@
 """The result as tables in Markdown, and as JSON."""
 
-import dataclasses
 import json
 
 BEGIN = "<!-- figures: begin -->"
@@ -18,17 +17,18 @@ def number(value):
     return "%.*f" % (digits, value)
 
 
-def ratio_text(found):
-    if found is None:
-        return ""
-    return "%.2f (%.2f to %.2f)" % (found.of_medians, found.lowest,
-                                    found.highest)
+def _figure(verdict):
+    return number(verdict.figure) + (
+        "" if verdict.figure is None else verdict.unit)
 
 
-def verdict_text(verdict, kind_unit):
-    figure = number(verdict.figure)
-    return "%s: %s%s" % (verdict.text, verdict.word(),
-                         " (%s%s)" % (figure, kind_unit) if figure else "")
+def _row(comparison, who):
+    found = comparison.summary(who)
+    median, lower, upper, lowest, highest = map(number, found.values())
+    ratio = comparison.ratio(who)
+    return "| %s | %s | %s to %s | %s, %s | %s |" % (
+        who, median, lower, upper, lowest, highest,
+        "%.2f (%.2f to %.2f)" % tuple(ratio.values()) if ratio else "")
 
 
 def table(comparison):
@@ -36,31 +36,22 @@ def table(comparison):
     lines = ["### %s: %s" % (comparison.name, comparison.title), "",
              "| | median, %s | quartiles | lowest, highest | ratio "
              "(of rounds) |" % comparison.unit, "|---|---|---|---|---|"]
-    for who in comparison.figures:
-        found = comparison.summary(who)
-        lines.append("| %s | %s | %s to %s | %s, %s | %s |" % (
-            who, number(found.median), number(found.lower_quartile),
-            number(found.upper_quartile), number(found.lowest),
-            number(found.highest), ratio_text(comparison.ratio(who))))
-    lines += [""]
-    for goal, verdict in zip(comparison.goals, comparison.verdicts()):
-        unit = "" if goal.kind == "ratio" else " " + comparison.unit
-        lines.append("- " + verdict_text(verdict, unit))
+    lines += [_row(comparison, who) for who in comparison.figures] + [""]
+    for verdict in comparison.verdicts():
+        figure = _figure(verdict)
+        lines.append("- %s: %s%s" % (verdict.text, verdict.word(),
+                                     figure and " (%s)" % figure))
     lines += ["- " + note for note in comparison.notes]
     return lines + ([""] if lines[-1] else [])
 
 
 def goal_table(comparisons):
     """All goals beside their figures."""
-    lines = ["| measurement | goal | figure | |", "|---|---|---|---|"]
-    for comparison in comparisons:
-        for goal, verdict in zip(comparison.goals, comparison.verdicts()):
-            unit = "" if goal.kind == "ratio" else " " + comparison.unit
-            figure = number(verdict.figure)
-            lines.append("| %s | %s | %s | %s |" % (
-                comparison.name, verdict.text,
-                figure + unit if figure else "", verdict.word()))
-    return lines + [""]
+    return ["| measurement | goal | figure | |", "|---|---|---|---|",
+            *["| %s | %s | %s | %s |" % (comparison.name, verdict.text,
+                                         _figure(verdict), verdict.word())
+              for comparison in comparisons
+              for verdict in comparison.verdicts()], ""]
 
 
 def _list(title, lines):
@@ -83,17 +74,13 @@ def markdown(facts, comparisons, problems, repeated):
 
 
 def _as_data(comparison):
-    rows = []
-    for who, figures in comparison.figures.items():
-        found = comparison.ratio(who)
-        rows.append({
-            "name": who, "rounds": figures,
-            **dataclasses.asdict(comparison.summary(who)),
-            "ratio": found and dataclasses.asdict(found)})
     return {
         "name": comparison.name, "title": comparison.title,
         "unit": comparison.unit, "baseline": comparison.baseline,
-        "contestants": rows,
+        "contestants": [
+            {"name": who, "rounds": rounds, **comparison.summary(who),
+             "ratio": comparison.ratio(who)}
+            for who, rounds in comparison.figures.items()],
         "goals": [{"goal": verdict.text, "figure": verdict.figure,
                    "reached": verdict.figure and verdict.reached}
                   for verdict in comparison.verdicts()],

@@ -1,9 +1,7 @@
-# Unit: tables, JSON, the picture, and documents that hold tables.
+# Unit: tables, JSON, and documents that hold tables.
 import json
 import unittest
-from xml.etree import ElementTree
 
-import plot
 import report
 from comparison import Comparison, Goal
 
@@ -50,17 +48,6 @@ class JsonTest(unittest.TestCase):
         goals = data["comparisons"][0]["goals"]
         self.assertEqual([goal["reached"] for goal in goals], [True, None])
         self.assertEqual(data["problems"], ["p"])
-
-
-class PlotTest(unittest.TestCase):
-    def test_draws_a_bar_for_each(self):
-        picture = ElementTree.fromstring(plot.draw([RESULT, RESULT]))
-        kinds = [part.tag.rsplit("}", 1)[1] for part in picture]
-        self.assertEqual(kinds.count("line"), 4)
-        self.assertEqual(kinds.count("rect"), 5)
-
-    def test_nothing_measured_is_an_empty_picture(self):
-        self.assertEqual(len(ElementTree.fromstring(plot.draw([]))), 1)
 
 
 class DocumentTest(unittest.TestCase):

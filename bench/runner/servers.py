@@ -8,10 +8,47 @@ import subprocess
 import time
 
 from comparison import CannotMeasure
-from processor import find_wine_server, process_seconds
 
-START_SECONDS = 120
-ANSWER_SECONDS = 120
+PATIENCE_SECONDS = 120
+TICK_SECONDS = 1 / os.sysconf("SC_CLK_TCK")
+
+
+def _read(path):
+    with open(path, encoding="utf-8", errors="replace") as file:
+        return file.read()
+
+
+def parse_stat(text):
+    """Seconds in user and kernel mode, from the kernel's line about a process.
+    Its name, in parentheses, may hold anything."""
+    fields = text.rpartition(")")[2].split()
+    return (int(fields[11]) + int(fields[12])) * TICK_SECONDS
+
+
+def processor_seconds(process_id):
+    """What a process has taken of the processors. It hardly depends on what
+    else the machine does, while a rate does."""
+    return parse_stat(_read("/proc/%d/stat" % process_id))
+
+
+def find_wine_server(prefix):
+    """The process that serves all programs of the prefix; None without one. It
+    works in a folder that is named after the prefix; what that is in depends
+    on the distribution."""
+    if not prefix or not os.path.isdir(prefix):
+        return None
+    found = os.stat(prefix)
+    folder = "server-%x-%x" % (found.st_dev, found.st_ino)
+    for name in filter(str.isdigit, os.listdir("/proc")):
+        try:
+            working = os.readlink("/proc/%s/cwd" % name)
+            if (os.path.basename(working) == folder
+                    and _read("/proc/%s/comm" % name).startswith(
+                        "wineserver")):
+                return int(name)
+        except OSError:
+            continue
+    return None
 
 
 class Server:
@@ -21,16 +58,15 @@ class Server:
         """The command runs the program; what it complains of goes to the
         file `log`, which is appended to."""
         self._rest = b""
-        self._log = open(log, "ab")
         try:
-            self._process = subprocess.Popen(
-                command, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                stderr=self._log)
+            with open(log, "ab") as complaints:
+                self._process = subprocess.Popen(
+                    command, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                    stderr=complaints)
         except OSError as error:
-            self._log.close()
             raise CannotMeasure("cannot start %s" % error) from error
         try:
-            self.port = self._answer(START_SECONDS)["port"]
+            self.port = self._answer()["port"]
         except CannotMeasure as error:
             self.close()
             raise CannotMeasure("%s; see %s" % (error, log)) from error
@@ -48,7 +84,7 @@ class Server:
             self._process.stdin.flush()
         except OSError as error:
             raise CannotMeasure("a server has ended: %s" % error) from error
-        return self._answer(ANSWER_SECONDS)
+        return self._answer()
 
     def close(self):
         """Lets the program end by itself; ends it if it does not."""
@@ -59,7 +95,6 @@ class Server:
             self._process.kill()
             self._process.wait()
         self._process.stdout.close()
-        self._log.close()
 
     def threads(self):
         """Under Wine, too, each is one of the kernel's."""
@@ -72,10 +107,10 @@ class Server:
     def processor_seconds(self):
         """Taken by the program, and by Wine's server, which does much of what
         a kernel does; only one program at a time may have work for it."""
+        wine_server = find_wine_server(os.environ.get("WINEPREFIX"))
         try:
-            wine_server = find_wine_server(os.environ.get("WINEPREFIX"))
-            return process_seconds(self._process.pid) + (
-                process_seconds(wine_server) if wine_server else 0)
+            return processor_seconds(self._process.pid) + (
+                processor_seconds(wine_server) if wine_server else 0)
         except OSError as error:
             raise CannotMeasure("a server has ended: %s" % error) from error
 
@@ -90,20 +125,19 @@ class Server:
 
     def _kernel_figure(self, file, name):
         try:
-            with open("/proc/%d/%s" % (self._process.pid, file),
-                      encoding="ascii", errors="replace") as lines:
-                return next(int(line.split()[1]) for line in lines
-                            if line.startswith(name))
+            text = _read("/proc/%d/%s" % (self._process.pid, file))
+            return next(int(line.split()[1]) for line in text.splitlines()
+                        if line.startswith(name))
         except (OSError, StopIteration) as error:
             raise CannotMeasure("the kernel does not tell %s of a server"
                                 % name) from error
 
-    def _answer(self, patience):
-        deadline = time.monotonic() + patience
+    def _answer(self):
+        deadline = time.monotonic() + PATIENCE_SECONDS
         pipe = self._process.stdout.fileno()
         while b"\n" not in self._rest:
-            left = deadline - time.monotonic()
-            if left <= 0 or not select.select([pipe], [], [], left)[0]:
+            left = max(0, deadline - time.monotonic())
+            if not select.select([pipe], [], [], left)[0]:
                 raise CannotMeasure("a server does not answer")
             piece = os.read(pipe, 65536)
             if not piece:
@@ -115,35 +149,3 @@ class Server:
             return json.loads(line)
         except ValueError as error:
             raise CannotMeasure("no JSON: %r" % line[:80]) from error
-
-
-class Programs:
-    """Where the programs are and how they are run."""
-
-    def __init__(self, folder, launcher, log):
-        self._folder = folder
-        self._launcher = launcher
-        self._log = log
-
-    def path(self, name):
-        return os.path.join(self._folder, name + ".exe")
-
-    def has(self, name):
-        return os.path.exists(self.path(name))
-
-    def start(self, name, arguments=()):
-        return Server([*self._launcher, self.path(name), *arguments],
-                      self._log)
-
-    def run(self, name, arguments=(), patience=300):
-        """To its end; what it printed."""
-        command = [*self._launcher, self.path(name), *arguments]
-        try:
-            result = subprocess.run(
-                command, capture_output=True, text=True, timeout=patience,
-                stdin=subprocess.DEVNULL, check=False)
-        except (OSError, subprocess.TimeoutExpired) as error:
-            raise CannotMeasure(str(error)) from error
-        if result.returncode:
-            raise CannotMeasure("%s: %s" % (name, result.stderr.strip()))
-        return result.stdout

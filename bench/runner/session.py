@@ -1,11 +1,13 @@
-"""What every measurement needs: the programs, the number of rounds, and a
-place for what went wrong."""
+"""What every measurement needs: the server programs, the number of rounds, and
+a place for what went wrong."""
 
 import contextlib
+import os
+import sys
 from dataclasses import dataclass, field
 
 from comparison import CannotMeasure
-from summary import in_turn
+from servers import Server
 
 KOVA = "KOVAServer"
 PRINTER = "Bench1"
@@ -42,32 +44,55 @@ class Contestant:
     path: str = "/"
 
 
+def host(path="", *arguments):
+    return Contestant(KOVA, "bench_host", arguments,
+                      "%s?printer=%s" % (path, PRINTER) if path else "/")
+
+
+def bare(name, answer, *more):
+    return Contestant(name, "bench_bare", ("--answer", answer, *more))
+
+
+def bare_with_look_up(*more, printer=PRINTER):
+    return bare("bare with look-up", "small", *more, "--lookup", printer)
+
+
+def beast(answer):
+    return [Contestant("Beast, a thread each", "bench_beast",
+                       ("--mode", "thread", "--answer", answer)),
+            Contestant("Beast, asynchronous", "bench_beast",
+                       ("--mode", "async", "--answer", answer))]
+
+
 @dataclass
 class Session:
-    programs: object
+    folder: str  # the programs'
+    log: str  # a file for what they complain of
     scale: Scale
-    progress: object
+    launcher: str = "wine"
     problems: list = field(default_factory=list)
     # Figures that are those of a second try, and why.
     repeated: list = field(default_factory=list)
-    missing: set = field(default_factory=set)
+    quiet: bool = False
+
+    def show(self, text, stays=False):
+        """What is being done: on a console one line, renewed."""
+        if self.quiet:
+            return
+        if sys.stderr.isatty():
+            sys.stderr.write("\r\x1b[K" + (text + "\n" if stays
+                                           else text[:79]))
+        else:
+            sys.stderr.write(text + "\n")
+        sys.stderr.flush()
 
     def fail(self, where, error):
         self.problems.append("%s: %s" % (where, error))
-        self.progress.complain(self.problems[-1])
-
-    def is_here(self, contestant):
-        """Whether its program has been built; told once if not."""
-        if self.programs.has(contestant.program):
-            return True
-        if contestant.program not in self.missing:
-            self.missing.add(contestant.program)
-            self.fail("everything with " + contestant.program,
-                      "it has not been built")
-        return False
+        self.show(self.problems[-1], stays=True)
 
     def start(self, contestant):
-        return self.programs.start(contestant.program, contestant.arguments)
+        program = os.path.join(self.folder, contestant.program + ".exe")
+        return Server([self.launcher, program, *contestant.arguments], self.log)
 
     @contextlib.contextmanager
     def all_started(self, contestants):
@@ -75,7 +100,7 @@ class Session:
         left out and told."""
         with contextlib.ExitStack() as stack:
             servers = {}
-            for contestant in filter(self.is_here, contestants):
+            for contestant in contestants:
                 try:
                     servers[contestant.name] = stack.enter_context(
                         self.start(contestant))
@@ -85,14 +110,15 @@ class Session:
 
     def take_turns(self, what, contestants, measure, more=1):
         """measure(contestant) once a round, in `more` times the usual number
-        of rounds; a figure of each round by the contestant's name. Who fails
-        twice at a figure is out and told."""
+        of rounds, A B C, then C B A, and so on: what drifts harms all alike.
+        A figure of each round by the contestant's name. Who fails twice at a
+        figure is out and told."""
         left = list(contestants)
         figures = {contestant.name: [] for contestant in contestants}
         rounds = more * self.scale.rounds
         for index in range(rounds):
-            for contestant in in_turn(list(left), index):
-                self.progress.show("%s, round %d of %d: %s" % (
+            for contestant in left[::-1 if index % 2 else 1]:
+                self.show("%s, round %d of %d: %s" % (
                     what, index + 1, rounds, contestant.name))
                 try:
                     figure = self._measured(what, contestant, measure)
@@ -103,11 +129,19 @@ class Session:
                     del figures[contestant.name]
         return figures
 
+    def all_in_turns(self, what, contestants, measure, more=1):
+        """The same with all servers started before and kept:
+        measure(contestant, server)."""
+        with self.all_started(contestants) as servers:
+            return self.take_turns(
+                what, [c for c in contestants if c.name in servers],
+                lambda c: measure(c, servers[c.name]), more)
+
     def _measured(self, what, contestant, measure):
         try:
             return measure(contestant)
         except (CannotMeasure, OSError) as error:
             self.repeated.append("%s, %s: %s" % (what, contestant.name,
                                                  error))
-            self.progress.complain("once more: " + self.repeated[-1])
+            self.show("once more: " + self.repeated[-1], stays=True)
             return measure(contestant)

@@ -1,37 +1,23 @@
 # Unit: rounds in which contestants take turns, and those who fail.
-import dataclasses
 import unittest
 
 from comparison import CannotMeasure
 from session import Contestant, Scale, Session
 
 
-class Silent:
-    def show(self, text):
-        pass
-
-    complain = show
-
-
-def session(rounds):
-    return Session(None, dataclasses.replace(Scale(), rounds=rounds),
-                   Silent())
+def session(rounds=5):
+    return Session("/nonexistent", "/dev/null", Scale(rounds=rounds),
+                   "/nonexistent/wine", quiet=True)
 
 
 A, B = Contestant("A", "a"), Contestant("B", "b")
 
 
-class Nothing:
-    def has(self, program):
-        return False
-
-
 class StartTest(unittest.TestCase):
-    def test_a_program_that_is_missing_is_told_once(self):
-        run = Session(Nothing(), Scale(), Silent())
-        for contestants in ([A, B], [A]):
-            with run.all_started(contestants) as servers:
-                self.assertEqual(servers, {})
+    def test_a_program_that_does_not_start_is_left_out_and_told(self):
+        run = session()
+        with run.all_started([A, B]) as servers:
+            self.assertEqual(servers, {})
         self.assertEqual(len(run.problems), 2)
 
 

@@ -1,119 +1,22 @@
 """Clients made of bare sockets, where the load programs do not fit."""
 
 import contextlib
+import http.client
+import io
 import socket
-import threading
 import time
+from concurrent.futures import ThreadPoolExecutor
 
 from comparison import CannotMeasure
 
 HOST = "127.0.0.1"
 PATIENCE = 120
-# Linux: the port is chosen at connect, for this pair of addresses alone.
-IP_BIND_ADDRESS_NO_PORT = 24
-
-
-def connect(port, source=None):
-    """From `source`, an address of this machine, or the usual one."""
-    connection = socket.socket()
-    try:
-        connection.settimeout(PATIENCE)
-        if source:
-            connection.setsockopt(socket.IPPROTO_IP,
-                                  IP_BIND_ADDRESS_NO_PORT, 1)
-            connection.bind((source, 0))
-        connection.connect((HOST, port))
-    except OSError:
-        connection.close()
-        raise
-    return connection
-
-
-def receive_all(connection):
-    """What comes until the peer closes."""
-    pieces = []
-    while piece := connection.recv(1 << 20):
-        pieces.append(piece)
-    return b"".join(pieces)
-
-
-def header_length(answer):
-    """With the empty line; CannotMeasure if it has not come."""
-    end = answer.find(b"\r\n\r\n")
-    if end < 0:
-        raise CannotMeasure("an answer without headers: %r" % answer[:60])
-    return end + 4
-
-
-def header(answer, name):
-    """The header's value, or None. The name is written in small letters."""
-    for line in answer[:header_length(answer)].split(b"\r\n")[1:]:
-        key, _, value = line.partition(b":")
-        if key.strip().lower() == name:
-            return value.strip()
-    return None
-
-
-def status_of(answer):
-    words = answer[:header_length(answer)].split(None, 2)
-    if len(words) < 2 or not words[1].isdigit():
-        raise CannotMeasure("no status line: %r" % answer[:60])
-    return int(words[1])
-
-
-def check_answer(answer, status):
-    """The status is that, and the body as long as announced."""
-    if status_of(answer) != status:
-        raise CannotMeasure("status %d, not %d" % (status_of(answer), status))
-    announced = header(answer, b"content-length")
-    body = len(answer) - header_length(answer)
-    if announced is not None and int(announced) != body:
-        raise CannotMeasure("%d bytes of a body of %s" % (
-            body, announced.decode("ascii", "replace")))
-
-
-def receive_one(connection):
-    """One answer on a connection that stays open."""
-    data = b""
-    while b"\r\n\r\n" not in data:
-        piece = connection.recv(65536)
-        if not piece:
-            raise CannotMeasure("closed instead of an answer")
-        data += piece
-    length = header(data, b"content-length")
-    if length is None:
-        raise CannotMeasure("a kept connection needs a Content-Length")
-    total = header_length(data) + int(length)
-    while len(data) < total:
-        piece = connection.recv(65536)
-        if not piece:
-            raise CannotMeasure("closed within an answer")
-        data += piece
-    return data
+PIECE_BYTES = 16 << 10
 
 
 def get(path, version="1.1"):
     return ("GET %s HTTP/%s\r\nHost: %s\r\n\r\n" % (path, version, HOST)
             ).encode("ascii")
-
-
-def ask(port, request, source=None):
-    """A connection of its own; the answer until the server closes."""
-    with connect(port, source) as connection:
-        connection.sendall(request)
-        return receive_all(connection)
-
-
-def check_kept(port, path):
-    """wrk connects anew without a word where a server closes. So: two answers
-    on one connection, and no word of closing it."""
-    with connect(port) as connection:
-        for _ in range(2):
-            connection.sendall(get(path))
-            answer = receive_one(connection)
-            check_answer(answer, 200)
-            if (header(answer, b"connection") or b"").lower() == b"close":
-                raise CannotMeasure("the server announces that it closes")
 
 
 def post(path, body_bytes):
@@ -123,7 +26,72 @@ def post(path, body_bytes):
     return head.encode("ascii") + b"x" * body_bytes
 
 
-def timed_send(port, pieces, status=200):
+def endless_pieces(path, size, piece=PIECE_BYTES):
+    """A request whose header block is `size` bytes, in pieces."""
+    request = get(path)[:-2] + b"X: "
+    request += b"x" * (size - len(request) - 4) + b"\r\n\r\n"
+    return [request[at:at + piece] for at in range(0, size, piece)]
+
+
+def connect(port, source=None):
+    """From `source`, an address of this machine, or the usual one."""
+    return socket.create_connection((HOST, port), PATIENCE,
+                                    source and (source, 0))
+
+
+def receive_all(connection):
+    """What comes until the peer closes."""
+    return b"".join(iter(lambda: connection.recv(1 << 20), b""))
+
+
+def receive_one(connection):
+    """One answer on a connection that stays open, as the standard library's
+    client has read it; no word of closing the connection."""
+    answer = http.client.HTTPResponse(connection)
+    try:
+        answer.begin()
+        if answer.length is None or answer.will_close:
+            raise CannotMeasure("a kept connection needs a Content-Length "
+                                "and an answer that does not close it")
+        answer.read()
+    except http.client.HTTPException as error:
+        raise CannotMeasure("no whole answer: %r" % error) from error
+    return answer
+
+
+def check_answer(answer, status):
+    """That the bytes are one whole answer with that status."""
+    head, end, body = answer.partition(b"\r\n\r\n")
+    words = head.split(None, 2)
+    if not end or words[1:2] != [b"%d" % status]:
+        raise CannotMeasure("not status %d: %r" % (status, answer[:60]))
+    announced = http.client.parse_headers(io.BytesIO(
+        head.partition(b"\r\n")[2] + end))["Content-Length"]
+    if announced is not None and int(announced) != len(body):
+        raise CannotMeasure("%d bytes of a body of %s" % (len(body),
+                                                          announced))
+
+
+def ask(port, request, status, source=None):
+    """A connection of its own; the answer until the server closes."""
+    with connect(port, source) as connection:
+        connection.sendall(request)
+        answer = receive_all(connection)
+    check_answer(answer, status)
+    return answer
+
+
+def check_kept(port, path):
+    """wrk connects anew without a word where a server closes. So: two answers
+    on one connection."""
+    with connect(port) as connection:
+        for _ in range(2):
+            connection.sendall(get(path))
+            if receive_one(connection).status != 200:
+                raise CannotMeasure("not status 200 on a kept connection")
+
+
+def timed_send(port, pieces):
     """Seconds from the first byte until the answer to the pieces is there."""
     with connect(port) as connection:
         connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
@@ -132,7 +100,7 @@ def timed_send(port, pieces, status=200):
             connection.sendall(piece)
         answer = receive_all(connection)
         took = time.monotonic() - start
-    check_answer(answer, status)
+    check_answer(answer, 200)
     return took
 
 
@@ -143,40 +111,12 @@ def idle_connections(port, count):
         yield [stack.enter_context(connect(port)) for _ in range(count)]
 
 
-def source_address(number):
-    """The number-th loopback address, all distinct: 127.1.0.1 is the first,
-    and the last of a network is not used as one."""
-    high, low = divmod(number, 254)
-    second, third = divmod(high, 256)
-    if second > 253:
-        raise ValueError("no more loopback addresses")
-    return "127.%d.%d.%d" % (second + 1, third, low + 1)
-
-
 def visit(port, request, status, sources, workers=16):
     """A connection from each source, by that many clients at once; returns
     the connections per second."""
-    rest = iter(sources)
-    take = threading.Lock()
-    failures = []
-
-    def work():
-        while not failures:
-            with take:
-                source = next(rest, None)
-            if source is None:
-                return
-            try:
-                check_answer(ask(port, request, source), status)
-            except (OSError, CannotMeasure) as error:
-                failures.append("%s: %s" % (source, error))
-
     start = time.monotonic()
-    threads = [threading.Thread(target=work) for _ in range(workers)]
-    for thread in threads:
-        thread.start()
-    for thread in threads:
-        thread.join()
-    if failures:
-        raise CannotMeasure(failures[0])
-    return len(sources) / (time.monotonic() - start)
+    with ThreadPoolExecutor(workers) as pool:
+        answers = pool.map(lambda source: ask(port, request, status, source),
+                           sources)
+        count = sum(1 for _ in answers)
+    return count / (time.monotonic() - start)

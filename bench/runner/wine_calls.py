@@ -10,8 +10,7 @@ import time
 
 import sockets
 from comparison import CannotMeasure, Comparison
-from rates import bare, beast, host
-from session import KOVA, PRINTER
+from session import KOVA, bare, bare_with_look_up, beast, host
 
 # A request of a thread of four or more digits. An answer has ") = " instead.
 CALL = re.compile(rb"^[0-9a-f]{4,}: (\w+)\((?!\) = )", re.M)
@@ -66,10 +65,10 @@ def wait_until_quiet(log, patience=30):
     return size
 
 
-def _ask(port, path, kept, times):
-    if not kept:
+def _ask(port, path, status, is_kept, times):
+    if not is_kept:
         for _ in range(times):
-            sockets.ask(port, sockets.get(path, "1.0"))
+            sockets.ask(port, sockets.get(path, "1.0"), status)
         return
     with sockets.connect(port) as connection:
         for _ in range(times):
@@ -77,10 +76,10 @@ def _ask(port, path, kept, times):
             sockets.receive_one(connection)
 
 
-def _count(log, server, path, kept):
-    _ask(server.port, path, kept, WARM_UP)
+def _count(log, *asked):
+    _ask(*asked, WARM_UP)
     begin = wait_until_quiet(log)
-    _ask(server.port, path, kept, REQUESTS)
+    _ask(*asked, REQUESTS)
     wait_until_quiet(log)
     with open(log, "rb") as file:
         file.seek(begin)
@@ -96,16 +95,18 @@ def difference(mine, base, requests):
                      for name in most[:NOTED] if abs(changes[name]) >= 0.1)
 
 
-def _compare(session, log, name, title, contestants, kept=False):
+def _compare(session, log, name, title, contestants, status=200,
+             is_kept=False):
     """The first contestant is the product, the second the baseline."""
     counts = {}
     with session.all_started(contestants) as servers:
         for contestant in contestants:
             if contestant.name not in servers:
                 continue
-            session.progress.show("wine-calls: " + contestant.name)
+            session.show("wine-calls: " + contestant.name)
             counts[contestant.name] = _count(
-                log, servers[contestant.name], contestant.path, kept)
+                log, servers[contestant.name].port, contestant.path, status,
+                is_kept)
     baseline = contestants[1].name
     notes = []
     if KOVA in counts and baseline in counts:
@@ -122,17 +123,14 @@ def run(session, log):
         return [
             _compare(session, log, "wine-calls-refusal", "Calls of Wine's "
                      "server for a connection that is answered with status "
-                     "400", [host(""), bare("bare", "refusal"),
-                             *beast("refusal")]),
+                     "400",
+                     [host(), bare("bare", "refusal"), *beast("refusal")],
+                     400),
             _compare(session, log, "wine-calls-routed",
                      "The same for a routed one",
-                     [host("/small"),
-                      bare("bare with look-up", "small", "--lookup", PRINTER),
-                      *beast("small")]),
+                     [host("/small"), bare_with_look_up(), *beast("small")]),
             _compare(session, log, "wine-calls-kept-open",
                      "The same for a routed request on a connection that "
                      "stays open",
-                     [host("/keep"),
-                      bare("bare with look-up", "small", "--keep-open",
-                           "--lookup", PRINTER),
-                      *beast("small")], kept=True)]
+                     [host("/keep"), bare_with_look_up("--keep-open"),
+                      *beast("small")], is_kept=True)]

@@ -27,15 +27,6 @@ std::string Refusal() {
 
 }  // namespace
 
-const std::map<std::string, AnswerKind>& AnswerKindNames() {
-  static const std::map<std::string, AnswerKind> names = {
-      {"refusal", AnswerKind::kRefusal},
-      {"small", AnswerKind::kSmall},
-      {"large", AnswerKind::kLarge},
-  };
-  return names;
-}
-
 std::string MakeBody(AnswerKind kind) {
   switch (kind) {
     case AnswerKind::kRefusal:

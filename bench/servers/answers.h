@@ -1,7 +1,6 @@
 // The answers that every contestant of a comparison gives.
 #pragma once
 
-#include <map>
 #include <string>
 
 namespace kova::bench {
@@ -9,9 +8,6 @@ namespace kova::bench {
 // kRefusal: what the product answers by itself. kSmall: a body of 1 KiB.
 // kLarge: a body of 8 MiB.
 enum class AnswerKind { kRefusal, kSmall, kLarge };
-
-// The names of the kinds on a command line.
-const std::map<std::string, AnswerKind>& AnswerKindNames();
 
 // The complete response. `keepOpen` tells the client whether the connection
 // stays open after it, except that a refusal always has the product's bytes:

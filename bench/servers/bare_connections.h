@@ -1,17 +1,22 @@
-// The connections of the bare server.
+// The connections of the bare server: the thread, events, event masks and
+// pieces that the product has for each, and nothing beside them. No parsing, no
+// log, no guard.
 #pragma once
 
 #include <atomic>
-#include <cstddef>
 #include <string>
 #include <vector>
 
 #include "base/o_critical_section.h"
 #include "base/thread_annotations.h"
 #include "base/windows_api.h"
-#include "bench/servers/receive_block.h"
 
 namespace kova::bench {
+
+// How the block grows that a request is gathered in. kReserved: there is room
+// for everything from the beginning, so that nothing received ever moves.
+// kExact: the block is as long as what it holds and reallocated for each piece.
+enum class Growth { kReserved, kExact };
 
 // What the bare server does with a connection; nothing of it changes while the
 // server runs.
@@ -24,18 +29,14 @@ struct BarePlan {
   std::wstring printer;  // looked up for each answer, unless empty
 };
 
-class BareConnection;
-
 // The live connections, each with a thread of its own that is started afresh.
 // The lock is held to add, to remove and to signal, as a stop needs it, and for
 // nothing else.
 class BareConnections {
  public:
-  explicit BareConnections(const BarePlan& plan) : m_plan(plan) {}
+  explicit BareConnections(BarePlan plan) : m_plan(std::move(plan)) {}
   BareConnections(const BareConnections&) = delete;
   BareConnections& operator=(const BareConnections&) = delete;
-
-  [[nodiscard]] const BarePlan& Plan() const { return m_plan; }
 
   // Serves `socket`, which is taken over, on a thread that is made suspended
   // and resumed, as the product does it.
@@ -45,18 +46,16 @@ class BareConnections {
   // all are gone. Returns how many are not: the product would terminate them.
   size_t Release();
 
-  [[nodiscard]] size_t Count() const { return m_alive.load(); }
-
  private:
-  friend class BareConnection;
+  class Connection;
 
   // False when a release has begun: the connection then just ends.
-  [[nodiscard]] bool Add(BareConnection* connection);
-  void Remove(const BareConnection* connection);
+  [[nodiscard]] bool Add(Connection* connection);
+  void Remove(const Connection* connection);
 
-  const BarePlan& m_plan;
+  const BarePlan m_plan;
   OCriticalSection m_lock;
-  std::vector<BareConnection*> m_connections KOVA_GUARDED_BY(m_lock);
+  std::vector<Connection*> m_connections KOVA_GUARDED_BY(m_lock);
   bool m_releasing KOVA_GUARDED_BY(m_lock) = false;
   // From before a thread is started until it has closed everything.
   std::atomic<size_t> m_alive{0};

@@ -1,4 +1,15 @@
-#include "bench/servers/bare_server.h"
+// The product's design with nothing else in it: an accept thread that waits for
+// events, and a fresh thread for every connection; the calls that the design
+// cannot do without, in the product's order. What it reaches is what the
+// product can reach at best.
+#include <CLI/CLI.hpp>
+#include <stdexcept>
+
+#include "bench/servers/bare_connections.h"
+#include "bench/servers/bench_printer.h"
+#include "bench/servers/server_program.h"
+#include "net/winsock_session.h"
+#include "spooler/driver_location.h"
 
 namespace kova::bench {
 namespace {
@@ -6,72 +17,112 @@ namespace {
 constexpr int kMostBacklog = 0x7FFFFFFF;
 constexpr DWORD kEndMs = 1000;
 
+class BareServer : public Server {
+ public:
+  explicit BareServer(BarePlan plan) : m_connections(std::move(plan)) {
+    WORD granted = 0;
+    if (m_winsock.Open(&granted) != 0 || !Listen()) {
+      throw std::runtime_error("cannot listen on 127.0.0.1, Winsock error " +
+                               std::to_string(::WSAGetLastError()));
+    }
+    unsigned id = 0;
+    m_thread.Reset(reinterpret_cast<HANDLE>(
+        ::_beginthreadex(nullptr, 0, &_AcceptThread, this, 0, &id)));
+    if (!m_thread.IsValid()) throw std::runtime_error("no accept thread");
+  }
+
+  uint16_t Port() const override { return m_port; }
+
+  size_t Stop() override {
+    ::WSASetEvent(m_shutdownEvent.Get());
+    const bool ended = ::WaitForSingleObject(m_thread.Get(), kEndMs) == 0;
+    m_thread.Reset();
+    return (ended ? 0 : 1) + m_connections.Release();
+  }
+
+ private:
+  static unsigned __stdcall _AcceptThread(void* server) {
+    static_cast<BareServer*>(server)->Accept();
+    return 0;
+  }
+
+  [[nodiscard]] bool Listen() {
+    m_listener.Reset(
+        ::WSASocketW(AF_INET, SOCK_STREAM, 0, nullptr, 0, WSA_FLAG_OVERLAPPED));
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = ::htonl(INADDR_LOOPBACK);
+    int sizeBytes = sizeof(address);
+    auto* const plain = reinterpret_cast<sockaddr*>(&address);
+    if (!m_listener.IsValid() || ::bind(m_listener.Get(), plain, sizeBytes) ||
+        ::listen(m_listener.Get(), kMostBacklog) ||
+        ::getsockname(m_listener.Get(), plain, &sizeBytes)) {
+      return false;
+    }
+    m_port = ::ntohs(address.sin_port);
+    m_shutdownEvent.Reset(::WSACreateEvent());
+    m_networkEvent.Reset(::WSACreateEvent());
+    return ::WSAEventSelect(m_listener.Get(), m_networkEvent.Get(),
+                            FD_ACCEPT) == 0;
+  }
+
+  void Accept() {
+    const WSAEVENT events[] = {m_shutdownEvent.Get(), m_networkEvent.Get()};
+    while (::WSAWaitForMultipleEvents(2, events, FALSE, WSA_INFINITE, FALSE) ==
+           WSA_WAIT_EVENT_0 + 1) {
+      WSANETWORKEVENTS found = {};
+      ::WSAEnumNetworkEvents(m_listener.Get(), m_networkEvent.Get(), &found);
+      if (!(found.lNetworkEvents & FD_ACCEPT)) continue;
+      sockaddr_in peer = {};
+      int sizeBytes = sizeof(peer);
+      const SOCKET socket =
+          ::WSAAccept(m_listener.Get(), reinterpret_cast<sockaddr*>(&peer),
+                      &sizeBytes, nullptr, 0);
+      if (socket != INVALID_SOCKET) m_connections.Start(socket);
+    }
+    m_listener.Reset();
+  }
+
+  uint16_t m_port = 0;
+  BareConnections m_connections;
+  WinsockSession m_winsock;
+  UniqueSocket m_listener;
+  UniqueWsaEvent m_shutdownEvent;
+  UniqueWsaEvent m_networkEvent;
+  UniqueKernelHandle m_thread;
+};
+
 }  // namespace
-
-BareServer::BareServer(uint16_t port, BarePlan plan)
-    : m_port(port), m_plan(std::move(plan)), m_connections(m_plan) {}
-
-std::string BareServer::Start() {
-  WORD granted = 0;
-  if (m_winsock.Open(&granted) != 0) return "Winsock does not start";
-  if (!Listen()) {
-    return "cannot listen on 127.0.0.1:" + std::to_string(m_port) +
-           ", Winsock error " + std::to_string(::WSAGetLastError());
-  }
-  unsigned id = 0;
-  m_thread.Reset(reinterpret_cast<HANDLE>(
-      ::_beginthreadex(nullptr, 0, &BareServer::_AcceptThread, this, 0, &id)));
-  return m_thread.IsValid() ? "" : "cannot start the accept thread";
-}
-
-bool BareServer::Listen() {
-  m_listener.Reset(
-      ::WSASocketW(AF_INET, SOCK_STREAM, 0, nullptr, 0, WSA_FLAG_OVERLAPPED));
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_port = ::htons(m_port);
-  address.sin_addr.s_addr = ::htonl(INADDR_LOOPBACK);
-  int sizeBytes = sizeof(address);
-  auto* const plain = reinterpret_cast<sockaddr*>(&address);
-  if (!m_listener.IsValid() || ::bind(m_listener.Get(), plain, sizeBytes) ||
-      ::listen(m_listener.Get(), kMostBacklog) ||
-      ::getsockname(m_listener.Get(), plain, &sizeBytes)) {
-    return false;
-  }
-  m_port = ::ntohs(address.sin_port);
-  m_shutdownEvent.Reset(::WSACreateEvent());
-  m_networkEvent.Reset(::WSACreateEvent());
-  return ::WSAEventSelect(m_listener.Get(), m_networkEvent.Get(), FD_ACCEPT) ==
-         0;
-}
-
-unsigned __stdcall BareServer::_AcceptThread(void* server) {
-  static_cast<BareServer*>(server)->Accept();
-  return 0;
-}
-
-void BareServer::Accept() {
-  const WSAEVENT events[] = {m_shutdownEvent.Get(), m_networkEvent.Get()};
-  while (::WSAWaitForMultipleEvents(2, events, FALSE, WSA_INFINITE, FALSE) ==
-         WSA_WAIT_EVENT_0 + 1) {
-    WSANETWORKEVENTS found = {};
-    ::WSAEnumNetworkEvents(m_listener.Get(), m_networkEvent.Get(), &found);
-    if (!(found.lNetworkEvents & FD_ACCEPT)) continue;
-    sockaddr_in peer = {};
-    int sizeBytes = sizeof(peer);
-    const SOCKET socket =
-        ::WSAAccept(m_listener.Get(), reinterpret_cast<sockaddr*>(&peer),
-                    &sizeBytes, nullptr, 0);
-    if (socket != INVALID_SOCKET) m_connections.Start(socket);
-  }
-  m_listener.Reset();
-}
-
-size_t BareServer::Stop() {
-  ::WSASetEvent(m_shutdownEvent.Get());
-  const bool ended = ::WaitForSingleObject(m_thread.Get(), kEndMs) == 0;
-  m_thread.Reset();
-  return (ended ? 0 : 1) + m_connections.Release();
-}
-
 }  // namespace kova::bench
+
+int main(int count, char** arguments) {
+  using namespace kova::bench;
+  CLI::App app("One thread per connection and event-select, no more.",
+               "bench_bare");
+  AnswerKind kind = AnswerKind::kRefusal;
+  BarePlan plan;
+  std::string printerName;
+  AddAnswerOption(app, kind);
+  app.add_flag("--copy", plan.copy,
+               "Copy each answer into a block of its own, as extensions must");
+  app.add_flag("--keep-open", plan.keepOpen, "Go on receiving after an answer");
+  app.add_option("--body", plan.bodyBytes,
+                 "Answer when so many bytes have come; 0: at each receive");
+  app.add_option("--receive", plan.growth,
+                 "How the block they go to grows: reserved or exact")
+      ->transform(CLI::CheckedTransformer(std::map<std::string, Growth>{
+          {"reserved", Growth::kReserved}, {"exact", Growth::kExact}}));
+  app.add_option("--lookup", printerName,
+                 "Ask the spooler for this printer's package each time");
+  std::unique_ptr<BenchPrinter> printer;
+  return RunServerProgram(app, count, arguments, [&] {
+    plan.answer = MakeAnswer(kind, plan.keepOpen);
+    plan.printer.assign(printerName.begin(), printerName.end());
+    // Made where no other contestant has made it.
+    if (!printerName.empty() &&
+        GetDriverPackagePath(plan.printer.c_str()).empty()) {
+      printer = std::make_unique<BenchPrinter>(plan.printer);
+    }
+    return std::make_unique<BareServer>(plan);
+  });
+}

@@ -4,18 +4,16 @@
 #include <string>
 
 #include "test/support/demo_printer.h"
+#include "test/support/server_fixture.h"
 
 namespace kova::bench {
 
 // The folder of the N-th copy of the bench extension, N from 1: seen from this
 // program, extensions\N.
-[[nodiscard]] std::wstring ExtensionFolder(size_t number);
-
-// The name of the printer whose package is that folder: "Bench1", "Bench2"...
-[[nodiscard]] std::wstring PrinterName(size_t number);
-
-// Whether there is a printer of that name with a driver package.
-[[nodiscard]] bool HasPackage(const std::wstring& printerName);
+[[nodiscard]] inline std::wstring ExtensionFolder(size_t number) {
+  return test::TestProgramFolder() + L"\\extensions\\" +
+         std::to_wstring(number);
+}
 
 // A printer that exists for its scope; one of that name that exists already is
 // replaced. Programs that run side by side may each make it: its package is

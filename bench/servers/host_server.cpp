@@ -1,18 +1,20 @@
-#include "bench/servers/host_server.h"
-
+// The product as a contestant: bench_host loads and runs it as a host would,
+// with printers of the bench extension.
+#include <CLI/CLI.hpp>
 #include <atomic>
 #include <filesystem>
+#include <stdexcept>
 
+#include "bench/servers/bench_printer.h"
+#include "bench/servers/server_program.h"
 #include "kova/extension.h"
+#include "test/support/import_patch.h"
 #include "test/support/process_counts.h"
-#include "test/support/server_fixture.h"
-#include "test/support/server_settings_scope.h"
-#include "test/support/test_client.h"
 
 namespace kova::bench {
 namespace {
 
-constexpr uint64_t kProbeMs = 5000;
+constexpr DWORD kProbeMs = 5000;
 
 std::atomic<size_t> g_terminated{0};
 
@@ -21,12 +23,6 @@ std::atomic<size_t> g_terminated{0};
 BOOL WINAPI CountTermination(HANDLE thread, DWORD exitCode) {
   ++g_terminated;
   return ::TerminateThread(thread, exitCode);
-}
-
-template <typename Function>
-Function* Find(HMODULE module, const char* name) {
-  return reinterpret_cast<Function*>(
-      reinterpret_cast<void*>(::GetProcAddress(module, name)));
 }
 
 // One that another process has loaded cannot be replaced, and need not be.
@@ -41,77 +37,61 @@ bool CopyExtension(size_t number) {
   return fs::exists(to / KOVA_EXTENSION_FILE_NAME, error);
 }
 
-}  // namespace
-
-HostServer::HostServer(uint16_t port, size_t extensions)
-    : m_port(port), m_extensions(extensions) {}
-
-std::string HostServer::Start() {
-  WORD granted = 0;
-  if (m_winsock.Open(&granted) != 0) return "Winsock does not start";
-  std::string failure = LoadServer();
-  if (failure.empty()) failure = MakePrinters();
-  if (!failure.empty()) return failure;
-  RunServer();
-  if (AnswersProbe()) return "";
-  m_stop();
-  return "the server does not listen on port " + std::to_string(m_port) +
-         "; its log says why";
-}
-
-std::string HostServer::LoadServer() {
-  const std::wstring path =
-      test::TestProgramFolder() + L"\\..\\bin\\KOVAServer.dll";
-  m_module = ::LoadLibraryW(path.c_str());
-  if (m_module == nullptr) return "../bin/KOVAServer.dll does not load";
-  m_start = Find<KOVA_StartServer>(m_module, "StartKOVAServer");
-  m_stop = Find<KOVA_StopServer>(m_module, "StopKOVAServer");
-  if (m_start == nullptr || m_stop == nullptr) {
-    return "../bin/KOVAServer.dll lacks its two functions";
+class HostServer : public Server {
+ public:
+  // `extensions`: how many printers there are, Bench1, Bench2 and so on, each
+  // with its own copy of the extension.
+  explicit HostServer(size_t extensions) {
+    if (!m_server.IsLoaded()) {
+      throw std::runtime_error("../bin/KOVAServer.dll does not load");
+    }
+    m_terminations.emplace(m_server.Module(), "TerminateThread",
+                           &CountTermination);
+    for (size_t number = 1; number <= extensions; ++number) MakePrinter(number);
+    m_server.Settings().SetByte(test::kNetworkCommunication, 0);
+    m_server.Start();
+    // The probe's thread would count as one of those at rest.
+    const size_t atRest = test::CountThreads();
+    if (!m_server.IsListening()) {
+      throw std::runtime_error("the server does not listen; its log says why");
+    }
+    (void)test::WaitForThreads(atRest, kProbeMs);
   }
-  m_terminations =
-      std::make_unique<Patch>(m_module, "TerminateThread", &CountTermination);
-  return "";
-}
 
-std::string HostServer::MakePrinters() {
-  for (size_t number = 1; number <= m_extensions; ++number) {
+  uint16_t Port() const override { return m_server.Port(); }
+  size_t Stop() override {
+    m_server.Stop();
+    return g_terminated;
+  }
+
+ private:
+  void MakePrinter(size_t number) {
     if (!CopyExtension(number)) {
-      return "the bench extension cannot be copied; build bench_servers";
+      throw std::runtime_error("the bench extension cannot be copied");
     }
-    m_printers.push_back(
-        std::make_unique<BenchPrinter>(PrinterName(number), number));
+    const auto name = L"Bench" + std::to_wstring(number);
+    m_printers.push_back(std::make_unique<BenchPrinter>(name, number));
     if (!m_printers.back()->IsReady()) {
-      return "the spooler refuses the printer Bench" + std::to_string(number);
+      throw std::runtime_error("the spooler refuses a printer");
     }
   }
-  return "";
-}
 
-// Returns when the probe's thread has left, too: it would count as one of those
-// at rest.
-bool HostServer::AnswersProbe() const {
-  const size_t before = test::CountThreads();
-  if (!test::TestClient(m_port).IsConnected()) return false;
-  const uint64_t endMs = ::GetTickCount64() + kProbeMs;
-  while (test::CountThreads() > before && ::GetTickCount64() < endMs) {
-    ::Sleep(10);
-  }
-  return true;
-}
+  std::vector<std::unique_ptr<BenchPrinter>> m_printers;
+  test::ServerFixture m_server;
+  std::optional<test::ImportPatch<decltype(::TerminateThread)>> m_terminations;
+};
 
-void HostServer::RunServer() {
-  test::ServerSettingsScope settings;
-  if (m_port == 0) m_port = test::FreePort();
-  settings.SetPort(m_port);
-  settings.SetByte(test::kNetworkCommunication, 0);
-  m_start();
-}
-
-size_t HostServer::Stop() {
-  const size_t before = g_terminated;
-  m_stop();
-  return g_terminated - before;
-}
-
+}  // namespace
 }  // namespace kova::bench
+
+int main(int count, char** arguments) {
+  CLI::App app("Runs KOVAServer.dll with printers for the bench.",
+               "bench_host");
+  size_t extensions = 1;
+  app.add_option("--extensions", extensions,
+                 "Printers Bench1, Bench2..., each with its own extension")
+      ->check(CLI::Range(1, 1000));
+  return kova::bench::RunServerProgram(app, count, arguments, [&] {
+    return std::make_unique<kova::bench::HostServer>(extensions);
+  });
+}

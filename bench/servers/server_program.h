@@ -1,0 +1,49 @@
+// How the runner of the bench drives a server program: through its standard
+// streams.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+#include "bench/servers/answers.h"
+
+namespace CLI {
+class App;
+}
+
+namespace kova::bench {
+
+// One contestant, listening on 127.0.0.1 from its construction on. Its
+// constructor throws std::runtime_error if it cannot. Used on the main thread.
+class Server {
+ public:
+  Server() = default;
+  virtual ~Server() = default;
+  Server(const Server&) = delete;
+  Server& operator=(const Server&) = delete;
+
+  [[nodiscard]] virtual uint16_t Port() const = 0;
+  // Stops as the host of such a server would and returns how many threads had
+  // to be terminated. Called once: by the command or at the end.
+  virtual size_t Stop() = 0;
+};
+
+// Adds the option that says which answer is given.
+void AddAnswerOption(CLI::App& app, AnswerKind& kind);
+
+// The body of a server program's main: reads the command line into what the
+// options of `app` are bound to, then makes the server. Writes one line of JSON
+// once it listens, {"port": N}, then answers each line of standard input with
+// one line:
+//   usage  {"privateBytes": BYTES}, the private memory that is committed
+//   stop   {"stopMs": MILLISECONDS, "terminated": THREADS}
+// The end of the input ends the program. Returns the exit code: 0, 1 if the
+// server does not run, 2 for a command line that cannot be used, both with one
+// line on standard error.
+int RunServerProgram(
+    CLI::App& app, int count, char** arguments,
+    const std::function<std::unique_ptr<Server>()>& makeServer);
+
+}  // namespace kova::bench
