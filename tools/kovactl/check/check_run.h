@@ -4,7 +4,7 @@
 #include <functional>
 
 #include "check/check_report.h"
-#include "check/worker_process.h"
+#include "check/worker.h"
 
 namespace kova::ctl::check {
 

@@ -6,6 +6,7 @@
 
 #include "check/extension.h"
 #include "check/reporter.h"
+#include "check/request_set.h"
 #include "check/worker_state.h"
 
 namespace kova::ctl::check {
@@ -18,6 +19,9 @@ struct Harness {
   std::string ownRequest;
 
   [[nodiscard]] std::string Printer() const { return state.task.printer; }
+  [[nodiscard]] Request OwnRequest(Owes owes) const {
+    return {ownRequest, owes, ownRequest.starts_with("HEAD ")};
+  }
 };
 
 // One step: does it and tells the reporter its end. False if no later step
@@ -29,10 +33,16 @@ StepBody LoadLibraryStep, ExportsStep, VersionsStep, RestartRoutineStep,
     InitializeStep;
 
 // The steps that hand requests over one by one.
-StepBody SmallStep, BareStep, HeadStep, FormStep, BinaryStep, LargeStep,
-    LongTargetStep, BodilessStep, KeepOpenStep, MalformedStep, UnfetchedStep,
-    BareAddressStep, OwnStep;
+StepBody SmallStep, KeepOpenStep, UnfetchedStep, OwnStep;
+// Hands `requests` over one after the other, each on a connection of its own,
+// and ends the step.
+bool SendEach(Harness& harness, const Requests& requests);
+template <Requests (*kMake)(const std::string& printer)>
+bool SendStep(Harness& harness) {
+  return SendEach(harness, kMake(harness.Printer()));
+}
 
+// The steps that hand the same requests over again and again.
 StepBody ThreadsStep, MemoryStep;
 
 // How often the extension has called the restart routine.

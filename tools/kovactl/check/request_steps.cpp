@@ -11,8 +11,8 @@ std::string Described(const Answer& answer) {
          std::to_string(answer.bytes.size()) + " bytes";
 }
 
-// Hands `requests` over one after the other, each on a connection of its own,
-// and ends the step.
+}  // namespace
+
 bool SendEach(Harness& harness, const Requests& requests) {
   Exchange exchange(harness.state, 0, harness.extension, harness.reporter);
   std::string last;
@@ -29,8 +29,6 @@ bool SendEach(Harness& harness, const Requests& requests) {
   return true;
 }
 
-}  // namespace
-
 // With a request of the user's own, that one is owed an answer instead.
 bool SmallStep(Harness& harness) {
   Requests requests = SmallRequests(harness.Printer());
@@ -38,49 +36,12 @@ bool SmallStep(Harness& harness) {
   return SendEach(harness, requests);
 }
 
-bool BareStep(Harness& harness) {
-  return SendEach(harness, BareRequests(harness.Printer()));
-}
-
-bool HeadStep(Harness& harness) {
-  return SendEach(harness, HeadRequests(harness.Printer()));
-}
-
-bool FormStep(Harness& harness) {
-  return SendEach(harness, FormRequests(harness.Printer()));
-}
-
-bool BinaryStep(Harness& harness) {
-  return SendEach(harness, BinaryRequests(harness.Printer()));
-}
-
-bool LargeStep(Harness& harness) {
-  return SendEach(harness, LargeRequests(harness.Printer()));
-}
-
-bool LongTargetStep(Harness& harness) {
-  return SendEach(harness, LongTargetRequests(harness.Printer()));
-}
-
-bool BodilessStep(Harness& harness) {
-  return SendEach(harness, BodilessRequests(harness.Printer()));
-}
-
-bool MalformedStep(Harness& harness) {
-  return SendEach(harness, MalformedRequests(harness.Printer()));
-}
-
-bool BareAddressStep(Harness& harness) {
-  return SendEach(harness, AddressRequests(harness.Printer()));
-}
-
 bool OwnStep(Harness& harness) {
   if (harness.ownRequest.empty()) {
     harness.reporter.SkipStep("none given");
     return true;
   }
-  return SendEach(harness, {{harness.ownRequest, Owes::kAnswer,
-                             harness.ownRequest.starts_with("HEAD ")}});
+  return SendEach(harness, {harness.OwnRequest(Owes::kAnswer)});
 }
 
 // The flag is the connection's: each request finds what the one before left.

@@ -15,6 +15,7 @@ namespace {
 using ::kova::ctl::test::ProgramResult;
 using ::kova::ctl::test::RunKovactl;
 using ::testing::HasSubstr;
+using ::testing::Not;
 using ::testing::StartsWith;
 
 constexpr wchar_t kSound[] = L"check-extension ..\\bin\\sample-extension ";
@@ -59,7 +60,8 @@ TEST(VerbCheckTest, PassesASoundExtension) {
 TEST(VerbCheckTest, EndsWith1AfterAFaultAndWith0AfterAWarning) {
   const ProgramResult fault = RunFaulty(L"zero-length", L"");
   EXPECT_EQ(fault.exitCode, 1u);
-  EXPECT_EQ(fault.errors, "");
+  // On a busy machine it says what it waits for.
+  EXPECT_THAT(fault.errors, Not(HasSubstr("error: ")));
   EXPECT_THAT(fault.output, HasSubstr("\n1 fault, 0 warnings; "));
   const ProgramResult warning = RunFaulty(L"sticky-flag", L"");
   EXPECT_EQ(warning.exitCode, 0u);
@@ -137,7 +139,7 @@ TEST(VerbCheckTest, SaysWhatItWaitsFor) {
 TEST(VerbCheckTest, HidesTheVerbInWhichTheExtensionRuns) {
   const ProgramResult help = RunKovactl(L"--help");
   EXPECT_THAT(help.output, HasSubstr("check-extension "));
-  EXPECT_THAT(help.output, testing::Not(HasSubstr("check-extension-worker")));
+  EXPECT_THAT(help.output, Not(HasSubstr("check-extension-worker")));
   EXPECT_THAT(RunKovactl(L"check-extension --help").output,
               HasSubstr("Examples:\n  kovactl check-extension "));
 }

@@ -1,23 +1,190 @@
 #include "check/worker.h"
 
+#include <algorithm>
 #include <iterator>
+#include <mutex>
+#include <thread>
 
 #include "check/extension_call.h"
 #include "check/guarded_area.h"
 #include "check/harness.h"
 #include "check/library_file.h"
 #include "check/step_list.h"
+#include "common/utf8.h"
 
 namespace kova::ctl::check {
 namespace {
 
+constexpr DWORD kPollMs = 50;
+constexpr UINT kEndedByUs = 0x4B4F;
+
+// Reads lines from a pipe on a thread of its own, so that the worker never
+// waits for a reader.
+class LineReader {
+ public:
+  LineReader() {
+    ::CreatePipe(m_read.Receive(), m_write.Receive(), nullptr, 0);
+    ::SetHandleInformation(m_write.Get(), HANDLE_FLAG_INHERIT,
+                           HANDLE_FLAG_INHERIT);
+  }
+  ~LineReader() { Finish(); }
+
+  LineReader(const LineReader&) = delete;
+  LineReader& operator=(const LineReader&) = delete;
+
+  [[nodiscard]] HANDLE WritingEnd() const { return m_write.Get(); }
+
+  // To be called once the worker has inherited its end.
+  void Start() {
+    m_write.Reset();
+    m_thread = std::thread([this] { ReadAll(); });
+  }
+
+  // Waits for the end of the pipe, which is the worker's end.
+  void Finish() {
+    m_write.Reset();
+    if (m_thread.joinable()) m_thread.join();
+  }
+
+  // The whole lines that came since the last call.
+  std::vector<std::string> TakeLines() {
+    const std::lock_guard lock(m_mutex);
+    std::vector<std::string> lines;
+    for (size_t end = m_text.find('\n'); end != std::string::npos;
+         end = m_text.find('\n')) {
+      lines.push_back(m_text.substr(0, end));
+      m_text.erase(0, end + 1);
+    }
+    return lines;
+  }
+
+ private:
+  void ReadAll() {
+    char buffer[4096];
+    DWORD count = 0;
+    while (::ReadFile(m_read.Get(), buffer, sizeof(buffer), &count, nullptr) &&
+           count > 0) {
+      const std::lock_guard lock(m_mutex);
+      m_text.append(buffer, count);
+    }
+  }
+
+  UniqueKernelHandle m_read;
+  UniqueKernelHandle m_write;
+  std::mutex m_mutex;
+  std::string m_text;
+  std::thread m_thread;
+};
+
+// Ends what runs in it when this process ends, Ctrl-C included.
+UniqueKernelHandle MakeJob() {
+  UniqueKernelHandle job(::CreateJobObjectW(nullptr, nullptr));
+  JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits{};
+  limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
+  ::SetInformationJobObject(job.Get(), JobObjectExtendedLimitInformation,
+                            &limits, sizeof(limits));
+  return job;
+}
+
+// What the extension prints must not mix with the report.
+UniqueFile OpenNothing() {
+  SECURITY_ATTRIBUTES inheritable{sizeof(inheritable), nullptr, TRUE};
+  return UniqueFile(::CreateFileW(L"NUL", GENERIC_READ | GENERIC_WRITE,
+                                  FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                  &inheritable, OPEN_EXISTING, 0, nullptr));
+}
+
+template <size_t Size, typename Character>
+void Put(Character (&place)[Size], const std::basic_string<Character>& text) {
+  text.copy(place, Size - 1);
+}
+
+void WriteTask(Task& task, const CheckOptions& options, size_t firstStep,
+               HANDLE messages) {
+  Put(task.library, options.library);
+  Put(task.printer, options.printer);
+  Put(task.requestFile, options.requestFile);
+  task.requests = options.requests;
+  task.threads = options.threads;
+  task.firstStep = static_cast<uint32_t>(firstStep);
+  task.messages = messages;
+}
+
+UniqueKernelHandle StartProcess(const CheckOptions& options, HANDLE state) {
+  const UniqueFile nothing = OpenNothing();
+  STARTUPINFOW startup{};
+  startup.cb = sizeof(startup);
+  startup.dwFlags = STARTF_USESTDHANDLES;
+  startup.hStdInput = nothing.Get();
+  startup.hStdOutput = nothing.Get();
+  startup.hStdError = nothing.Get();
+  std::wstring commandLine =
+      L"\"" + options.program + L"\" check-extension-worker " +
+      std::to_wstring(reinterpret_cast<ULONG_PTR>(state));
+  PROCESS_INFORMATION process{};
+  if (!::CreateProcessW(options.program.c_str(), commandLine.data(), nullptr,
+                        nullptr, TRUE, 0, nullptr, nullptr, &startup,
+                        &process)) {
+    return {};
+  }
+  const UniqueKernelHandle thread(process.hThread);
+  return UniqueKernelHandle(process.hProcess);
+}
+
+// The first place in the extension that a thread has been in for too long.
+std::optional<Callee> FindHang(const WorkerState& state, uint64_t limitMs) {
+  const uint64_t now = ::GetTickCount64();
+  for (const CallInProgress& call : state.calls) {
+    const Callee callee = call.callee;
+    if (callee == Callee::kNone) continue;
+    const uint64_t since = call.sinceMs;
+    if (now > since && now - since > limitMs) return callee;
+  }
+  return std::nullopt;
+}
+
+Callee FindPlace(const WorkerState& state) {
+  for (const CallInProgress& call : state.calls) {
+    if (call.callee != Callee::kNone) return call.callee;
+  }
+  return Callee::kNone;
+}
+
+WorkerEnd Judge(const WorkerState& state, std::optional<Callee> hang,
+                DWORD code) {
+  using Kind = WorkerEnd::Kind;
+  if (state.crashed) {
+    return {Kind::kCrashed, state.crash.callee, state.crash, code};
+  }
+  if (hang) return {Kind::kHung, *hang, {}, code};
+  const Callee place = FindPlace(state);
+  const bool finished =
+      code == 0 && (place == Callee::kNone || place == Callee::kEnd);
+  return {finished ? Kind::kFinished : Kind::kEndedItself, place, {}, code};
+}
+
 // In the order of kSteps; the end of the process is the last step.
 constexpr StepBody* kBodies[] = {
-    &LoadLibraryStep, &ExportsStep,  &VersionsStep,  &RestartRoutineStep,
-    &InitializeStep,  &SmallStep,    &BareStep,      &HeadStep,
-    &FormStep,        &BinaryStep,   &LargeStep,     &LongTargetStep,
-    &BodilessStep,    &KeepOpenStep, &MalformedStep, &UnfetchedStep,
-    &BareAddressStep, &OwnStep,      &ThreadsStep,   &MemoryStep,
+    &LoadLibraryStep,
+    &ExportsStep,
+    &VersionsStep,
+    &RestartRoutineStep,
+    &InitializeStep,
+    &SmallStep,
+    &SendStep<BareRequests>,
+    &SendStep<HeadRequests>,
+    &SendStep<FormRequests>,
+    &SendStep<BinaryRequests>,
+    &SendStep<LargeRequests>,
+    &SendStep<LongTargetRequests>,
+    &SendStep<BodilessRequests>,
+    &KeepOpenStep,
+    &SendStep<MalformedRequests>,
+    &UnfetchedStep,
+    &SendStep<AddressRequests>,
+    &OwnStep,
+    &ThreadsStep,
+    &MemoryStep,
 };
 static_assert(std::size(kBodies) == kEndStep);
 
@@ -36,6 +203,35 @@ void RunSteps(Harness& harness) {
 }
 
 }  // namespace
+
+WorkerEnd RunWorkerProcess(const CheckOptions& options, size_t firstStep,
+                           const WorkerMessages& onMessages) {
+  SharedWorkerState shared;
+  if (!shared.Create()) {
+    return {WorkerEnd::Kind::kNotStarted, {}, {}, ::GetLastError()};
+  }
+  WorkerState& state = shared.Get();
+  LineReader reader;
+  WriteTask(state.task, options, firstStep, reader.WritingEnd());
+  const UniqueKernelHandle job = MakeJob();
+  const UniqueKernelHandle process = StartProcess(options, shared.Section());
+  if (!process.IsValid()) {
+    return {WorkerEnd::Kind::kNotStarted, {}, {}, ::GetLastError()};
+  }
+  ::AssignProcessToJobObject(job.Get(), process.Get());
+  reader.Start();
+  std::optional<Callee> hang;
+  while (::WaitForSingleObject(process.Get(), kPollMs) == WAIT_TIMEOUT) {
+    onMessages(reader.TakeLines());
+    if (!hang) hang = FindHang(state, options.timeoutSeconds * uint64_t{1000});
+    if (hang) ::TerminateProcess(process.Get(), kEndedByUs);
+  }
+  reader.Finish();
+  onMessages(reader.TakeLines());
+  DWORD code = 0;
+  ::GetExitCodeProcess(process.Get(), &code);
+  return Judge(state, hang, code);
+}
 
 bool RunWorker(uint64_t stateHandle) {
   // Never destroyed: the memory is read and written until the process ends.
