@@ -1,10 +1,10 @@
 #include "net/connection_loop.h"
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 
 #include "log/log_line.h"
-#include "net/send_loop.h"
 
 namespace kova {
 namespace {
@@ -13,6 +13,7 @@ using tk::LogChannel;
 
 constexpr const char* kMethod = "Network_ClientThread::Run";
 constexpr uint32_t kReceiveBytes = 0x4000;
+constexpr uint32_t kMostBytesPerSend = 200000;
 
 // Negative results are logged as the 32-bit value they are.
 auto HexOf(int value) { return Hex(static_cast<uint32_t>(value)); }
@@ -126,7 +127,7 @@ ConnectionLoop::Next ConnectionLoop::Answer() {
 }
 
 ConnectionLoop::Next ConnectionLoop::SendResponse() {
-  const bool sent = SendFrom(L"ParseRequest response: ");
+  const bool sent = SendRest(L"ParseRequest response: ");
   // Deliberate: read after a complete send, too. A would-block code that
   // somebody left behind arms a resend, which then completes at once.
   const int error = ::WSAGetLastError();
@@ -155,7 +156,7 @@ ConnectionLoop::Next ConnectionLoop::CompleteResend() {
 ConnectionLoop::Next ConnectionLoop::OnWritable() {
   // What other calls left behind must not keep a finished resend from ending.
   ::WSASetLastError(0);
-  const bool sent = SendFrom(L"Resend Write: ");
+  const bool sent = SendRest(L"Resend Write: ");
   const int error = ::WSAGetLastError();
   if (error == WSAEWOULDBLOCK) {
     m_resend = true;
@@ -186,18 +187,19 @@ ConnectionLoop::Next ConnectionLoop::OnClosed() {
   return Next::kEndWith1;
 }
 
-bool ConnectionLoop::SendFrom(const wchar_t* phase) {
-  const auto send = [&](const char* piece, uint32_t bytes, uint32_t& accepted) {
-    WSABUF buffer = {bytes, const_cast<char*>(piece)};
+bool ConnectionLoop::SendRest(const wchar_t* phase) {
+  const auto length = static_cast<uint32_t>(m_response.Size());
+  while (m_sent < length) {
+    const uint32_t piece = std::min(length - m_sent, kMostBytesPerSend);
+    WSABUF buffer = {piece, m_response.Data() + m_sent};
     DWORD taken = 0;
     const int result =
         ::WSASend(m_socket, &buffer, 1, &taken, 0, nullptr, nullptr);
-    LogSendResult(phase, result, bytes, taken, ::WSAGetLastError());
-    accepted = taken;
-    return result != SOCKET_ERROR;
-  };
-  return SendRemaining(m_response.Data(),
-                       static_cast<uint32_t>(m_response.Size()), m_sent, send);
+    LogSendResult(phase, result, piece, taken, ::WSAGetLastError());
+    if (result == SOCKET_ERROR) return false;
+    m_sent += taken;
+  }
+  return true;
 }
 
 void ConnectionLoop::LogSendResult(const wchar_t* phase, int result,

@@ -79,7 +79,8 @@ class ConnectionLoop {
   Next OnClosed();
   Next FinishResponse();
   bool Append(uint32_t receivedBytes);
-  bool SendFrom(const wchar_t* phase);
+  // False as soon as a call fails; makes none where nothing is left.
+  bool SendRest(const wchar_t* phase);
   void LogSendResult(const wchar_t* phase, int result, uint32_t requested,
                      uint32_t sent, int error) const;
 

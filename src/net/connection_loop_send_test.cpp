@@ -58,7 +58,8 @@ INSTANTIATE_TEST_SUITE_P(Boundaries, ConnectionLoopPieces,
                                          Sizes{199999, {199999}},
                                          Sizes{200000, {200000}},
                                          Sizes{200001, {200000, 1}},
-                                         Sizes{400000, {200000, 200000}}));
+                                         Sizes{400000, {200000, 200000}},
+                                         Sizes{400001, {200000, 200000, 1}}));
 
 TEST_F(ConnectionLoopSendTest, APartialSendIsLoggedAndGoesOn) {
   m_response = Pattern(200020);
