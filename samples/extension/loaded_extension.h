@@ -7,7 +7,8 @@
 
 #include "base/handles.h"
 #include "base/windows_api.h"
-#include "kova/extension.h"
+#include "dispatch/web_server_interface.h"
+#include "test/support/server_fixture.h"
 
 namespace kova::test {
 
@@ -16,15 +17,13 @@ namespace kova::test {
 class LoadedExtension {
  public:
   LoadedExtension() : m_module(::LoadLibraryW(Path().c_str())) {
-    versions = Find<KOVA_GetInterfaceVersionsSupported>(
-        "WSIE_GetInterfaceVersionsSupported");
-    setRestart = Find<KOVA_SetKOVAServerRestartRoutine>(
-        "WSIE_SetKOVAServerRestartRoutine");
-    initialize = Find<KOVA_WebServerInitialize>("WSIE_WebServerInitialize");
-    handle = Find<KOVA_HandleServerRequest>("WSIE_HandleServerRequest");
-    length = Find<KOVA_GetResponseLength>("WSIE_GetResponseLength");
-    copy = Find<KOVA_GetResponse>("WSIE_GetResponse");
-    release = Find<KOVA_ReleaseResponse>("WSIE_ReleaseResponse");
+    Find(kVersionsExport, versions);
+    Find(kRestartExport, setRestart);
+    Find(kInitializeExport, initialize);
+    Find(kHandleExport, handle);
+    Find(kLengthExport, length);
+    Find(kCopyExport, copy);
+    Find(kReleaseExport, release);
     context = initialize();
   }
 
@@ -60,19 +59,15 @@ class LoadedExtension {
 
  private:
   static std::wstring Path() {
-    wchar_t program[MAX_PATH] = {};
-    ::GetModuleFileNameW(nullptr, program, MAX_PATH);
-    std::wstring path = program;
-    path.resize(path.find_last_of(L'\\'));
-    return path + L"\\..\\bin\\sample-extension\\" + KOVA_EXTENSION_FILE_NAME;
+    return TestProgramFolder() + L"\\..\\bin\\sample-extension\\" +
+           KOVA_EXTENSION_FILE_NAME;
   }
 
   template <typename Function>
-  Function* Find(const char* name) const {
-    auto* const found = reinterpret_cast<Function*>(
+  void Find(const char* name, Function*& found) const {
+    found = reinterpret_cast<Function*>(
         reinterpret_cast<void*>(::GetProcAddress(m_module.Get(), name)));
     if (found == nullptr) ADD_FAILURE() << "no export " << name;
-    return found;
   }
 
   UniqueModule m_module;

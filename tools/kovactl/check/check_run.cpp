@@ -5,6 +5,7 @@
 
 #include "common/utf8.h"
 #include "kova/extension.h"
+#include "text/text_append.h"
 
 namespace kova::ctl::check {
 namespace {
@@ -12,13 +13,9 @@ namespace {
 using Json = nlohmann::json;
 
 std::string Hex(uint64_t number) {
-  char text[17] = {};
-  for (size_t i = 0; i < 16; ++i) {
-    text[i] = "0123456789ABCDEF"[(number >> (60 - 4 * i)) & 0xF];
-  }
-  const std::string digits = text;
-  return "0x" +
-         digits.substr(std::min(digits.find_first_not_of('0'), size_t{15}));
+  std::wstring text = L"0x";
+  AppendHex(text, number, 1, HexDigits::kUpper);
+  return ToUtf8(text);
 }
 
 struct CodeName {

@@ -3,19 +3,21 @@
 #include <iterator>
 #include <span>
 
+#include "dispatch/web_server_interface.h"
+
 namespace kova::ctl::check {
 namespace {
 
 constexpr const char* kNames[] = {
     "no entry",
     "DllMain, while loading",
-    "WSIE_GetInterfaceVersionsSupported",
-    "WSIE_SetKOVAServerRestartRoutine",
-    "WSIE_WebServerInitialize",
-    "WSIE_HandleServerRequest",
-    "WSIE_GetResponseLength",
-    "WSIE_GetResponse",
-    "WSIE_ReleaseResponse",
+    kVersionsExport,
+    kRestartExport,
+    kInitializeExport,
+    kHandleExport,
+    kLengthExport,
+    kCopyExport,
+    kReleaseExport,
     "the end of the process",
     "a thread of the extension's own",
 };
@@ -54,13 +56,13 @@ const char* CalleeName(Callee callee) {
 
 void FindFunctions(Extension& extension) {
   const HMODULE module = extension.module;
-  Find(module, "WSIE_GetInterfaceVersionsSupported", extension.versions);
-  Find(module, "WSIE_SetKOVAServerRestartRoutine", extension.setRestart);
-  Find(module, "WSIE_WebServerInitialize", extension.initialize);
-  Find(module, "WSIE_HandleServerRequest", extension.handle);
-  Find(module, "WSIE_GetResponseLength", extension.length);
-  Find(module, "WSIE_GetResponse", extension.copy);
-  Find(module, "WSIE_ReleaseResponse", extension.release);
+  Find(module, kVersionsExport, extension.versions);
+  Find(module, kRestartExport, extension.setRestart);
+  Find(module, kInitializeExport, extension.initialize);
+  Find(module, kHandleExport, extension.handle);
+  Find(module, kLengthExport, extension.length);
+  Find(module, kCopyExport, extension.copy);
+  Find(module, kReleaseExport, extension.release);
 }
 
 std::string DecoratedExport(HMODULE module, const std::string& name) {

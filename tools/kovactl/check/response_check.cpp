@@ -4,28 +4,16 @@
 #include <charconv>
 #include <optional>
 
+#include "base/ascii.h"
+
 namespace kova::ctl::check {
 namespace {
 
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
-char Fold(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-bool EqualNoCase(std::string_view a, std::string_view b) {
-  return std::ranges::equal(a, b, {}, Fold, Fold);
-}
-
-std::string_view Trim(std::string_view text) {
-  const size_t first = text.find_first_not_of(" \t");
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
-
 // The characters of a header's name, RFC 9110 section 5.6.2.
 bool IsTokenCharacter(char c) {
-  return IsDigit(c) || (Fold(c) >= 'a' && Fold(c) <= 'z') ||
+  return IsDigit(c) || (FoldAscii(c) >= 'A' && FoldAscii(c) <= 'Z') ||
          (c != '\0' && std::string_view("!#$%&'*+-.^_`|~").find(c) !=
                            std::string_view::npos);
 }
@@ -112,12 +100,12 @@ class ResponseReader {
       Add(Flaw::kHeaderLine, "the line is " + Quoted(line));
       return;
     }
-    const std::string_view value = Trim(line.substr(colon + 1));
-    if (EqualNoCase(name, "Content-Length")) ReadContentLength(value);
-    if (EqualNoCase(name, "Transfer-Encoding")) {
-      m_chunked = EqualNoCase(value, "chunked");
+    const std::string_view value = Trim(line.substr(colon + 1), kBlanks);
+    if (EqualsNoCase(name, "Content-Length")) ReadContentLength(value);
+    if (EqualsNoCase(name, "Transfer-Encoding")) {
+      m_chunked = EqualsNoCase(value, "chunked");
     }
-    if (EqualNoCase(name, "Connection")) m_connection = value;
+    if (EqualsNoCase(name, "Connection")) m_connection = value;
   }
 
   void ReadContentLength(std::string_view value) {
@@ -134,12 +122,12 @@ class ResponseReader {
 
   void CheckConnection() {
     const bool says = !m_connection.empty();
-    if (says && m_setting.keepOpen && EqualNoCase(m_connection, "close")) {
+    if (says && m_setting.keepOpen && EqualsNoCase(m_connection, "close")) {
       Add(Flaw::kConnectionDisagrees,
           "the answer says \"close\", the flag keeps the connection open");
     }
     if (says && !m_setting.keepOpen &&
-        EqualNoCase(m_connection, "keep-alive")) {
+        EqualsNoCase(m_connection, "keep-alive")) {
       Add(Flaw::kConnectionDisagrees,
           "the answer says \"keep-alive\", the flag is 0");
     }

@@ -1,6 +1,7 @@
 #include "run/line_style.h"
 
 #include "common/plain_text.h"
+#include "log/log_channel.h"
 
 namespace kova::ctl {
 namespace {
@@ -9,31 +10,24 @@ constexpr size_t kColumnWidth = 12;
 constexpr std::wstring_view kReset = L"\x1b[0m";
 constexpr std::wstring_view kNotice = L"\x1b[1m";
 
-struct Color {
-  std::wstring_view channel;
-  std::wstring_view sequence;
-};
-
-constexpr Color kColors[] = {
-    {L"Error", L"\x1b[1;31m"},
-    {L"Warning", L"\x1b[33m"},
-    {L"Info", L"\x1b[32m"},
-    {L"DetailInfo", L"\x1b[36m"},
-};
-constexpr std::wstring_view kLetteredColor = L"\x1b[90m";
-
-// DetailInfoA to DetailInfoP.
-bool IsLetteredChannel(std::wstring_view word) {
-  return word.size() == 11 && word.starts_with(L"DetailInfo") &&
-         word.back() >= L'A' && word.back() <= L'P';
-}
-
 // The colour of the channel called `word`; empty if there is no such channel.
 std::wstring_view ColorOf(std::wstring_view word) {
-  for (const Color& row : kColors) {
-    if (row.channel == word) return row.sequence;
+  for (const auto& [channel, name] : tk::ChannelNames) {
+    if (name != word) continue;
+    switch (channel) {
+      case tk::LogChannel::Error:
+        return L"\x1b[1;31m";
+      case tk::LogChannel::Warning:
+        return L"\x1b[33m";
+      case tk::LogChannel::Info:
+        return L"\x1b[32m";
+      case tk::LogChannel::DetailInfo:
+        return L"\x1b[36m";
+      default:
+        return L"\x1b[90m";
+    }
   }
-  return IsLetteredChannel(word) ? kLetteredColor : std::wstring_view();
+  return {};
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <string_view>
 
 #include "base/handles.h"
+#include "net/winsock_session.h"
 
 namespace kova::ctl {
 namespace {
@@ -10,22 +11,6 @@ namespace {
 // The server's own words when it cannot have its port; the error follows.
 constexpr std::wstring_view kBindFailure =
     L"AcceptThread: bind(...) failure. GetLastError:";
-
-class WinsockSession {
- public:
-  WinsockSession() {
-    WSADATA data{};
-    m_started = ::WSAStartup(MAKEWORD(2, 2), &data) == 0;
-  }
-  ~WinsockSession() {
-    if (m_started) ::WSACleanup();
-  }
-  WinsockSession(const WinsockSession&) = delete;
-  WinsockSession& operator=(const WinsockSession&) = delete;
-
- private:
-  bool m_started = false;
-};
 
 // The error code of a failed bind; 0 if no line tells of one.
 unsigned long BindError(const std::vector<std::wstring>& errorLines) {
@@ -54,7 +39,9 @@ Failure PortInUse(uint32_t port) {
 }  // namespace
 
 bool AcceptsConnections(uint32_t port) {
-  const WinsockSession session;
+  WinsockSession session;
+  WORD granted = 0;
+  if (session.Open(&granted) != 0) return false;
   const UniqueSocket socket(::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP));
   sockaddr_in address{};
   address.sin_family = AF_INET;

@@ -1,20 +1,72 @@
 #include "run/server_run.h"
 
+#include "base/handles.h"
 #include "common/file_path.h"
 #include "common/saved_value.h"
 #include "common/server_settings.h"
 #include "common/stop_signal.h"
+#include "kova/server.h"
 #include "log/mask_key.h"
 #include "log/server_logger.h"
 #include "run/debug_output_hook.h"
 #include "run/demo_printer.h"
 #include "run/line_pump.h"
 #include "run/listen_check.h"
-#include "run/server_library.h"
 #include "server/server_settings.h"
 
 namespace kova::ctl {
 namespace {
+
+template <typename Function>
+Function* Find(HMODULE module, const char* name) {
+  return reinterpret_cast<Function*>(
+      reinterpret_cast<void*>(::GetProcAddress(module, name)));
+}
+
+// The server's library, loaded; unloaded when this is destroyed, which requires
+// that the server was stopped.
+class ServerLibrary {
+ public:
+  // Loads `path` and finds its two functions.
+  [[nodiscard]] std::optional<Failure> Load(const std::wstring& path);
+
+  // Only after a successful Load.
+  [[nodiscard]] HMODULE Module() const { return m_module.Get(); }
+  void Start() const { m_start(); }
+  void Stop() const { m_stop(); }
+
+ private:
+  UniqueModule m_module;
+  KOVA_StartServer* m_start = nullptr;
+  KOVA_StopServer* m_stop = nullptr;
+};
+
+std::optional<Failure> ServerLibrary::Load(const std::wstring& path) {
+  const std::wstring full = FullPath(path);
+  if (!FileExists(full)) {
+    return Failure{ExitCode::kMissingFile,
+                   L"there is no library " + full +
+                       L"; build it, or name the one to run with --dll"};
+  }
+  UniqueModule module(::LoadLibraryW(full.c_str()));
+  if (!module.IsValid()) {
+    const DWORD error = ::GetLastError();
+    return SystemFailure(ExitCode::kUnsuitableLibrary,
+                         L"cannot load " + full +
+                             L" as a 64-bit library; name another with --dll",
+                         error);
+  }
+  m_start = Find<KOVA_StartServer>(module.Get(), "StartKOVAServer");
+  m_stop = Find<KOVA_StopServer>(module.Get(), "StopKOVAServer");
+  if (m_start == nullptr || m_stop == nullptr) {
+    return Failure{ExitCode::kUnsuitableLibrary,
+                   full +
+                       L" does not export StartKOVAServer and "
+                       L"StopKOVAServer; name the server with --dll"};
+  }
+  m_module = std::move(module);
+  return std::nullopt;
+}
 
 std::wstring LibraryPath(const RunOptions& options) {
   return options.library.empty() ? ProgramFolder() + L"\\KOVAServer.dll"
