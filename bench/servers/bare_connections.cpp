@@ -6,13 +6,13 @@
 #include <memory>
 
 #include "base/handles.h"
-#include "net/send_loop.h"
 
 namespace kova::bench {
 namespace {
 
 // All as in the product.
 constexpr DWORD kReceiveBytes = 0x4000;
+constexpr size_t kMostBytesPerSend = 200000;
 constexpr DWORD kSilenceMs = 300000;
 constexpr size_t kPackageCharacters = 2048;
 constexpr DWORD kLookAgainMs = 100;
@@ -186,7 +186,7 @@ void BareConnections::Connection::CopyAnswer() {
 bool BareConnections::Connection::SendRest() {
   const size_t length = m_plan.answer.size();
   while (m_sent < length) {
-    const size_t piece = std::min<size_t>(length - m_sent, kMostBytesPerSend);
+    const size_t piece = std::min(length - m_sent, kMostBytesPerSend);
     WSABUF buffer = {static_cast<ULONG>(piece),
                      const_cast<char*>(m_answer + m_sent)};
     DWORD taken = 0;
