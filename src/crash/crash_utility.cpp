@@ -6,9 +6,7 @@
 
 #include "base/handles.h"
 #include "base/last_error_keeper.h"
-#include "crash/containment.h"
-#include "crash/dump_file.h"
-#include "crash/dump_policy.h"
+#include "crash/dump.h"
 #include "log/log_line.h"
 #include "log/server_logger.h"
 
@@ -110,8 +108,8 @@ void DumpIfDue(const Crash& crash, kova::UniqueFile& file) {
   LeaveDump(path, crash, file);
 }
 
-unsigned Record(void* argument) {
-  auto& recording = *static_cast<Recording*>(argument);
+// Not inlined, for RecordContained's sake.
+__declspec(noinline) void Record(Recording& recording) {
   try {
     const Crash crash{recording.pointers};
     recording.holdsMutex = TryToHold(recording.mutex, crash);
@@ -120,7 +118,17 @@ unsigned Record(void* argument) {
     // Deliberate: what is thrown out of a filter is shown to the same filter
     // again, until the stack is used up.
   }
-  return 0;
+}
+
+// What broke the process may break the recording of it, too. A machine fault,
+// or what another C++ runtime throws, ends the recording and is forgotten;
+// destructors that are due in between do not run. No object with one may live
+// in this function, and nothing may stand in the block but a call.
+void RecordContained(Recording& recording) {
+  __try {
+    Record(recording);
+  } __except (EXCEPTION_EXECUTE_HANDLER) {
+  }
 }
 
 }  // namespace
@@ -143,9 +151,7 @@ void CrashUtility::CloseDumpMutex() {
 int32_t CrashUtility::RecordSEH(EXCEPTION_POINTERS* pointers) {
   const kova::LastErrorKeeper keeper;
   Recording recording{pointers, g_dumpMutex};
-  // What broke the process may break the recording of it, too; the exception
-  // that is being recorded goes its way all the same.
-  kova::RunContained(&Record, &recording);
+  RecordContained(recording);
   if (recording.holdsMutex) ::ReleaseMutex(recording.mutex);
   return EXCEPTION_CONTINUE_SEARCH;
 }

@@ -11,7 +11,7 @@
 #include <thread>
 
 #include "base/handles.h"
-#include "crash/debug_help.h"
+#include "crash/dump.h"
 #include "test/support/fake_tick_count.h"
 #include "test/support/import_patch.h"
 #include "test/support/log_capture.h"

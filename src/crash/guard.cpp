@@ -12,7 +12,9 @@ constexpr ULONG kStackGuaranteeBytes = 64 * 1024;
 
 }  // namespace
 
-// No object with a destructor may live in this function.
+// No object with a destructor may live in this function, and nothing may stand
+// in the block but a call: the compiler takes calls alone for something that
+// may raise.
 unsigned RunGuarded(GuardedBody body, void* argument) {
   // Deliberate: for good, on the host's threads, too. There is no way to lower
   // it again.
@@ -20,7 +22,7 @@ unsigned RunGuarded(GuardedBody body, void* argument) {
   ::SetThreadStackGuarantee(&guaranteeBytes);
   unsigned result = 0;
   __try {
-    result = CallApart(body, argument);
+    result = body(argument);
   } __except (CrashUtility::RecordSEH(GetExceptionInformation())) {
     // Never entered: the filter always lets the search continue.
   }

@@ -2,9 +2,10 @@
 // run in.
 #pragma once
 
-#include "crash/containment.h"
-
 namespace kova {
+
+// What runs in the guard. `argument` is handed through unchanged.
+using GuardedBody = unsigned (*)(void* argument);
 
 // Calls body(argument) and returns its result. An exception of any kind that
 // escapes the body, a machine fault or a thrown C++ exception, is shown to

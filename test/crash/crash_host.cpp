@@ -16,7 +16,7 @@
 #include <string>
 
 #include "base/handles.h"
-#include "crash/debug_help.h"
+#include "crash/dump.h"
 #include "kova/server.h"
 #include "test/crash/faults.h"
 #include "test/support/fake_tick_count.h"

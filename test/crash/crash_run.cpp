@@ -9,9 +9,7 @@
 #include <vector>
 
 #include "base/handles.h"
-#include "crash/common_folders.h"
-#include "crash/debug_help.h"
-#include "crash/dump_policy.h"
+#include "crash/dump.h"
 #include "test/support/server_fixture.h"
 
 namespace kova::test {

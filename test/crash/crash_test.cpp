@@ -7,7 +7,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "crash/debug_help.h"
+#include "base/windows_api.h"
 #include "kova/extension.h"
 #include "test/crash/crash_run.h"
 #include "test/support/demo_printer.h"

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "crash/debug_help.h"
+#include "crash/dump.h"
 #include "test/support/bad_request.h"
 #include "test/support/process_counts.h"
 #include "test/support/test_client.h"

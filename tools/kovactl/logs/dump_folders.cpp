@@ -3,8 +3,7 @@
 #include <algorithm>
 
 #include "base/handles.h"
-#include "crash/common_folders.h"
-#include "crash/dump_policy.h"
+#include "crash/dump.h"
 
 namespace kova::ctl {
 namespace {

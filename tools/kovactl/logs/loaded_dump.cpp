@@ -5,7 +5,7 @@
 #include "base/windows_api.h"
 #include "common/file_path.h"
 #include "common/plain_text.h"
-#include "crash/dump_policy.h"
+#include "crash/dump.h"
 #include "logs/file_source.h"
 
 namespace kova::ctl {

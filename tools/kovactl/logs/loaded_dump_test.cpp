@@ -4,7 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "crash/dump_policy.h"
+#include "crash/dump.h"
 #include "logs/memory_dump.h"
 #include "logs/scratch_folder.h"
 

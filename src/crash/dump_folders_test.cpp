@@ -1,5 +1,5 @@
 // Patched: the machine's folders; chosen calls are replaced.
-#include "crash/common_folders.h"
+#include "crash/dump.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // Unit: when a dump may be written, what it is called, how a crash is told.
-#include "crash/dump_policy.h"
+#include "crash/dump.h"
 
 #include <gtest/gtest.h>
 
