@@ -3,7 +3,6 @@
 #include <string>
 #include <string_view>
 
-#include "dispatch/extension_call.h"
 #include "dispatch/web_server_interface.h"
 #include "http/http_request.h"
 #include "http/http_response.h"
@@ -17,6 +16,59 @@ using tk::LogChannel;
 
 constexpr const char* kMethod = "Network_ClientThread::ParseRequest";
 constexpr uint32_t kBadRequest = 400;
+
+// The calls that one request makes into an extension. Holds the response of
+// the request and releases it, exactly once, on every road. An entry that the
+// extension lacks counts as a failed call.
+class ExtensionCall {
+ public:
+  ExtensionCall() = default;
+  ~ExtensionCall() {
+    if (m_response == nullptr) return;
+    KOVA_ReleaseResponse* const entry = m_extension->ReleaseResponse();
+    if (entry != nullptr) entry(m_extension->Context(), m_response);
+  }
+
+  ExtensionCall(const ExtensionCall&) = delete;
+  ExtensionCall& operator=(const ExtensionCall&) = delete;
+
+  // Hands the request over to `extension`, which must outlive the call. False:
+  // it gave no response. Comes before the others, once.
+  [[nodiscard]] bool Handle(const WebServerInterface& extension,
+                            std::string_view request,
+                            std::wstring_view clientAddress,
+                            uint32_t* keepOpen) {
+    m_extension = &extension;
+    KOVA_HandleServerRequest* const entry = m_extension->HandleServerRequest();
+    if (entry == nullptr) return false;
+    m_response =
+        entry(m_extension->Context(), request.data(),
+              static_cast<uint32_t>(request.size()), clientAddress.data(),
+              static_cast<uint32_t>(clientAddress.size()), keepOpen);
+    return m_response != nullptr;
+  }
+
+  // The length of the response in bytes; 0 means failure.
+  [[nodiscard]] uint32_t ResponseLength() {
+    KOVA_GetResponseLength* const entry = m_extension->GetResponseLength();
+    return entry == nullptr ? 0 : entry(m_extension->Context(), m_response);
+  }
+
+  // Makes `out` exactly `lengthBytes` long and has the response copied into
+  // it. False when the extension fails to, or when there is no memory for it.
+  [[nodiscard]] bool CopyResponse(uint32_t lengthBytes, ByteBuffer& out) {
+    // The length is the extension's claim: one that no memory can hold must
+    // not cost the host its life.
+    if (!out.TryResizeDiscarding(lengthBytes)) return false;
+    KOVA_GetResponse* const entry = m_extension->GetResponse();
+    return entry != nullptr && entry(m_extension->Context(), m_response,
+                                     out.Data(), lengthBytes) != 0;
+  }
+
+ private:
+  const WebServerInterface* m_extension = nullptr;
+  KOVA_Response m_response = nullptr;
+};
 
 // Empty, and logged, when the request names no printer.
 std::wstring FindPrinterName(const HTTPRequest& request,

@@ -2,9 +2,14 @@
 
 #include <algorithm>
 #include <iterator>
+#include <map>
+#include <memory>
 
+#include "base/kernel_lock.h"
+#include "base/thread_annotations.h"
 #include "log/last_error_text.h"
 #include "log/log_line.h"
+#include "spooler/driver_location.h"
 
 using kova::LogLine;
 using tk::LogChannel;
@@ -14,8 +19,40 @@ namespace {
 constexpr const char* kConstructor = "WebServerInterface::WebServerInterface";
 constexpr const char* kGetProcAddress =
     "WebServerInterface::GetProcAddressWithLogging";
+constexpr const char* kGetInterface =
+    "WebServerInterface::GetV3WebServerInterface";
 
 constexpr uint32_t kVersionsOffered = 10;
+
+class ExtensionCache {
+ public:
+  explicit ExtensionCache(KOVA_RestartRoutine* restart) : m_restart(restart) {}
+
+  // The interface for the library, loaded and initialised on first use while
+  // the lock is held: each library at most once, and look-ups wait meanwhile.
+  // A thread that is killed in there passes the lock on, and the next look-up
+  // begins with its library anew. Never null.
+  [[nodiscard]] WebServerInterface* Get(const std::wstring& libraryPath) {
+    WebServerInterface* found = nullptr;
+    m_lock.Hold([&]() KOVA_REQUIRES(m_lock) {
+      std::unique_ptr<WebServerInterface>& entry = m_interfaces[libraryPath];
+      if (entry == nullptr) {
+        entry = std::make_unique<WebServerInterface>(libraryPath, m_restart);
+      }
+      found = entry.get();
+    });
+    return found;
+  }
+
+ private:
+  KOVA_RestartRoutine* const m_restart;
+  std::map<std::wstring, std::unique_ptr<WebServerInterface>> m_interfaces
+      KOVA_GUARDED_BY(m_lock);
+  kova::KernelLock m_lock;
+};
+
+// Written under the loader lock alone, while no thread of the server runs.
+ExtensionCache* g_cache = nullptr;
 
 }  // namespace
 
@@ -107,4 +144,29 @@ template <typename Function>
 void WebServerInterface::Resolve(const char* name, Function*& entry) const {
   entry = reinterpret_cast<Function*>(
       reinterpret_cast<void*>(GetProcAddressWithLogging(name)));
+}
+
+WebServerInterface* WebServerInterface::GetV3WebServerInterface(
+    const std::wstring& printerName) {
+  const std::wstring libraryPath =
+      GetV3PrintMonitorDllFullPath(printerName.c_str());
+  if (libraryPath.empty()) {
+    LogLine(LogChannel::Error, kGetInterface)
+        << L"GetV3PrintMonitorDllFullPath failed for printer \"" << printerName
+        << L"\"";
+    return nullptr;
+  }
+  LogLine(LogChannel::DetailInfoI, kGetInterface)
+      << L"Getting Network Monitor Interface for printer: \"" << printerName
+      << L"\" from: \"" << libraryPath << L"\"";
+  return g_cache == nullptr ? nullptr : g_cache->Get(libraryPath);
+}
+
+void kova::CreateExtensionCache(KOVA_RestartRoutine* restart) {
+  g_cache = new ExtensionCache(restart);
+}
+
+void kova::DestroyExtensionCache() {
+  delete g_cache;
+  g_cache = nullptr;
 }

@@ -1,4 +1,4 @@
-// One loaded driver extension library.
+// The extension libraries of printers' drivers, each loaded once.
 #pragma once
 
 #include <cstdint>
@@ -39,10 +39,10 @@ class WebServerInterface {
   WebServerInterface(const WebServerInterface&) = delete;
   WebServerInterface& operator=(const WebServerInterface&) = delete;
 
-  // The interface of the printer's driver, from the process-wide cache (whose
-  // source defines this), made on first use. Null when the printer names no
-  // extension library; an interface without entries when that library could not
-  // be used. Owned by the cache, valid until process detach. Logs failures.
+  // The interface of the printer's driver, from the cache, made on first use.
+  // Null when the printer names no extension library; an interface without
+  // entries when that library could not be used. Owned by the cache, valid
+  // until process detach. Logs failures. May be called from any thread.
   [[nodiscard]] static WebServerInterface* GetV3WebServerInterface(
       const std::wstring& printerName);
 
@@ -81,3 +81,20 @@ class WebServerInterface {
   KOVA_ReleaseResponse* m_releaseResponse = nullptr;
   KOVA_SetKOVAServerRestartRoutine* m_setRestartRoutine = nullptr;
 };
+
+namespace kova {
+
+// Makes the process-wide cache: one interface per library path. Paths are
+// compared exactly, so that two spellings of one path are two entries. An entry
+// is kept whatever came of loading it, and for as long as the cache lives: a
+// library that failed is not tried again. `restart` is handed to every
+// extension that is loaded and must stay callable for as long as extensions
+// run. Called at process attach, under the loader lock; throws std::bad_alloc
+// when memory runs out.
+void CreateExtensionCache(KOVA_RestartRoutine* restart);
+
+// Frees the process-wide cache, if there is one. Called at process detach,
+// under the loader lock. The extension libraries stay loaded.
+void DestroyExtensionCache();
+
+}  // namespace kova

@@ -1,7 +1,7 @@
 // The library's entry: what lives from process attach to process detach.
 #include "base/windows_api.h"
 #include "crash/crash_utility.h"
-#include "dispatch/extension_cache.h"
+#include "dispatch/web_server_interface.h"
 #include "server/network_monitor.h"
 #include "server/server_object.h"
 

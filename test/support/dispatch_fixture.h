@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "base/byte_buffer.h"
-#include "dispatch/extension_cache.h"
 #include "dispatch/request_dispatch.h"
+#include "dispatch/web_server_interface.h"
 #include "log/log_channel.h"
 #include "test/support/bad_request.h"
 #include "test/support/demo_printer.h"

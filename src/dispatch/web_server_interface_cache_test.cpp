@@ -1,6 +1,4 @@
 // Patched: one interface per library path, however many requests there are.
-#include "dispatch/extension_cache.h"
-
 #include <gmock/gmock.h>
 
 #include <atomic>
@@ -14,7 +12,6 @@ namespace {
 
 using kova::CreateExtensionCache;
 using kova::DestroyExtensionCache;
-using kova::TheExtensionCache;
 using kova::UniqueKernelHandle;
 using kova::test::BadRequest;
 using kova::test::DemoPrinter;
@@ -47,6 +44,9 @@ class ExtensionCacheTest : public DispatchFixture {
     g_loadLibrary = m_loads.Original();
     g_loads.clear();
     g_freed.clear();
+  }
+  static WebServerInterface* Interface(const wchar_t* printer) {
+    return WebServerInterface::GetV3WebServerInterface(printer);
   }
   static std::wstring PathOf(const wchar_t* extension) {
     return ExtensionFolder(extension) + L"\\" + KOVA_EXTENSION_FILE_NAME;
@@ -146,28 +146,27 @@ TEST_F(ExtensionCacheTest, FirstRequestsAtOnceInitialiseOnce) {
 }
 
 TEST_F(ExtensionCacheTest, LookUpsWaitWhileALibraryInitialises) {
-  TestExtension slow(L"scripted");
-  const TestExtension other(L"no_restart");
+  ExtensionPrinter slow(L"scripted", L"KOVA A");
+  ExtensionPrinter other(L"no_restart", L"KOVA B");
   const UniqueKernelHandle entered(
       ::CreateEventW(nullptr, FALSE, FALSE, nullptr));
   const UniqueKernelHandle gate(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
   const UniqueKernelHandle found(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
-  slow.Record().entered = entered.Get();
-  slow.Record().initializeGate = gate.Get();
-  std::thread first(
-      [&] { (void)TheExtensionCache()->Get(slow.LibraryPath()); });
+  slow.Extension().Record().entered = entered.Get();
+  slow.Extension().Record().initializeGate = gate.Get();
+  std::thread first([&] { (void)Interface(L"KOVA A"); });
   ASSERT_EQ(::WaitForSingleObject(entered.Get(), 10000), WAIT_OBJECT_0);
   std::thread second([&] {
-    (void)TheExtensionCache()->Get(other.LibraryPath());
+    (void)Interface(L"KOVA B");
     ::SetEvent(found.Get());
   });
   EXPECT_EQ(::WaitForSingleObject(found.Get(), 100), WAIT_TIMEOUT);
-  EXPECT_EQ(other.Trace(), "");
+  EXPECT_EQ(other.Extension().Trace(), "");
   ::SetEvent(gate.Get());
   EXPECT_EQ(::WaitForSingleObject(found.Get(), 10000), WAIT_OBJECT_0);
   first.join();
   second.join();
-  slow.Forget();
+  slow.Extension().Forget();
 }
 
 TEST_F(ExtensionCacheTest, RequestsInsideAnExtensionHoldNobodyUp) {
@@ -191,16 +190,18 @@ TEST_F(ExtensionCacheTest, RequestsInsideAnExtensionHoldNobodyUp) {
 }
 
 TEST_F(ExtensionCacheTest, ItsEndKeepsLibrariesLoaded) {
-  const TestExtension ready(L"scripted");
-  const TestExtension incompatible(L"version_2");
-  (void)TheExtensionCache()->Get(ready.LibraryPath());
-  (void)TheExtensionCache()->Get(incompatible.LibraryPath());
-  (void)TheExtensionCache()->Get(L"C:\\KOVA nothing.dll");
+  const ExtensionPrinter ready(L"scripted", L"KOVA A");
+  const ExtensionPrinter incompatible(L"version_2", L"KOVA B");
+  DemoPrinter missing(L"KOVA C");
+  ASSERT_TRUE(missing.SetDriverPackage(ExtensionFolder(L"nothing there")));
+  for (const wchar_t* const printer : {L"KOVA A", L"KOVA B", L"KOVA C"}) {
+    EXPECT_NE(Interface(printer), nullptr);
+  }
   const ImportPatch<decltype(::FreeLibrary)> frees(nullptr, "FreeLibrary",
                                                    &NoteFree);
   DestroyExtensionCache();
   EXPECT_THAT(g_freed, ElementsAre(nullptr, nullptr));
-  EXPECT_EQ(TheExtensionCache(), nullptr);
+  EXPECT_EQ(Interface(L"KOVA A"), nullptr);
   DestroyExtensionCache();
   EXPECT_EQ(g_freed.size(), 2u);
 }
