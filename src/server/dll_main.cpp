@@ -3,7 +3,6 @@
 #include "crash/crash_utility.h"
 #include "dispatch/web_server_interface.h"
 #include "server/network_monitor.h"
-#include "server/server_object.h"
 
 namespace {
 

@@ -5,7 +5,6 @@
 #include "log/log_line.h"
 #include "log/logger.h"
 #include "server/network_monitor.h"
-#include "server/server_object.h"
 
 namespace {
 
@@ -17,8 +16,7 @@ unsigned Start(void*) {
   LogLine(LogChannel::DetailInfoH, "_StartKOVAServer") << L"Enter";
   tk::PrepareEventSource(kova::kDispatcherSource);
   tk::Logger::PopulateEventSourceRegKeys();
-  WebServerHTTP* const server =
-      ServerObject::Create(&NetworkMonitor::_RestartServerThread);
+  WebServerHTTP* const server = ServerObject::Create();
   if (server != nullptr) NetworkMonitor::StartServer(*server);
   return 0;
 }

@@ -9,7 +9,6 @@
 
 #include "kova/server.h"
 #include "server/network_monitor.h"
-#include "server/server_object.h"
 #include "test/support/fake_tick_count.h"
 #include "test/support/log_capture.h"
 #include "test/support/server_fixture.h"

@@ -1,4 +1,5 @@
-// Decides whether and how the server listens, and restarts it on request.
+// The one server of the process: whether and how it listens, and when it
+// restarts.
 #pragma once
 
 #include "base/windows_api.h"
@@ -23,8 +24,35 @@ unsigned __stdcall _RestartServerThread(void* server);
 
 // The routine that every driver extension receives. Asks for a restart and
 // returns at once; does nothing while no server exists. May be called from any
-// thread at any time, also while the server is being stopped. Returns what
-// SetEvent returned, 0 when it was not called.
+// thread at any time, also while the server is being stopped; takes no lock, so
+// that a thread that is killed in it holds up nobody. Returns what SetEvent
+// returned, 0 when it was not called.
 BOOL SignalRestart();
 
 }  // namespace NetworkMonitor
+
+namespace kova {
+
+// Holds at most one server. Create() and Destroy() are called by the exports
+// alone, which the host does not call concurrently.
+class ServerObject {
+ public:
+  ServerObject() = delete;
+
+  // The server, null while there is none.
+  [[nodiscard]] static WebServerHTTP* Get();
+
+  // Makes the server if there is none; its restart thread runs
+  // NetworkMonitor::_RestartServerThread. Null where memory runs out.
+  static WebServerHTTP* Create();
+
+  // Stops the server, ends its restart thread, and destroys it. Nothing listens
+  // afterwards, nor does a restart that was under way. Does nothing while there
+  // is no server.
+  static void Destroy();
+
+  // Gives the restart event back. Called when the library is unloaded.
+  static void CloseRestartEvent();
+};
+
+}  // namespace kova

@@ -9,7 +9,6 @@
 #include <thread>
 #include <vector>
 
-#include "server/server_object.h"
 #include "test/support/fake_tick_count.h"
 #include "test/support/log_capture.h"
 #include "test/support/server_fixture.h"
@@ -61,9 +60,7 @@ class NetworkMonitorTest : public testing::Test {
 
   void End() { ServerObject::Destroy(); }
 
-  WebServerHTTP& Server() {
-    return *ServerObject::Create(&NetworkMonitor::_RestartServerThread);
-  }
+  WebServerHTTP& Server() { return *ServerObject::Create(); }
 
   test::ServerSettingsScope m_values;
   test::ScopedLogMask m_mask{kAllChannels};
