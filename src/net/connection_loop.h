@@ -14,7 +14,8 @@
 namespace kova {
 
 // Answers one complete request: see Network_ClientThread::ParseRequest. Zero
-// means that there is no response to send.
+// means that there is no response to send. A parameter of the loop, because its
+// tests need answers that no dispatch gives: none, or one that leaves an error.
 using RequestHandler = int32_t (*)(const char* request, uint32_t lengthBytes,
                                    ByteBuffer& response, uint32_t* keepOpen,
                                    const OString& clientAddress);
