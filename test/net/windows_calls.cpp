@@ -9,6 +9,7 @@
 #include <mutex>
 #include <optional>
 #include <set>
+#include <type_traits>
 #include <utility>
 
 #include "test/support/import_patch.h"
@@ -20,63 +21,6 @@ constexpr DWORD kAnswerMs = 30000;
 constexpr DWORD kEndMs = 1000;
 constexpr DWORD kLookAgainMs = 100;
 constexpr std::chrono::seconds kBeginTime{10};
-
-int WSAAPI Startup(WORD version, LPWSADATA data);
-int WSAAPI Cleanup();
-SOCKET WSAAPI Socket(int family, int type, int protocol,
-                     LPWSAPROTOCOL_INFOW info, GROUP group, DWORD flags);
-int WSAAPI Bind(SOCKET socket, const sockaddr* name, int bytes);
-int WSAAPI Listen(SOCKET socket, int backlog);
-SOCKET WSAAPI Accept(SOCKET socket, sockaddr* peer, LPINT bytes,
-                     LPCONDITIONPROC condition, DWORD_PTR data);
-int WSAAPI CloseSocket(SOCKET socket);
-WSAEVENT WSAAPI CreateWsaEvent();
-WINBOOL WSAAPI CloseWsaEvent(WSAEVENT event);
-int WSAAPI EventSelect(SOCKET socket, WSAEVENT event, long bits);
-DWORD WSAAPI Wait(DWORD count, const WSAEVENT* events, WINBOOL all,
-                  DWORD timeoutMs, WINBOOL alertable);
-int WSAAPI EnumEvents(SOCKET socket, WSAEVENT event, LPWSANETWORKEVENTS found);
-uintptr_t __cdecl BeginThread(void* security, unsigned stack,
-                              unsigned(__stdcall* start)(void*), void* argument,
-                              unsigned flags, unsigned* id);
-DWORD WINAPI Resume(HANDLE thread);
-WINBOOL WINAPI Terminate(HANDLE thread, DWORD exitCode);
-DWORD WINAPI WaitSingle(HANDLE object, DWORD timeoutMs);
-void WINAPI SleepFor(DWORD timeMs);
-HANDLE WINAPI CreateStartedEvent(LPSECURITY_ATTRIBUTES security, WINBOOL manual,
-                                 WINBOOL signalled, LPCWSTR name);
-WINBOOL WINAPI Close(HANDLE handle);
-
-template <typename Function>
-using Patch = ImportPatch<Function>;
-
-struct Patches {
-  Patch<decltype(Startup)> startup{nullptr, "WSAStartup", &Startup};
-  Patch<decltype(Cleanup)> cleanup{nullptr, "WSACleanup", &Cleanup};
-  Patch<decltype(Socket)> socket{nullptr, "WSASocketW", &Socket};
-  Patch<decltype(Bind)> bind{nullptr, "bind", &Bind};
-  Patch<decltype(Listen)> listen{nullptr, "listen", &Listen};
-  Patch<decltype(Accept)> accept{nullptr, "WSAAccept", &Accept};
-  Patch<decltype(CloseSocket)> closeSocket{nullptr, "closesocket",
-                                           &CloseSocket};
-  Patch<decltype(CreateWsaEvent)> createEvent{nullptr, "WSACreateEvent",
-                                              &CreateWsaEvent};
-  Patch<decltype(CloseWsaEvent)> closeEvent{nullptr, "WSACloseEvent",
-                                            &CloseWsaEvent};
-  Patch<decltype(EventSelect)> select{nullptr, "WSAEventSelect", &EventSelect};
-  Patch<decltype(Wait)> wait{nullptr, "WSAWaitForMultipleEvents", &Wait};
-  Patch<decltype(EnumEvents)> enumEvents{nullptr, "WSAEnumNetworkEvents",
-                                         &EnumEvents};
-  Patch<decltype(BeginThread)> begin{nullptr, "_beginthreadex", &BeginThread};
-  Patch<decltype(Resume)> resume{nullptr, "ResumeThread", &Resume};
-  Patch<decltype(Terminate)> terminate{nullptr, "TerminateThread", &Terminate};
-  Patch<decltype(WaitSingle)> waitSingle{nullptr, "WaitForSingleObject",
-                                         &WaitSingle};
-  Patch<decltype(SleepFor)> sleep{nullptr, "Sleep", &SleepFor};
-  Patch<decltype(CreateStartedEvent)> createStarted{nullptr, "CreateEventW",
-                                                    &CreateStartedEvent};
-  Patch<decltype(Close)> close{nullptr, "CloseHandle", &Close};
-};
 
 struct Failure {
   int callsBefore = 0;
@@ -106,28 +50,12 @@ struct State {
 
 using Lock = std::lock_guard<std::mutex>;
 
+struct Patches;
+
 State* g_state;
 const Patches* g_patches;
 
 OneCall& Of(Call call) { return g_state->calls[static_cast<size_t>(call)]; }
-
-// Whether all threads ended within `timeoutMs`.
-bool WaitForThreads(DWORD timeoutMs) {
-  std::vector<HANDLE> threads;
-  {
-    const Lock lock(g_state->mutex);
-    threads = g_state->threads;
-  }
-  const DWORD start = ::GetTickCount();
-  for (const HANDLE thread : threads) {
-    const DWORD passed = std::min(::GetTickCount() - start, timeoutMs);
-    if (g_patches->waitSingle.Original()(thread, timeoutMs - passed) !=
-        WAIT_OBJECT_0) {
-      return false;
-    }
-  }
-  return true;
-}
 
 // Counts the call and runs its hook. The code to fail with, if it is to fail.
 std::optional<int> Enter(Call call, uint64_t detail = 0) {
@@ -153,191 +81,229 @@ Value FailWith(int error, Value value) {
   return value;
 }
 
-int WSAAPI Startup(WORD version, LPWSADATA data) {
-  if (const auto error = Enter(Call::kStartup)) return *error;
-  const int result = g_patches->startup.Original()(version, data);
-  const Lock lock(g_state->mutex);
-  if (result == 0) ++g_state->sessions;
-  if (g_state->grantedVersion != 0) data->wVersion = g_state->grantedVersion;
-  return result;
+// Enters the call, then makes it, unless it is to fail with `failure`.
+template <typename Function, typename... Arguments>
+auto Make(Call call, const ImportPatch<Function>& real,
+          std::invoke_result_t<Function, Arguments...> failure,
+          Arguments... arguments) {
+  const auto error = Enter(call);
+  return error ? FailWith(*error, failure) : real.Original()(arguments...);
 }
 
-int WSAAPI Cleanup() {
-  Enter(Call::kCleanup);
+template <typename Value>
+Value Opened(std::set<Value>& open, Value value, Value none) {
+  const Lock lock(g_state->mutex);
+  if (value != none) open.insert(value);
+  return value;
+}
+
+// Before it is closed: the next one may get the same value.
+template <typename Value>
+void Closing(std::set<Value>& open, Value value) {
+  const Lock lock(g_state->mutex);
+  open.erase(value);
+}
+
+bool WaitForThreads(DWORD timeoutMs);
+
+template <typename Function>
+using Patch = ImportPatch<Function>;
+
+// What the server's calls go to, under the names of the calls.
+struct Patches {
+  Patch<decltype(::WSAStartup)> startup{
+      nullptr, "WSAStartup", [](WORD version, LPWSADATA data) -> int {
+        if (const auto error = Enter(Call::kStartup)) return *error;
+        const int result = g_patches->startup.Original()(version, data);
+        const Lock lock(g_state->mutex);
+        if (result == 0) ++g_state->sessions;
+        const WORD granted = g_state->grantedVersion;
+        if (granted != 0) data->wVersion = granted;
+        return result;
+      }};
+  Patch<decltype(::WSACleanup)> cleanup{
+      nullptr, "WSACleanup", [] {
+        Enter(Call::kCleanup);
+        {
+          const Lock lock(g_state->mutex);
+          --g_state->sessions;
+        }
+        return g_patches->cleanup.Original()();
+      }};
+  Patch<decltype(::WSASocketW)> socket{
+      nullptr, "WSASocketW",
+      [](int family, int type, int protocol, LPWSAPROTOCOL_INFOW info,
+         GROUP group, DWORD flags) {
+        return Opened(g_state->sockets,
+                      Make(Call::kSocket, g_patches->socket, INVALID_SOCKET,
+                           family, type, protocol, info, group, flags),
+                      INVALID_SOCKET);
+      }};
+  Patch<decltype(::bind)> bind{
+      nullptr, "bind", [](SOCKET socket, const sockaddr* name, int bytes) {
+        return Make(Call::kBind, g_patches->bind, SOCKET_ERROR, socket, name,
+                    bytes);
+      }};
+  Patch<decltype(::listen)> listen{
+      nullptr, "listen", [](SOCKET socket, int backlog) {
+        sockaddr_in local = {};
+        int bytes = sizeof(local);
+        ::getsockname(socket, reinterpret_cast<sockaddr*>(&local), &bytes);
+        {
+          const Lock lock(g_state->mutex);
+          g_state->listening = local;
+        }
+        return Make(Call::kListen, g_patches->listen, SOCKET_ERROR, socket,
+                    backlog);
+      }};
+  // A failed call takes the connection all the same: otherwise the system would
+  // not announce the next one.
+  Patch<decltype(::WSAAccept)> accept{
+      nullptr, "WSAAccept",
+      [](SOCKET socket, sockaddr* peer, LPINT bytes, LPCONDITIONPROC condition,
+         DWORD_PTR data) -> SOCKET {
+        const auto error = Enter(Call::kAccept);
+        const SOCKET accepted =
+            g_patches->accept.Original()(socket, peer, bytes, condition, data);
+        if (!error) return Opened(g_state->sockets, accepted, INVALID_SOCKET);
+        g_patches->closeSocket.Original()(accepted);
+        return FailWith(*error, INVALID_SOCKET);
+      }};
+  Patch<decltype(::closesocket)> closeSocket{
+      nullptr, "closesocket", [](SOCKET socket) {
+        Closing(g_state->sockets, socket);
+        return g_patches->closeSocket.Original()(socket);
+      }};
+  Patch<decltype(::WSACreateEvent)> createEvent{
+      nullptr, "WSACreateEvent", [] {
+        return Opened(
+            g_state->events,
+            Make(Call::kCreateEvent, g_patches->createEvent, WSA_INVALID_EVENT),
+            WSA_INVALID_EVENT);
+      }};
+  Patch<decltype(::WSACloseEvent)> closeEvent{
+      nullptr, "WSACloseEvent", [](WSAEVENT event) {
+        Closing(g_state->events, event);
+        return g_patches->closeEvent.Original()(event);
+      }};
+  Patch<decltype(::WSAEventSelect)> select{
+      nullptr, "WSAEventSelect", [](SOCKET socket, WSAEVENT event, long bits) {
+        return Make(Call::kEventSelect, g_patches->select, SOCKET_ERROR, socket,
+                    event, bits);
+      }};
+  Patch<decltype(::WSAWaitForMultipleEvents)> wait{
+      nullptr, "WSAWaitForMultipleEvents",
+      [](DWORD count, const WSAEVENT* events, WINBOOL all, DWORD timeoutMs,
+         WINBOOL alertable) -> DWORD {
+        const auto error = Enter(Call::kWait, timeoutMs);
+        if (error) return FailWith(*error, WSA_WAIT_FAILED);
+        return g_patches->wait.Original()(count, events, all, timeoutMs,
+                                          alertable);
+      }};
+  Patch<decltype(::WSAEnumNetworkEvents)> enumEvents{
+      nullptr, "WSAEnumNetworkEvents",
+      [](SOCKET socket, WSAEVENT event, LPWSANETWORKEVENTS found) {
+        const int result = Make(Call::kEnumEvents, g_patches->enumEvents,
+                                SOCKET_ERROR, socket, event, found);
+        const Lock lock(g_state->mutex);
+        if (result == 0 && std::exchange(g_state->hideNextEvents, false)) {
+          found->lNetworkEvents = 0;
+        }
+        return result;
+      }};
+  // The standard library's threads ask for no id; the server's do.
+  Patch<decltype(::_beginthreadex)> begin{
+      nullptr, "_beginthreadex",
+      [](void* security, unsigned stack, _beginthreadex_proc_type start,
+         void* argument, unsigned flags, unsigned* id) -> uintptr_t {
+        const auto& real = g_patches->begin;
+        if (id != nullptr) {
+          if (const auto error = Enter(Call::kBeginThread)) {
+            errno = *error;
+            return 0;
+          }
+        }
+        const uintptr_t begun =
+            real.Original()(security, stack, start, argument, flags, id);
+        if (id == nullptr) return begun;
+        const auto thread = reinterpret_cast<HANDLE>(begun);
+        const HANDLE self = ::GetCurrentProcess();
+        HANDLE copy = nullptr;
+        ::DuplicateHandle(self, thread, self, &copy, 0, FALSE,
+                          DUPLICATE_SAME_ACCESS);
+        const Lock lock(g_state->mutex);
+        g_state->handles.insert(thread);
+        g_state->threads.push_back(copy);
+        g_state->threadBegun.notify_all();
+        return begun;
+      }};
+  Patch<decltype(::ResumeThread)> resume{
+      nullptr, "ResumeThread", [](HANDLE thread) {
+        return Make(Call::kResumeThread, g_patches->resume,
+                    static_cast<DWORD>(-1), thread);
+      }};
+  Patch<decltype(::TerminateThread)> terminate{
+      nullptr, "TerminateThread", [](HANDLE thread, DWORD exitCode) {
+        {
+          const Lock lock(g_state->mutex);
+          g_state->terminations.push_back(exitCode);
+        }
+        return g_patches->terminate.Original()(thread, exitCode);
+      }};
+  Patch<decltype(::WaitForSingleObject)> waitSingle{
+      nullptr, "WaitForSingleObject",
+      [](HANDLE object, DWORD timeoutMs) -> DWORD {
+        std::optional<int> error;
+        if (timeoutMs == kAnswerMs) error = Enter(Call::kAwaitAnswer);
+        if (timeoutMs == kEndMs) error = Enter(Call::kAwaitEnd);
+        if (error) return WAIT_TIMEOUT;
+        return g_patches->waitSingle.Original()(object, timeoutMs);
+      }};
+  Patch<decltype(::Sleep)> sleep{nullptr, "Sleep", [](DWORD timeMs) {
+                                   if (timeMs != kLookAgainMs)
+                                     return g_patches->sleep.Original()(timeMs);
+                                   bool isHooked = false;
+                                   {
+                                     const Lock lock(g_state->mutex);
+                                     isHooked =
+                                         Of(Call::kLookAgain).hook != nullptr;
+                                   }
+                                   Enter(Call::kLookAgain);
+                                   if (!isHooked) WaitForThreads(timeMs);
+                                 }};
+  // The started event alone is made signalled.
+  Patch<decltype(::CreateEventW)> createStarted{
+      nullptr, "CreateEventW",
+      [](LPSECURITY_ATTRIBUTES security, WINBOOL manual, WINBOOL signalled,
+         LPCWSTR name) {
+        const HANDLE event = g_patches->createStarted.Original()(
+            security, manual, signalled, name);
+        if (manual || !signalled) return event;
+        return Opened<HANDLE>(g_state->handles, event, nullptr);
+      }};
+  Patch<decltype(::CloseHandle)> close{
+      nullptr, "CloseHandle", [](HANDLE handle) {
+        Closing(g_state->handles, handle);
+        return g_patches->close.Original()(handle);
+      }};
+};
+
+// Whether all threads ended within `timeoutMs`.
+bool WaitForThreads(DWORD timeoutMs) {
+  std::vector<HANDLE> threads;
   {
     const Lock lock(g_state->mutex);
-    --g_state->sessions;
+    threads = g_state->threads;
   }
-  return g_patches->cleanup.Original()();
-}
-
-SOCKET WSAAPI Socket(int family, int type, int protocol,
-                     LPWSAPROTOCOL_INFOW info, GROUP group, DWORD flags) {
-  const auto error = Enter(Call::kSocket);
-  if (error) return FailWith(*error, INVALID_SOCKET);
-  const SOCKET socket =
-      g_patches->socket.Original()(family, type, protocol, info, group, flags);
-  const Lock lock(g_state->mutex);
-  if (socket != INVALID_SOCKET) g_state->sockets.insert(socket);
-  return socket;
-}
-
-int WSAAPI Bind(SOCKET socket, const sockaddr* name, int bytes) {
-  const auto error = Enter(Call::kBind);
-  if (error) return FailWith(*error, SOCKET_ERROR);
-  return g_patches->bind.Original()(socket, name, bytes);
-}
-
-int WSAAPI Listen(SOCKET socket, int backlog) {
-  const auto error = Enter(Call::kListen);
-  if (error) return FailWith(*error, SOCKET_ERROR);
-  sockaddr_in local = {};
-  int bytes = sizeof(local);
-  ::getsockname(socket, reinterpret_cast<sockaddr*>(&local), &bytes);
-  {
-    const Lock lock(g_state->mutex);
-    g_state->listening = local;
+  const DWORD start = ::GetTickCount();
+  for (const HANDLE thread : threads) {
+    const DWORD passed = std::min(::GetTickCount() - start, timeoutMs);
+    if (g_patches->waitSingle.Original()(thread, timeoutMs - passed) !=
+        WAIT_OBJECT_0) {
+      return false;
+    }
   }
-  return g_patches->listen.Original()(socket, backlog);
-}
-
-// A failed call takes the connection all the same: otherwise the system would
-// not announce the next one.
-SOCKET WSAAPI Accept(SOCKET socket, sockaddr* peer, LPINT bytes,
-                     LPCONDITIONPROC condition, DWORD_PTR data) {
-  const auto error = Enter(Call::kAccept);
-  const SOCKET accepted =
-      g_patches->accept.Original()(socket, peer, bytes, condition, data);
-  if (error) {
-    g_patches->closeSocket.Original()(accepted);
-    return FailWith(*error, INVALID_SOCKET);
-  }
-  const Lock lock(g_state->mutex);
-  if (accepted != INVALID_SOCKET) g_state->sockets.insert(accepted);
-  return accepted;
-}
-
-int WSAAPI CloseSocket(SOCKET socket) {
-  {
-    const Lock lock(g_state->mutex);
-    g_state->sockets.erase(socket);
-  }
-  return g_patches->closeSocket.Original()(socket);
-}
-
-WSAEVENT WSAAPI CreateWsaEvent() {
-  const auto error = Enter(Call::kCreateEvent);
-  if (error) return FailWith(*error, WSA_INVALID_EVENT);
-  const WSAEVENT event = g_patches->createEvent.Original()();
-  const Lock lock(g_state->mutex);
-  g_state->events.insert(event);
-  return event;
-}
-
-WINBOOL WSAAPI CloseWsaEvent(WSAEVENT event) {
-  {
-    const Lock lock(g_state->mutex);
-    g_state->events.erase(event);
-  }
-  return g_patches->closeEvent.Original()(event);
-}
-
-int WSAAPI EventSelect(SOCKET socket, WSAEVENT event, long bits) {
-  const auto error = Enter(Call::kEventSelect);
-  if (error) return FailWith(*error, SOCKET_ERROR);
-  return g_patches->select.Original()(socket, event, bits);
-}
-
-DWORD WSAAPI Wait(DWORD count, const WSAEVENT* events, WINBOOL all,
-                  DWORD timeoutMs, WINBOOL alertable) {
-  const auto error = Enter(Call::kWait, timeoutMs);
-  if (error) return FailWith(*error, WSA_WAIT_FAILED);
-  return g_patches->wait.Original()(count, events, all, timeoutMs, alertable);
-}
-
-int WSAAPI EnumEvents(SOCKET socket, WSAEVENT event, LPWSANETWORKEVENTS found) {
-  const auto error = Enter(Call::kEnumEvents);
-  if (error) return FailWith(*error, SOCKET_ERROR);
-  const int result = g_patches->enumEvents.Original()(socket, event, found);
-  const Lock lock(g_state->mutex);
-  if (std::exchange(g_state->hideNextEvents, false)) found->lNetworkEvents = 0;
-  return result;
-}
-
-// The standard library's threads ask for no id; the server's do.
-uintptr_t __cdecl BeginThread(void* security, unsigned stack,
-                              unsigned(__stdcall* start)(void*), void* argument,
-                              unsigned flags, unsigned* id) {
-  const auto& begin = g_patches->begin;
-  if (id == nullptr) {
-    return begin.Original()(security, stack, start, argument, flags, id);
-  }
-  if (const auto error = Enter(Call::kBeginThread)) {
-    errno = *error;
-    return 0;
-  }
-  const uintptr_t begun =
-      begin.Original()(security, stack, start, argument, flags, id);
-  const auto thread = reinterpret_cast<HANDLE>(begun);
-  const HANDLE self = ::GetCurrentProcess();
-  HANDLE copy = nullptr;
-  ::DuplicateHandle(self, thread, self, &copy, 0, FALSE, DUPLICATE_SAME_ACCESS);
-  const Lock lock(g_state->mutex);
-  g_state->handles.insert(thread);
-  g_state->threads.push_back(copy);
-  g_state->threadBegun.notify_all();
-  return begun;
-}
-
-DWORD WINAPI Resume(HANDLE thread) {
-  const auto error = Enter(Call::kResumeThread);
-  if (error) return FailWith(*error, static_cast<DWORD>(-1));
-  return g_patches->resume.Original()(thread);
-}
-
-WINBOOL WINAPI Terminate(HANDLE thread, DWORD exitCode) {
-  {
-    const Lock lock(g_state->mutex);
-    g_state->terminations.push_back(exitCode);
-  }
-  return g_patches->terminate.Original()(thread, exitCode);
-}
-
-DWORD WINAPI WaitSingle(HANDLE object, DWORD timeoutMs) {
-  std::optional<int> error;
-  if (timeoutMs == kAnswerMs) error = Enter(Call::kAwaitAnswer, timeoutMs);
-  if (timeoutMs == kEndMs) error = Enter(Call::kAwaitEnd, timeoutMs);
-  if (error) return WAIT_TIMEOUT;
-  return g_patches->waitSingle.Original()(object, timeoutMs);
-}
-
-void WINAPI SleepFor(DWORD timeMs) {
-  if (timeMs != kLookAgainMs) return g_patches->sleep.Original()(timeMs);
-  bool isHooked = false;
-  {
-    const Lock lock(g_state->mutex);
-    isHooked = Of(Call::kLookAgain).hook != nullptr;
-  }
-  Enter(Call::kLookAgain, timeMs);
-  if (!isHooked) WaitForThreads(timeMs);
-}
-
-HANDLE WINAPI CreateStartedEvent(LPSECURITY_ATTRIBUTES security, WINBOOL manual,
-                                 WINBOOL signalled, LPCWSTR name) {
-  const HANDLE event =
-      g_patches->createStarted.Original()(security, manual, signalled, name);
-  if (manual || !signalled) return event;
-  const Lock lock(g_state->mutex);
-  g_state->handles.insert(event);
-  return event;
-}
-
-WINBOOL WINAPI Close(HANDLE handle) {
-  {
-    const Lock lock(g_state->mutex);
-    g_state->handles.erase(handle);
-  }
-  return g_patches->close.Original()(handle);
+  return true;
 }
 
 }  // namespace
