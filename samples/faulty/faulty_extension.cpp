@@ -50,17 +50,46 @@
 #include <windows.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <thread>
-
-#include "faults.h"
 
 namespace {
 
-using faulty::Has;
-using faulty::Misbehave;
+std::string ReadFault() {
+  char text[64] = {};
+  const DWORD length = ::GetEnvironmentVariableA(
+      "KOVA_FAULT", text, static_cast<DWORD>(sizeof(text)));
+  return {text, length < sizeof(text) ? length : 0};
+}
+
+// Read once, at the first call.
+const std::string& Fault() {
+  static const std::string fault = ReadFault();
+  return fault;
+}
+
+__attribute__((noinline)) void Crash() {
+  volatile int* volatile nothing = nullptr;
+  *nothing = 1;
+}
+
+// Whether KOVA_FAULT is `name`.
+bool Has(std::string_view name) { return Fault() == name; }
+
+// Crashes, throws, hangs or ends the process if KOVA_FAULT says so of
+// `function`.
+void Misbehave(std::string_view function) {
+  const std::string suffix = "-" + std::string(function);
+  if (!std::string_view(Fault()).ends_with(suffix)) return;
+  if (Has("crash" + suffix)) Crash();
+  if (Has("throw" + suffix)) throw 1;
+  if (Has("hang" + suffix)) ::Sleep(INFINITE);
+  if (Has("exit" + suffix)) std::exit(3);
+}
 
 KOVA_RestartRoutine* g_restart = nullptr;
 
@@ -87,10 +116,6 @@ Response* AsResponse(KOVA_Response response) {
   return static_cast<Response*>(response);
 }
 
-bool StartsWith(std::string_view text, std::string_view start) {
-  return text.substr(0, start.size()) == start;
-}
-
 struct Variant {
   const char* fault;
   const char* answer;
@@ -114,7 +139,7 @@ constexpr Variant kVariants[] = {
 };
 
 std::string SoundAnswer(std::string_view request, bool keepOpen) {
-  const bool isHead = StartsWith(request, "HEAD ");
+  const bool isHead = request.starts_with("HEAD ");
   std::string answer = "HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\n";
   answer += "Content-Length: " + std::to_string(request.size());
   answer += keepOpen ? "\r\nConnection: keep-alive\r\n\r\n"
@@ -125,7 +150,7 @@ std::string SoundAnswer(std::string_view request, bool keepOpen) {
 
 std::string MakeAnswer(std::string_view request, bool keepOpen) {
   // None of the variants is one for HEAD.
-  if (StartsWith(request, "HEAD ")) return SoundAnswer(request, keepOpen);
+  if (request.starts_with("HEAD ")) return SoundAnswer(request, keepOpen);
   for (const Variant& variant : kVariants) {
     if (Has(variant.fault)) return variant.answer;
   }
@@ -205,7 +230,7 @@ KOVA_Response WSIE_HandleServerRequest(KOVA_Context, const void* request,
                                requestLengthBytes);
   Spoil(request, requestLengthBytes, clientAddress, clientAddressLength);
   if (Has("null-response")) return nullptr;
-  if (Has("refuses-post") && StartsWith(bytes, "POST ")) return nullptr;
+  if (Has("refuses-post") && bytes.starts_with("POST ")) return nullptr;
   if (Has("calls-restart") && g_restart != nullptr) g_restart();
   const bool keep = SetFlag(bytes, keepOpen);
   auto* const response = new Response;

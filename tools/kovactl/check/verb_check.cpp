@@ -4,7 +4,7 @@
 #include <string>
 
 #include "check/check_run.h"
-#include "check/library_file.h"
+#include "check/input_file.h"
 #include "check/worker.h"
 #include "common/file_path.h"
 #include "common/utf8.h"

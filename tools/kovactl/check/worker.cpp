@@ -8,7 +8,7 @@
 #include "check/extension_call.h"
 #include "check/guarded_area.h"
 #include "check/harness.h"
-#include "check/library_file.h"
+#include "check/input_file.h"
 #include "check/step_list.h"
 #include "common/utf8.h"
 

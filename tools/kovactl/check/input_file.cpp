@@ -1,4 +1,4 @@
-#include "check/library_file.h"
+#include "check/input_file.h"
 
 #include <cstring>
 

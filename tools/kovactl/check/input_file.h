@@ -1,4 +1,4 @@
-// A library's file, looked at before anything of it runs.
+// The files that the user names, looked at before anything of them runs.
 #pragma once
 
 #include <optional>
