@@ -92,17 +92,18 @@ class BareServer : public Server {
   UniqueKernelHandle m_thread;
 };
 
-}  // namespace
-}  // namespace kova::bench
-
-int main(int count, char** arguments) {
-  using namespace kova::bench;
-  CLI::App app("One thread per connection and event-select, no more.",
-               "bench_bare");
+// What the command line fills in.
+struct Arguments {
   AnswerKind kind = AnswerKind::kRefusal;
   BarePlan plan;
-  std::string printerName;
-  AddAnswerOption(app, kind);
+  std::string printer;
+};
+
+void Describe(CLI::App& app, Arguments& arguments) {
+  BarePlan& plan = arguments.plan;
+  app.name("bench_bare");
+  app.description("One thread per connection and event-select, no more.");
+  AddAnswerOption(app, arguments.kind);
   app.add_flag("--copy", plan.copy,
                "Copy each answer into a block of its own, as extensions must");
   app.add_flag("--keep-open", plan.keepOpen, "Go on receiving after an answer");
@@ -112,17 +113,28 @@ int main(int count, char** arguments) {
                  "How the block they go to grows: reserved or exact")
       ->transform(CLI::CheckedTransformer(std::map<std::string, Growth>{
           {"reserved", Growth::kReserved}, {"exact", Growth::kExact}}));
-  app.add_option("--lookup", printerName,
+  app.add_option("--lookup", arguments.printer,
                  "Ask the spooler for this printer's package each time");
+}
+
+}  // namespace
+}  // namespace kova::bench
+
+int main(int count, char** arguments) {
+  using namespace kova::bench;
+  Arguments given;
   std::unique_ptr<BenchPrinter> printer;
-  return RunServerProgram(app, count, arguments, [&] {
-    plan.answer = MakeAnswer(kind, plan.keepOpen);
-    plan.printer.assign(printerName.begin(), printerName.end());
-    // Made where no other contestant has made it.
-    if (!printerName.empty() &&
-        GetDriverPackagePath(plan.printer.c_str()).empty()) {
-      printer = std::make_unique<BenchPrinter>(plan.printer);
-    }
-    return std::make_unique<BareServer>(plan);
-  });
+  return RunServerProgram(
+      count, arguments, [&](CLI::App& app) { Describe(app, given); },
+      [&] {
+        BarePlan& plan = given.plan;
+        plan.answer = MakeAnswer(given.kind, plan.keepOpen);
+        plan.printer.assign(given.printer.begin(), given.printer.end());
+        // Made where no other contestant has made it.
+        if (!plan.printer.empty() &&
+            GetDriverPackagePath(plan.printer.c_str()).empty()) {
+          printer = std::make_unique<BenchPrinter>(plan.printer);
+        }
+        return std::make_unique<BareServer>(plan);
+      });
 }

@@ -246,17 +246,20 @@ class AsyncServer : public BeastServer {
 
 int main(int count, char** arguments) {
   using namespace kova::bench;
-  CLI::App app("An HTTP server built on Boost.Beast.", "bench_beast");
   std::string mode = "thread";
   AnswerKind kind = AnswerKind::kRefusal;
-  app.add_option("--mode", mode,
-                 "thread: blocking, a thread per connection; async")
-      ->check(CLI::IsMember({"thread", "async"}));
-  AddAnswerOption(app, kind);
-  return RunServerProgram(app, count, arguments,
-                          [&]() -> std::unique_ptr<Server> {
-                            if (mode == "async")
-                              return std::make_unique<AsyncServer>(kind);
-                            return std::make_unique<ThreadServer>(kind);
-                          });
+  return RunServerProgram(
+      count, arguments,
+      [&](CLI::App& app) {
+        app.name("bench_beast");
+        app.description("An HTTP server built on Boost.Beast.");
+        app.add_option("--mode", mode,
+                       "thread: blocking, a thread per connection; async")
+            ->check(CLI::IsMember({"thread", "async"}));
+        AddAnswerOption(app, kind);
+      },
+      [&]() -> std::unique_ptr<Server> {
+        if (mode == "async") return std::make_unique<AsyncServer>(kind);
+        return std::make_unique<ThreadServer>(kind);
+      });
 }

@@ -85,13 +85,16 @@ class HostServer : public Server {
 }  // namespace kova::bench
 
 int main(int count, char** arguments) {
-  CLI::App app("Runs KOVAServer.dll with printers for the bench.",
-               "bench_host");
   size_t extensions = 1;
-  app.add_option("--extensions", extensions,
-                 "Printers Bench1, Bench2..., each with its own extension")
-      ->check(CLI::Range(1, 1000));
-  return kova::bench::RunServerProgram(app, count, arguments, [&] {
-    return std::make_unique<kova::bench::HostServer>(extensions);
-  });
+  return kova::bench::RunServerProgram(
+      count, arguments,
+      [&](CLI::App& app) {
+        app.name("bench_host");
+        app.description("Runs KOVAServer.dll with printers for the bench.");
+        app.add_option(
+               "--extensions", extensions,
+               "Printers Bench1, Bench2..., each with its own extension")
+            ->check(CLI::Range(1, 1000));
+      },
+      [&] { return std::make_unique<kova::bench::HostServer>(extensions); });
 }

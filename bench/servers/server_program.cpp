@@ -66,10 +66,13 @@ void AddAnswerOption(CLI::App& app, AnswerKind& kind) {
 }
 
 int RunServerProgram(
-    CLI::App& app, int count, char** arguments,
+    int count, char** arguments,
+    const std::function<void(CLI::App& app)>& describe,
     const std::function<std::unique_ptr<Server>()>& makeServer) {
+  CLI::App app;
   try {
     app.allow_windows_style_options(false);
+    describe(app);
     app.parse(count, arguments);
     const std::unique_ptr<Server> server = makeServer();
     ServeCommands(*server);

@@ -33,17 +33,18 @@ class Server {
 // Adds the option that says which answer is given.
 void AddAnswerOption(CLI::App& app, AnswerKind& kind);
 
-// The body of a server program's main: reads the command line into what the
-// options of `app` are bound to, then makes the server. Writes one line of JSON
-// once it listens, {"port": N}, then answers each line of standard input with
-// one line:
+// The body of a server program's main: `describe` names the program and adds
+// its options, `makeServer` is called when they have their values. Writes one
+// line of JSON once the server listens, {"port": N}, then answers each line of
+// standard input with one line:
 //   usage  {"privateBytes": BYTES}, the private memory that is committed
 //   stop   {"stopMs": MILLISECONDS, "terminated": THREADS}
 // The end of the input ends the program. Returns the exit code: 0, 1 if the
 // server does not run, 2 for a command line that cannot be used, both with one
 // line on standard error.
 int RunServerProgram(
-    CLI::App& app, int count, char** arguments,
+    int count, char** arguments,
+    const std::function<void(CLI::App& app)>& describe,
     const std::function<std::unique_ptr<Server>()>& makeServer);
 
 }  // namespace kova::bench
