@@ -19,6 +19,7 @@
 #include "crash/dump.h"
 #include "kova/server.h"
 #include "test/crash/faults.h"
+#include "test/support/exported_function.h"
 #include "test/support/fake_tick_count.h"
 #include "test/support/import_patch.h"
 #include "test/support/server_fixture.h"
@@ -46,13 +47,16 @@ class Host {
  public:
   explicit Host(const char* port)
       : m_port(static_cast<uint16_t>(std::strtoul(port, nullptr, 10))),
-        m_module(::LoadLibraryW(
-            (kova::test::TestProgramFolder() + L"\\..\\bin\\KOVAServer.dll")
-                .c_str())) {}
+        m_module(::LoadLibraryW(kova::test::ServerLibraryPath().c_str())) {}
 
   [[nodiscard]] HMODULE Module() const { return m_module; }
-  void Start() const { Find<KOVA_StartServer>("StartKOVAServer")(); }
-  void Stop() const { Find<KOVA_StopServer>("StopKOVAServer")(); }
+  void Start() const {
+    kova::test::ExportedFunction<KOVA_StartServer>(m_module,
+                                                   "StartKOVAServer")();
+  }
+  void Stop() const {
+    kova::test::ExportedFunction<KOVA_StopServer>(m_module, "StopKOVAServer")();
+  }
 
   // Sends a request to the extension behind `printer`; the connection stays.
   void Request(const std::string& printer, const std::string& actions) const {
@@ -70,12 +74,6 @@ class Host {
   }
 
  private:
-  template <typename Function>
-  [[nodiscard]] Function* Find(const char* name) const {
-    return reinterpret_cast<Function*>(
-        reinterpret_cast<void*>(::GetProcAddress(m_module, name)));
-  }
-
   const uint16_t m_port;
   const HMODULE m_module;
 };

@@ -102,9 +102,7 @@ TEST(UnloadTest, TheLibraryMayBeUnloadedByTheThreadThatStartedAndStopped) {
     UniqueModule library(::LoadLibraryW(path.c_str()));
     ASSERT_TRUE(library.IsValid());
     for (const char* name : {"StartKOVAServer", "StopKOVAServer"}) {
-      const auto call = reinterpret_cast<KOVA_StartServer*>(
-          reinterpret_cast<void*>(::GetProcAddress(library.Get(), name)));
-      call();
+      ExportedFunction<KOVA_StartServer>(library.Get(), name)();
     }
     library.Reset();
     ASSERT_TRUE(IsUnloaded());
