@@ -340,7 +340,7 @@ constexpr Scenario kScenarios[] = {
     {"together", &CrashTogether, &CrashOnAThread, "null"},
     {"library", &CrashInLibrary, &CrashHere, "null"},
     {"sample", &CrashInSample, &CrashOnAThread, "null"},
-    {"log-sink", &CrashInLogSink, &CrashHere, "null"},
+    {"sink", &CrashInLogSink, &CrashHere, "null"},
     {"handled", &HandleAndStartAgain, &GoOn, "null"}};
 
 const Scenario* FindScenario(const char* name) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "crash/dump.h"
+#include "test/extensions/extension_answers.h"
 #include "test/support/bad_request.h"
 #include "test/support/process_counts.h"
 #include "test/support/test_client.h"
@@ -53,12 +54,6 @@ std::string Request(const std::string& actions) {
 
 std::string ShareRequest(const std::string& actions) {
   return "GET /?share=kovafailing&act=" + actions + " HTTP/1.1\r\n\r\n";
-}
-
-std::string Pattern(size_t count) {
-  std::string bytes(count, '\0');
-  for (size_t i = 0; i < count; ++i) bytes[i] = static_cast<char>('a' + i % 26);
-  return bytes;
 }
 
 // A thread that has dropped its last reference to the library may still be on

@@ -10,7 +10,7 @@ namespace kova::test {
 namespace {
 
 // Long enough for the connections that a stop leaves to themselves.
-constexpr uint64_t kUnloadPatienceMs = 5000;
+constexpr uint64_t kUnloadPatienceMs = 10000;
 
 // Apart from the ports that clients get, from 32768 on here and from 49152 on
 // on Windows: a client that got the server's port between two of its lives

@@ -6,11 +6,10 @@
 namespace {
 
 using kova::test::Ask;
+using kova::test::kEightMiB;
 using kova::test::Pattern;
 using kova::test::RoutingFixture;
 using kova::test::TestClient;
-
-constexpr size_t kEightMiB = size_t{8} * 1024 * 1024;
 
 class ConnectionTest : public RoutingFixture {
  protected:
@@ -83,12 +82,7 @@ TEST_F(ConnectionTest, EightMegabytesArriveAndTheConnectionGoesOn) {
 
 TEST_F(ConnectionTest, ASlowReaderGetsEverything) {
   TestClient client(Port(), 4096);
-  ASSERT_TRUE(client.Send(Get(Bytes(kEightMiB))));
-  // The server has nothing left to do but to wait for this client.
-  ASSERT_TRUE(m_capture.WaitFor(
-      L"DetailInfoE Network_ClientThread::Run: WSAEWOULDBLOCK returned, "
-      L"setting resend flag",
-      kova::test::kClientPatienceMs));
+  AskForMuch(client);
   ExpectEcho(Get());
   EXPECT_TRUE(client.ReceiveAll() == Pattern(kEightMiB));
   EXPECT_TRUE(client.ClosedByPeer());
