@@ -113,14 +113,6 @@ class Scenario::Life {
     return got == Got::kAnswer;
   }
 
-  std::vector<std::pair<std::string, uint32_t>> Calls() const {
-    std::vector<std::pair<std::string, uint32_t>> calls;
-    for (const std::string& name : ImportNames(m_server.Module())) {
-      calls.emplace_back(name, m_thunks.Calls(name));
-    }
-    return calls;
-  }
-
  private:
   Got Ask(const std::string& request, const std::string& answer) {
     TestClient client(m_server.Port());
@@ -210,7 +202,7 @@ Outcome Scenario::Run(const FailingCall& failing) {
   {
     Life life(thunks, failing);
     life.Live(outcome);
-    m_calls = life.Calls();
+    m_calls = thunks->Calls();
     outcome.servesAgain = life.ServesAgain();
   }
   outcome.unloaded = ::GetModuleHandleW(L"KOVAServer.dll") == nullptr;

@@ -1,8 +1,8 @@
 #include "test/schedules/machine.h"
 
 #include <iterator>
+#include <string_view>
 
-#include "test/failing_calls/call_thunks.h"
 #include "test/support/import_patch.h"
 
 namespace kova::test {
@@ -12,7 +12,7 @@ Machine* g_machine = nullptr;
 
 // A library that begins to use one of these escapes the scheduler, or gives the
 // system what only the models know.
-constexpr const char* kEscaping[] = {
+constexpr std::string_view kEscaping[] = {
     "AcceptEx",
     "AcquireSRWLockExclusive",
     "AcquireSRWLockShared",
@@ -87,11 +87,12 @@ std::vector<Held> Machine::WhatIsHeld() const {
 
 std::vector<std::string> Machine::Capture(HMODULE module) {
   std::vector<std::string> escaping;
-  std::ranges::copy_if(ImportNames(module), std::back_inserter(escaping),
-                       [](const std::string& name) {
-                         return std::ranges::find(kEscaping, name) !=
-                                std::end(kEscaping);
-                       });
+  VisitImports(module, [&escaping](const char* name, void**) {
+    if (std::ranges::find(kEscaping, std::string_view(name)) !=
+        std::end(kEscaping)) {
+      escaping.emplace_back(name);
+    }
+  });
   for (const auto& thunks :
        {KernelThunks(), WinsockThunks(), SystemThunks(), HeapThunks()}) {
     for (const Thunk& thunk : thunks) {
