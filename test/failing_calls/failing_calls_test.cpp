@@ -24,7 +24,7 @@ constexpr int kHandlesOfALife = 1;
 class FailingCallsTest : public testing::TestWithParam<FailingFunction> {
  protected:
   static void SetUpTestSuite() {
-    s_scenario = new Scenario;
+    s_scenario = new FailureScenario;
     // What the system opens at its first use.
     for (int i = 0; i < 2; ++i) (void)s_scenario->Run({});
   }
@@ -55,10 +55,10 @@ class FailingCallsTest : public testing::TestWithParam<FailingFunction> {
     }
   }
 
-  static Scenario* s_scenario;
+  static FailureScenario* s_scenario;
 };
 
-Scenario* FailingCallsTest::s_scenario = nullptr;
+FailureScenario* FailingCallsTest::s_scenario = nullptr;
 
 TEST_P(FailingCallsTest, LeavesTheServerAndItsHostWhole) {
   const FailingFunction& row = GetParam();
@@ -95,7 +95,7 @@ TEST(ImportListTest, EveryCallIsMadeToFailOrCannot) {
   for (const SoundFunctions& group : FunctionsThatDoNotFail()) {
     known.insert(group.names.begin(), group.names.end());
   }
-  Scenario scenario;
+  FailureScenario scenario;
   const Outcome outcome = scenario.Run({});
   EXPECT_EQ(outcome.refused, Got::kAnswer);
   EXPECT_EQ(outcome.routed, Got::kAnswer);

@@ -38,7 +38,7 @@ DWORD WINAPI ShortWait(HANDLE handle, DWORD timeoutMs) {
   return g_wait(handle, timeoutMs == kAnswerMs ? kShortAnswerMs : timeoutMs);
 }
 
-Scenario::OnDump* g_onDump = nullptr;
+FailureScenario::OnDump* g_onDump = nullptr;
 
 BOOL WINAPI TellOfDump(HANDLE, DWORD, HANDLE, MINIDUMP_TYPE,
                        PMINIDUMP_EXCEPTION_INFORMATION,
@@ -75,7 +75,7 @@ bool IsTrouble(const std::wstring& line) {
 }  // namespace
 
 // One loaded library, from its load to its unloading.
-class Scenario::Life {
+class FailureScenario::Life {
  public:
   // `thunks` is filled, and must live until the library is gone.
   Life(std::unique_ptr<CallThunks>& thunks, const FailingCall& failing)
@@ -178,15 +178,15 @@ class Scenario::Life {
   LogCapture m_capture{m_server.Module()};
 };
 
-Scenario::Scenario(OnDump* onDump) : m_onDump(onDump) {
+FailureScenario::FailureScenario(OnDump* onDump) : m_onDump(onDump) {
   m_printer.SetDriverPackage(m_extension.Folder());
 }
 
-bool Scenario::IsReady() const {
+bool FailureScenario::IsReady() const {
   return m_extension.IsLoaded() && m_printer.IsInstalled();
 }
 
-Outcome Scenario::Run(const FailingCall& failing) {
+Outcome FailureScenario::Run(const FailingCall& failing) {
   Outcome outcome;
   g_onDump = m_onDump;
   m_extension.Forget();
