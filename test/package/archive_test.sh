@@ -7,11 +7,12 @@ here=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 . "$here/script/check_run.sh"
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
+export KOVA_PACKAGE_FOLDER=$scratch/packed
 
 # The one file of that name pattern; a second one would be a leftover.
 the_one() {
   local found
-  mapfile -t found < <(compgen -G "$KOVA_BUILD/package/$1")
+  mapfile -t found < <(compgen -G "$KOVA_PACKAGE_FOLDER/$1")
   [ ${#found[@]} -eq 1 ] || fail "${#found[@]} files $1, not one"
   echo "${found[0]}"
 }
@@ -96,7 +97,7 @@ check_signing
 "$here/script/package"
 wine_environment
 make_wine_prefix
-(cd "$KOVA_BUILD/package" && sha256sum --check --quiet SHA256SUMS)
+(cd "$KOVA_PACKAGE_FOLDER" && sha256sum --check --quiet SHA256SUMS)
 for pattern in 'KOVAServer-*-win64.zip' 'KOVAServer-*-win64-symbols.zip'; do
   archive=$(the_one "$pattern")
   check_entries "$archive"

@@ -8,6 +8,7 @@ here=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 . "$here/script/check_run.sh"
 scratch=$(mktemp -d)
 export WINEPREFIX=$scratch/wine
+export KOVA_PACKAGE_FOLDER=$scratch/packed
 disk=$WINEPREFIX/drive_c
 system=$disk/windows/system32
 sources='HKLM\System\CurrentControlSet\Services\Eventlog\Application'
@@ -204,9 +205,9 @@ need_package_tools
   { cat "$scratch/package.log"; fail "packing failed"; }
 wine_environment
 make_wine_prefix
-python3 -B -m zipfile -e "$KOVA_BUILD"/package/KOVAServer-*-win64.zip "$scratch"
+python3 -B -m zipfile -e "$KOVA_PACKAGE_FOLDER"/KOVAServer-*-win64.zip "$scratch"
 package=$(echo "$scratch"/KOVAServer-*-win64)
-setup=$(echo "$KOVA_BUILD"/package/KOVAServer-*-setup.exe)
+setup=$(echo "$KOVA_PACKAGE_FOLDER"/KOVAServer-*-setup.exe)
 say "Learning what the server registers"
 learn_from_server
 snapshot before
