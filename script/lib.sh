@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Shared by the scripts beside it: where things are, what must be installed,
 # how to build, and the Wine prefix that programs run in. Meant to be sourced.
 KOVA_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -123,6 +124,9 @@ check_wine_prefix() {
 names $WINEPREFIX, which was not made here: unset it, or name a new folder"
 }
 
+# So many tests may run at once, each with a prefix and ports of its own.
+# shellcheck disable=SC2034
+KOVA_PLACES=12
 # A prefix as Wine makes it, which the tests copy, for that is faster.
 KOVA_FRESH_PREFIX=$KOVA_BUILD/test-wine/fresh
 
