@@ -37,12 +37,26 @@ function(kova_reproducible_images)
   add_link_options(-Wl,-Xlink=/Brepro -Wl,-Xlink=/pdbsourcepath:kova)
 endfunction()
 
-# Builds the distribution's GoogleTest sources for whatever target is built.
+# Builds the distribution's GoogleTest sources for whatever target is built, and
+# its headers once for all tests: they take longer to read than most tests do.
+# Not so for what is shipped, for it changes an image. ccache knows what was
+# compiled without such headers, and then does better alone.
 function(kova_use_googletest)
   set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
   set(BUILD_GMOCK ON CACHE BOOL "" FORCE)
   add_subdirectory(/usr/src/googletest ${PROJECT_BINARY_DIR}/googletest
     EXCLUDE_FROM_ALL SYSTEM)
+  if("${CMAKE_CXX_COMPILER_LAUNCHER}" MATCHES "ccache")
+    set(CMAKE_DISABLE_PRECOMPILE_HEADERS ON PARENT_SCOPE)
+  endif()
+  set(source ${PROJECT_BINARY_DIR}/precompiled_tests.cpp)
+  file(CONFIGURE OUTPUT ${source} CONTENT "")
+  add_library(kova_precompiled_tests OBJECT ${source})
+  kova_compile_options(kova_precompiled_tests)
+  target_link_libraries(kova_precompiled_tests PRIVATE GTest::gmock)
+  target_precompile_headers(kova_precompiled_tests PRIVATE
+    <gmock/gmock.h> <gtest/gtest.h> <algorithm> <filesystem> <fstream>
+    <optional> <random> <thread> <base/windows_api.h>)
 endfunction()
 
 function(kova_compile_options target)
@@ -80,30 +94,14 @@ function(kova_room name)
   target_link_libraries(kova_${name} PUBLIC ${ARG_ROOMS} ${ARG_LIBRARIES})
 endfunction()
 
-# kova_test_program(<program> <source> [LINK <targets...>]
-#   [NEEDS <targets that are built first...>])
-# A program that tests run; it lies beside them.
-function(kova_test_program program source)
-  cmake_parse_arguments(ARG "" "" "LINK;NEEDS" ${ARGN})
-  add_executable(${program} ${source})
-  kova_compile_options(${program})
-  target_include_directories(${program} PRIVATE ${KOVAServer_SOURCE_DIR})
-  target_link_libraries(${program} PRIVATE ${ARG_LINK})
-  kova_image_symbols(${program})
-  set_target_properties(${program} PROPERTIES
-    RUNTIME_OUTPUT_DIRECTORY ${KOVA_TEST_BIN})
-  if(ARG_NEEDS)
-    add_dependencies(${program} ${ARG_NEEDS})
-  endif()
-endfunction()
-
 # kova_tests(<program> SOURCES <files...> [THREADS <files...>]
-#   [LINK <targets...>] [NEEDS <targets that are built first...>] [PARTS <n>])
+#   [LINK <targets...>] [NEEDS <targets that are built first...>] [PARTS <n>]
+#   [COST <seconds>])
 # One test program, which CTest runs as one entry, or as so many parts of one
-# that takes long. A build that watches for data races has those of THREADS
+# that takes long; the longest first. A build that watches for data races has those of THREADS
 # alone.
 function(kova_tests program)
-  cmake_parse_arguments(ARG "" "PARTS" "SOURCES;THREADS;LINK;NEEDS" ${ARGN})
+  cmake_parse_arguments(ARG "" "PARTS;COST" "SOURCES;THREADS;LINK;NEEDS" ${ARGN})
   if(KOVA_TEST_PREFIX STREQUAL threads)
     if(NOT ARG_THREADS)
       return()
@@ -116,6 +114,7 @@ function(kova_tests program)
   target_include_directories(${program} PRIVATE ${KOVAServer_SOURCE_DIR})
   target_link_libraries(${program} PRIVATE
     ${ARG_LINK} GTest::gmock_main)
+  target_precompile_headers(${program} REUSE_FROM kova_precompiled_tests)
   kova_image_symbols(${program})
   set_target_properties(${program} PROPERTIES
     RUNTIME_OUTPUT_DIRECTORY ${KOVA_TEST_BIN})
@@ -128,21 +127,23 @@ function(kova_tests program)
     list(PREPEND command wine)
   endif()
   if(NOT ARG_PARTS)
-    kova_test(${program} COMMAND ${command} LAYERS_OF ${ARG_SOURCES})
+    kova_test(${program} COMMAND ${command} LAYERS_OF ${ARG_SOURCES}
+      COST ${ARG_COST})
     return()
   endif()
   foreach(part RANGE 1 ${ARG_PARTS})
     math(EXPR index "${part} - 1")
     kova_test(${program}-${part} COMMAND ${command} LAYERS_OF ${ARG_SOURCES}
+      COST ${ARG_COST}
       ENVIRONMENT GTEST_TOTAL_SHARDS=${ARG_PARTS} GTEST_SHARD_INDEX=${index})
   endforeach()
 endfunction()
 
 # kova_script_test(<name> COMMAND <command...> FILE <file that is the test>
-#   [NEEDS <targets...>] [LABELS <labels...>] [LOCK <what it has alone>])
+#   [NEEDS <targets...>] [COST <seconds>])
 # A command that is one test. The target <name> builds what it needs.
 function(kova_script_test name)
-  cmake_parse_arguments(ARG "" "FILE;LOCK" "COMMAND;NEEDS;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "" "FILE;COST" "COMMAND;NEEDS" ${ARGN})
   add_custom_target(${name})
   if(ARG_NEEDS)
     add_dependencies(${name} ${ARG_NEEDS})
@@ -152,15 +153,15 @@ function(kova_script_test name)
     set(ARG_COMMAND ${ARG_FILE})
   endif()
   kova_test(${name} COMMAND ${ARG_COMMAND} LAYERS_OF ${ARG_FILE}
-    LABELS script ${ARG_LABELS} LOCK ${ARG_LOCK})
+    LABELS script COST ${ARG_COST})
 endfunction()
 
 # kova_test(<name> COMMAND <command...> [LAYERS_OF <files...>]
-#   [LABELS <labels...>] [LOCK <what it has alone>] [ENVIRONMENT <settings...>])
+#   [LABELS <labels...>] [COST <seconds>] [ENVIRONMENT <settings...>])
 # An entry of CTest. Its labels are the layers that the first lines of its files
 # name, the room or the part of the tree that it lies in, and LABELS.
 function(kova_test name)
-  cmake_parse_arguments(ARG "" "LOCK" "COMMAND;LAYERS_OF;LABELS;ENVIRONMENT"
+  cmake_parse_arguments(ARG "" "COST" "COMMAND;LAYERS_OF;LABELS;ENVIRONMENT"
     ${ARGN})
   foreach(file IN LISTS ARG_LAYERS_OF)
     file(STRINGS ${file} line LIMIT_COUNT 2)
@@ -183,7 +184,7 @@ function(kova_test name)
   set_tests_properties(${name} PROPERTIES
     LABELS "${ARG_LABELS}"
     ENVIRONMENT "${ARG_ENVIRONMENT}"
-    RESOURCE_LOCK "${ARG_LOCK}"
+    COST "${ARG_COST}"
     SKIP_RETURN_CODE 77)
 endfunction()
 

@@ -17,7 +17,7 @@ rm -f "$counts"
 take_place() {
   local place
   mkdir -p "$KOVA_BUILD/test-wine"
-  for place in $(seq 12); do
+  for place in $(seq "$KOVA_PLACES"); do
     exec 9>"$KOVA_BUILD/test-wine/$place.lock"
     if flock -n 9; then
       export WINEPREFIX=$KOVA_BUILD/test-wine/$place
@@ -25,7 +25,7 @@ take_place() {
       return
     fi
   done
-  fail "more than $place tests at once"
+  fail "more than $KOVA_PLACES tests at once"
 }
 
 # run COMMAND...: in a prefix that is made anew if its last test failed or was

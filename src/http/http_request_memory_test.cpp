@@ -4,11 +4,11 @@
 #include <string>
 
 #include "http/http_request.h"
-#include "test/support/watched_heap.h"
+#include "test/support/allocation_count.h"
 
 namespace {
 
-using Cost = kova::test::HeapCost;
+using Cost = kova::test::AllocationCost;
 using kova::test::CostOf;
 
 int32_t SizeOf(const std::string& bytes) {

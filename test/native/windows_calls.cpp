@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
+#include <map>
 #include <mutex>
 #include <string>
 
@@ -30,21 +31,21 @@ BOOL RealGetComputerNameW(wchar_t* name, DWORD* size) {
   return 1;
 }
 
-struct Slot {
-  const char* name;
-  void* function;
-};
-Slot slots[] = {
-    {"GetACP", reinterpret_cast<void*>(&RealGetACP)},
-    {"GetComputerNameW", reinterpret_cast<void*>(&RealGetComputerNameW)},
-    {"MultiByteToWideChar", reinterpret_cast<void*>(&RealMultiByteToWideChar)},
-    {"WideCharToMultiByte", reinterpret_cast<void*>(&RealWideCharToMultiByte)},
-};
+std::map<std::string, void*>& Slots() {
+  static std::map<std::string, void*> slots = {
+      {"GetACP", reinterpret_cast<void*>(&RealGetACP)},
+      {"GetComputerNameW", reinterpret_cast<void*>(&RealGetComputerNameW)},
+      {"MultiByteToWideChar",
+       reinterpret_cast<void*>(&RealMultiByteToWideChar)},
+      {"WideCharToMultiByte",
+       reinterpret_cast<void*>(&RealWideCharToMultiByte)},
+  };
+  return slots;
+}
 
 template <typename Function>
-Function* Current(const char* name) {
-  return reinterpret_cast<Function*>(
-      *kova::test::FindImportSlot(nullptr, name));
+Function* Current(void* const& slot) {
+  return reinterpret_cast<Function*>(slot);
 }
 
 std::recursive_mutex* MutexOf(CRITICAL_SECTION* section) {
@@ -56,11 +57,12 @@ std::recursive_mutex* MutexOf(CRITICAL_SECTION* section) {
 namespace kova::test {
 
 void** FindImportSlot(HMODULE, const char* name) {
-  for (Slot& slot : slots) {
-    if (std::strcmp(slot.name, name) == 0) return &slot.function;
+  const auto found = Slots().find(name);
+  if (found == Slots().end()) {
+    std::fprintf(stderr, "no stand-in for %s to replace\n", name);
+    std::abort();
   }
-  std::fprintf(stderr, "no stand-in for %s to replace\n", name);
-  std::abort();
+  return &found->second;
 }
 
 }  // namespace kova::test
@@ -81,22 +83,31 @@ void DeleteCriticalSection(CRITICAL_SECTION* section) {
 DWORD GetLastError() { return lastError; }
 void SetLastError(DWORD error) { lastError = error; }
 
-UINT GetACP() { return Current<decltype(GetACP)>("GetACP")(); }
+UINT GetACP() {
+  static void* const& slot = *kova::test::FindImportSlot(nullptr, "GetACP");
+  return Current<decltype(GetACP)>(slot)();
+}
 
 int MultiByteToWideChar(UINT codePage, DWORD flags, const char* text,
                         int length, wchar_t* out, int outUnits) {
-  return Current<decltype(MultiByteToWideChar)>("MultiByteToWideChar")(
-      codePage, flags, text, length, out, outUnits);
+  static void* const& slot =
+      *kova::test::FindImportSlot(nullptr, "MultiByteToWideChar");
+  return Current<decltype(MultiByteToWideChar)>(slot)(codePage, flags, text,
+                                                      length, out, outUnits);
 }
 
 int WideCharToMultiByte(UINT codePage, DWORD flags, const wchar_t* text,
                         int length, char* out, int outBytes,
                         const char* defaultCharacter, BOOL* usedDefault) {
-  return Current<decltype(WideCharToMultiByte)>("WideCharToMultiByte")(
+  static void* const& slot =
+      *kova::test::FindImportSlot(nullptr, "WideCharToMultiByte");
+  return Current<decltype(WideCharToMultiByte)>(slot)(
       codePage, flags, text, length, out, outBytes, defaultCharacter,
       usedDefault);
 }
 
 BOOL GetComputerNameW(wchar_t* name, DWORD* size) {
-  return Current<decltype(GetComputerNameW)>("GetComputerNameW")(name, size);
+  static void* const& slot =
+      *kova::test::FindImportSlot(nullptr, "GetComputerNameW");
+  return Current<decltype(GetComputerNameW)>(slot)(name, size);
 }

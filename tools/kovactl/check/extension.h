@@ -1,4 +1,5 @@
-// The extension under test, loaded as the server loads it.
+// The extension under test, loaded as the server loads it, and what in it can
+// be at work.
 #pragma once
 
 #include <cstdint>
@@ -10,9 +11,9 @@
 
 namespace kova::ctl::check {
 
-// Whose code runs: one of the seven functions that the server calls, or what of
-// the extension runs without the server's calling it. The numbers travel
-// between the processes of one check, nowhere else.
+// Whose code runs: one of the seven functions that the server calls, or what
+// runs without being called by it. The numbers travel between the processes of
+// one check, nowhere else.
 enum class Callee : uint32_t {
   kNone,  // outside the extension
   kLoad,

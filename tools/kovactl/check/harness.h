@@ -1,4 +1,5 @@
-// What the steps of a check work with, in the process that runs the extension.
+// What an extension is tried in: what the steps of a check work with, in the
+// process that runs it.
 #pragma once
 
 #include <string>
