@@ -42,8 +42,8 @@ std::wstring LibraryPath() {
 }  // namespace
 
 uint16_t FreePort() {
-  static std::mt19937 random(static_cast<uint32_t>(::GetTickCount64()) ^
-                             ::GetCurrentProcessId());
+  // Programs of several Wine prefixes begin at the same time with like ids.
+  static std::mt19937 random{std::random_device()()};
   const char* const own = std::getenv("KOVA_FIRST_PORT");
   const int first = own == nullptr ? kFirstPort : std::atoi(own);
   const int last = own == nullptr ? kLastPort : first + kPortsOfAProgram - 1;
