@@ -10,15 +10,15 @@
 
 namespace kova {
 
-// Who is handed what an accept loop accepts.
+// Takes over the connections that an accept loop accepts.
 class ConnectionTaker {
  public:
   ConnectionTaker(const ConnectionTaker&) = delete;
   ConnectionTaker& operator=(const ConnectionTaker&) = delete;
 
-  // The client at `address` ("1.2.3.4:5678") has connected from `port`. Takes
-  // `socket` over, or leaves it to be closed. Called on the accept thread;
-  // zero is logged as a failure.
+  // The client at `address` ("1.2.3.4:5678") has connected from `port`. A
+  // `socket` that is left behind is closed. Called on the accept thread; zero
+  // is logged as a failure.
   virtual int AddClient(UniqueSocket& socket, const std::string& address,
                         uint32_t port) = 0;
 
@@ -30,8 +30,8 @@ class ConnectionTaker {
 // The listening socket, its events, and what the accept thread does with them.
 // Log lines carry the name WebServerBase::_AcceptThread.
 //
-// Listen(), Serve() and Close() belong to the accept thread, in this order and
-// over and over; Close() belongs to whoever has killed that thread.
+// The accept thread calls Listen(), Serve() and Close(), in this order; where
+// it was killed in between, whoever killed it calls Close().
 class AcceptLoop {
  public:
   explicit AcceptLoop(ConnectionTaker& taker) : m_taker(taker) {}
@@ -40,19 +40,19 @@ class AcceptLoop {
   AcceptLoop& operator=(const AcceptLoop&) = delete;
 
   // Listens on `port` (its low 16 bits) of `bindAddress` (IPv4 in host byte
-  // order; 0: all interfaces). False, and logged, on a failure; what had been
-  // opened then is Close()'s to close.
+  // order; 0: all interfaces). False, and logged, on a failure; Close() then
+  // closes what had been opened.
   [[nodiscard]] bool Listen(uint32_t port, uint32_t bindAddress);
 
   // Accepts until the shutdown event is set, and then returns true; false, and
-  // logged, on a failure. One that costs a single connection is logged alone.
+  // logged, on a failure. A failure that costs one connection does not end it.
   [[nodiscard]] bool Serve();
 
   // Closes what Listen() opened, and a connection that nobody has taken.
   void Close();
 
-  // The event that ends Serve(), which belongs to the caller from now on, so
-  // that no closed handle is ever signalled; none where nothing listens or it
+  // The event that ends Serve(). It belongs to the caller from now on, so that
+  // nobody signals a handle that is closed. None where nothing listens or it
   // was taken before. May be called from any thread.
   [[nodiscard]] UniqueWsaEvent TakeShutdownEvent();
 

@@ -1,4 +1,8 @@
 // Patched: the accept thread's calls, each failing in its turn.
+#include "net/accept_loop.h"
+
+#include <thread>
+
 #include "test/net/gate.h"
 #include "test/net/listener_fixture.h"
 
@@ -160,6 +164,33 @@ TEST_F(AcceptThreadTest, AFailedAcceptCostsOnlyThatConnection) {
   EXPECT_EQ(m_server->Clients()[0].first, served.Address());
   EXPECT_EQ(m_server->Stop(), 1);
   EXPECT_THAT(m_log.Lines(), ElementsAre(kStarting, line));
+}
+
+class Refuser final : public kova::ConnectionTaker {
+ public:
+  int AddClient(kova::UniqueSocket& /*socket*/, const std::string& /*address*/,
+                uint32_t /*port*/) override {
+    return 0;
+  }
+};
+
+TEST_F(AcceptThreadTest, AConnectionThatNobodyTakesIsLoggedAndClosed) {
+  Refuser refuser;
+  kova::AcceptLoop loop(refuser);
+  ASSERT_TRUE(loop.Listen(0, INADDR_LOOPBACK));
+  std::thread accepting([&] { EXPECT_TRUE(loop.Serve()); });
+  TestClient client(m_windows.Port());
+  EXPECT_TRUE(m_log.WaitFor(
+      L"Warning WebServerBase::_AcceptThread: AddClient(...) failure. Failure "
+      L"ignored.",
+      kSoonMs));
+  const kova::UniqueWsaEvent shutdown = loop.TakeShutdownEvent();
+  ::WSASetEvent(shutdown.Get());
+  accepting.join();
+  EXPECT_FALSE(loop.TakeShutdownEvent().IsValid());
+  loop.Close();
+  EXPECT_EQ(client.ReceiveAll(), "");
+  EXPECT_TRUE(client.ClosedByPeer());
 }
 
 TEST_F(AcceptThreadTest, AWakeUpWithoutAConnectionIsWaitedOver) {

@@ -20,14 +20,14 @@ class ClientWorker {
 
   // The stop event exists and belongs to the list's signals from now on.
   virtual void AcceptStopSignals() = 0;
-  // Makes the worker end soon, also where there is no stop event yet. Does not
+  // Makes the worker end soon, even where there is no stop event yet. Does not
   // wait for it.
   virtual void SignalStop() = 0;
   // Kills the thread, which Windows does behind this call.
   virtual void Kill() = 0;
   // Waits up to `timeoutMs` for the killed thread to be gone and frees this
-  // record. Returns whether it was gone: if not, it runs no code any more but
-  // sticks in a call of the system.
+  // record. Returns whether it was gone; if not, it runs no code any more but
+  // is stuck in a call of the system.
   virtual bool FreeKilled(DWORD timeoutMs) = 0;
 
  protected:

@@ -29,7 +29,6 @@ class ConnectionHost {
 
   // How long the connection may be silent; 0: without limit.
   [[nodiscard]] virtual uint32_t ClientTimeoutMs() const = 0;
-  // So many bytes were received.
   virtual void OnReceived(uint32_t byteCount) = 0;
   // Whether the bytes received so far hold a whole request. `progress` is the
   // connection's, reset whenever `received` begins anew.
@@ -43,16 +42,16 @@ class ConnectionHost {
   ~ConnectionHost() = default;
 };
 
-// The working state of one connection from its first event to its end. Waits
-// for socket events, gathers request bytes, has each complete request answered
-// and sends the answer. Lives on the connection's thread; owns none of the
-// handles it is given. Log lines carry the name Network_ClientThread::Run.
+// Serves one connection from its first event to its end: waits for socket
+// events, gathers request bytes, has each complete request answered and sends
+// the answer. Lives on the connection's thread; owns none of the handles it is
+// given. Log lines carry the name Network_ClientThread::Run.
 class ConnectionLoop {
  public:
   // `socket` is selected for FD_READ, FD_WRITE and FD_CLOSE into `readEvent`.
-  // Setting `stopping` and then `stopEvent` ends the run: the event ends a
-  // wait, the flag a run that finds its read event set at every wait. All
-  // references outlive the run.
+  // Setting `stopping` and then `stopEvent` ends the loop: the event ends a
+  // wait, the flag a loop that finds its read event set at every wait. All
+  // references outlive the loop.
   ConnectionLoop(ConnectionHost& host, SOCKET socket, WSAEVENT readEvent,
                  WSAEVENT stopEvent, const std::atomic<bool>& stopping,
                  const OString& clientAddress, RequestHandler handler);

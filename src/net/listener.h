@@ -14,8 +14,8 @@ namespace kova {
 class ClientList;
 
 // Accepts connections on a thread of its own. May be run and stopped any number
-// of times, from any thread: Run() and Stop() exclude each other. All failures
-// are logged and otherwise ignored, under the name WebServerBase::Run.
+// of times, from any thread; Run() and Stop() exclude each other. A failure is
+// logged, under the name WebServerBase::Run, and otherwise ignored.
 class Listener {
  public:
   // `taker` serves the connections, `clients` lists their threads. Both outlive
@@ -59,19 +59,19 @@ class Listener {
   int StopRunning() KOVA_REQUIRES(m_lifecycle);
   void KillAcceptThread() KOVA_REQUIRES(m_lifecycle);
 
-  // Held over the waits for the accept thread and for the connections, never by
-  // a thread that is waited for.
+  // Held while the accept thread and the connections are waited for; so none of
+  // them may take it.
   OCriticalSection m_lifecycle;
 
   ClientList& m_clients;
   UniqueKernelHandle m_acceptThread KOVA_GUARDED_BY(m_lifecycle);
   unsigned m_acceptThreadId KOVA_GUARDED_BY(m_lifecycle) = 0;
-  // Whoever takes the started event out of m_startedSignal first decides: the
-  // accept thread signals it, Run() has given up on it.
+  // Decides between two threads: the accept thread takes the started event out
+  // to signal it, Run() to give it up.
   UniqueKernelHandle m_startedEvent KOVA_GUARDED_BY(m_lifecycle);
   std::atomic<HANDLE> m_startedSignal{nullptr};
 
-  AcceptLoop m_loop;  // the accept thread's, or whose who killed that
+  AcceptLoop m_loop;  // touched by the accept thread, or by who killed it
   uint32_t m_bindAddress = 0;
   uint32_t m_port = 0;
   std::atomic<uint32_t> m_running{0};

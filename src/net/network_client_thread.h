@@ -15,9 +15,9 @@ namespace kova {
 class ConnectionHost;
 }
 
-// Serves one connection on a thread of its own. The record frees itself, in
-// three places only: at the end of its own thread, in FreeKilled() for a thread
-// that did not end in its grace time, and where a thread never came to be.
+// Serves one connection on a thread of its own. The record frees itself in
+// three places only: at the end of its own thread, in FreeKilled() where that
+// had to be killed, and where a thread never came to be.
 class Network_ClientThread final : private kova::ClientWorker {
  public:
   Network_ClientThread(const Network_ClientThread&) = delete;
@@ -31,10 +31,9 @@ class Network_ClientThread final : private kova::ClientWorker {
                     std::shared_ptr<kova::ClientList> clients,
                     kova::UniqueSocket& socket, const std::string& address);
 
-  // Ends what Start() was about when its thread was killed: the new thread
-  // runs, and ends like any other; a record without a thread is freed. Its
-  // module reference stays, because the killed thread may have held the
-  // loader's lock.
+  // Where the accept thread was killed in Start(): lets the new thread run, and
+  // end like any other, or frees a record that has none. That one's module
+  // reference stays, because the killed thread may have held the loader's lock.
   static void FinishStart(kova::ClientList& clients);
 
   // Answers one complete request of `lengthBytes` bytes into `response`.

@@ -1,4 +1,4 @@
-// The listening server: what its listener and its connections ask of it.
+// The server: its listener, its connections, and what both ask of it.
 #pragma once
 
 #include <atomic>
@@ -72,7 +72,8 @@ class WebServerBase {
   virtual bool IsRequestComplete(const OTypedArray<char>& received,
                                  kova::RequestProgress& progress) = 0;
 
-  // See kova::Listener. `zero` is not read.
+  // See kova::Listener; `zero` is not read. Each Run() lets a connection be
+  // silent for 300000 ms.
   int Run(uint32_t port, int zero, uint32_t bindAddress);
   int Stop() { return m_listener.Stop(); }
   void JoinAcceptThread() { m_listener.JoinAcceptThread(); }
@@ -108,7 +109,7 @@ class WebServerBase {
   int AddClient(kova::UniqueSocket& socket, const std::string& address,
                 uint32_t port);
 
-  // How long a connection may be silent; 0: without limit.
+  // How long a connection may be silent.
   std::atomic<uint32_t> m_clientTimeoutMs{0};
   std::atomic<double> m_kilobytesReceived{0};
   std::atomic<double> m_kilobytesSent{0};
