@@ -94,6 +94,23 @@ function(kova_room name)
   target_link_libraries(kova_${name} PUBLIC ${ARG_ROOMS} ${ARG_LIBRARIES})
 endfunction()
 
+# kova_test_program(<program> <source> [LINK <targets...>]
+#   [NEEDS <targets that are built first...>])
+# A program that tests run; it lies beside them.
+function(kova_test_program program source)
+  cmake_parse_arguments(ARG "" "" "LINK;NEEDS" ${ARGN})
+  add_executable(${program} ${source})
+  kova_compile_options(${program})
+  target_include_directories(${program} PRIVATE ${KOVAServer_SOURCE_DIR})
+  target_link_libraries(${program} PRIVATE ${ARG_LINK})
+  kova_image_symbols(${program})
+  set_target_properties(${program} PROPERTIES
+    RUNTIME_OUTPUT_DIRECTORY ${KOVA_TEST_BIN})
+  if(ARG_NEEDS)
+    add_dependencies(${program} ${ARG_NEEDS})
+  endif()
+endfunction()
+
 # kova_tests(<program> SOURCES <files...> [THREADS <files...>]
 #   [LINK <targets...>] [NEEDS <targets that are built first...>] [PARTS <n>]
 #   [COST <seconds>])

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "base/handles.h"
+#include "spooler/driver_location.h"
 
 namespace kova::bench {
 namespace {
@@ -14,7 +15,6 @@ namespace {
 constexpr DWORD kReceiveBytes = 0x4000;
 constexpr size_t kMostBytesPerSend = 200000;
 constexpr DWORD kSilenceMs = 300000;
-constexpr size_t kPackageCharacters = 2048;
 constexpr DWORD kLookAgainMs = 100;
 constexpr int kMostLooks = 50;
 
@@ -212,12 +212,12 @@ bool BareConnections::Connection::LookUpPrinter() const {
     return false;
   }
   const UniquePrinter owned(printer);
-  wchar_t name[] = L"DriverPackage";
-  wchar_t text[kPackageCharacters];
+  wchar_t text[kMostPackageCharacters + 1];
   DWORD type = REG_NONE;
   DWORD neededBytes = 0;
-  return ::GetPrinterDataW(printer, name, &type, reinterpret_cast<BYTE*>(text),
-                           sizeof(text), &neededBytes) == ERROR_SUCCESS;
+  return ::GetPrinterDataW(printer, const_cast<wchar_t*>(kDriverPackageData),
+                           &type, reinterpret_cast<BYTE*>(text), sizeof(text),
+                           &neededBytes) == ERROR_SUCCESS;
 }
 
 void BareConnections::Start(SOCKET socket) {

@@ -3,18 +3,17 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "loaded_extension.h"
-#include "test/support/import_patch.h"
+#include "test/support/watched_heap.h"
 
 namespace {
 
-using ::kova::test::ImportPatch;
 using ::kova::test::LoadedExtension;
+using ::kova::test::WatchedHeap;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
@@ -219,61 +218,33 @@ TEST_F(SampleExtensionTest, AnswersARequestCutAnywhere) {
   }
 }
 
-std::atomic<int> g_liveBlocks{0};
-std::atomic<int> g_allocationsBeforeFailure{0};
-
-void* CountedMalloc(size_t size) {
-  void* const block = std::malloc(size);
-  if (block != nullptr) ++g_liveBlocks;
-  return block;
-}
-
-void CountedFree(void* block) {
-  if (block != nullptr) --g_liveBlocks;
-  std::free(block);
-}
-
-// Fails one allocation, the one that finds the counter at 0.
-void* ScarceMalloc(size_t size) {
-  return g_allocationsBeforeFailure-- == 0 ? nullptr : std::malloc(size);
-}
-
 TEST_F(SampleExtensionTest, FreesWhatARequestAllocated) {
   m_extension.Ask(Get("printer=P"));
-  const ImportPatch<void*(size_t)> mallocs(m_extension.Module(), "malloc",
-                                           &CountedMalloc);
-  const ImportPatch<void(void*)> frees(m_extension.Module(), "free",
-                                       &CountedFree);
-  g_liveBlocks = 0;
+  const WatchedHeap heap(m_extension.Module());
   for (int i = 0; i < 50; ++i) {
     m_extension.Ask(Get("printer=P&share=S"));
     m_extension.Ask(Post("printer=P", "text/plain", "body"));
   }
-  EXPECT_EQ(g_liveBlocks, 0);
+  EXPECT_EQ(heap.LiveBlocks(), 0);
 }
 
 TEST_F(SampleExtensionTest, LetsNoExceptionOutWhenMemoryRunsOut) {
   m_extension.Ask(Get("printer=P"));
-  const ImportPatch<void*(size_t)> mallocs(m_extension.Module(), "malloc",
-                                           &ScarceMalloc);
-  int failures = 0;
-  while (true) {
-    g_allocationsBeforeFailure = failures;
+  size_t nth = 1;
+  for (;; ++nth) {
+    const WatchedHeap heap(m_extension.Module());
+    heap.RefuseNth(nth);
     const std::string response = m_extension.Ask(Get("printer=P&keep=1"));
-    if (g_allocationsBeforeFailure >= 0) break;
-    EXPECT_EQ(response, "") << "after " << failures << " allocations";
-    ASSERT_LT(++failures, 1000);
+    if (heap.RefusedBytes() == 0) break;
+    EXPECT_EQ(response, "") << "allocation " << nth;
+    ASSERT_LT(nth, 1000u);
   }
-  EXPECT_GT(failures, 5);
+  EXPECT_GT(nth, 6u);
 }
 
 TEST_F(SampleExtensionTest, AnswersEightThreadsAtOnce) {
   m_extension.Ask(Get("printer=P"));
-  const ImportPatch<void*(size_t)> mallocs(m_extension.Module(), "malloc",
-                                           &CountedMalloc);
-  const ImportPatch<void(void*)> frees(m_extension.Module(), "free",
-                                       &CountedFree);
-  g_liveBlocks = 0;
+  const WatchedHeap heap(m_extension.Module());
   std::atomic<int> wrong{0};
   {
     std::vector<std::jthread> threads;
@@ -292,7 +263,7 @@ TEST_F(SampleExtensionTest, AnswersEightThreadsAtOnce) {
     }
   }
   EXPECT_EQ(wrong, 0);
-  EXPECT_EQ(g_liveBlocks, 0);
+  EXPECT_EQ(heap.LiveBlocks(), 0);
 }
 
 }  // namespace

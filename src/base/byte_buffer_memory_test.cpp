@@ -4,33 +4,16 @@
 #include <cstddef>
 
 #include "base/byte_buffer.h"
-#include "test/support/import_patch.h"
+#include "test/support/watched_heap.h"
 
 namespace {
 
 using kova::ByteBuffer;
-using kova::test::ImportPatch;
-
-size_t g_calls = 0;
-bool g_isRefusing = false;
-void* (*g_realCalloc)(size_t, size_t) = nullptr;
-
-void* CountedCalloc(size_t count, size_t size) {
-  ++g_calls;
-  return g_isRefusing ? nullptr : g_realCalloc(count, size);
-}
+using kova::test::WatchedHeap;
 
 class ByteBufferMemoryTest : public testing::Test {
  protected:
-  ByteBufferMemoryTest() {
-    g_realCalloc = m_calloc.Original();
-    g_calls = 0;
-    g_isRefusing = false;
-  }
-
- private:
-  ImportPatch<void*(size_t, size_t)> m_calloc{nullptr, "calloc",
-                                              &CountedCalloc};
+  const WatchedHeap m_heap;
 };
 
 TEST_F(ByteBufferMemoryTest, ARefusedClaimKeepsTheOldBlock) {
@@ -38,7 +21,7 @@ TEST_F(ByteBufferMemoryTest, ARefusedClaimKeepsTheOldBlock) {
   ASSERT_TRUE(buffer.TryResizeDiscarding(2));
   buffer.Data()[0] = 'x';
   const char* const before = buffer.Data();
-  g_isRefusing = true;
+  WatchedHeap::RefuseAbove(99);
   EXPECT_FALSE(buffer.TryResizeDiscarding(100));
   EXPECT_EQ(buffer.Data(), before);
   EXPECT_EQ(buffer.Size(), 2u);
@@ -54,7 +37,7 @@ TEST_F(ByteBufferMemoryTest, AsksTheRuntimeForZerosWhateverTheSize) {
        {uint64_t{1}, uint64_t{4} << 20, uint64_t{1} << 30}) {
     ByteBuffer buffer;
     EXPECT_TRUE(buffer.TryResizeDiscarding(size));
-    EXPECT_EQ(g_calls, ++asked) << size;
+    EXPECT_EQ(m_heap.ZeroedCalls(), ++asked) << size;
     EXPECT_EQ(buffer.Data()[size - 1], 0);
   }
 }
@@ -64,17 +47,17 @@ TEST_F(ByteBufferMemoryTest, TakesLargeBlocksAnewWhereTheSizeIsTheSame) {
   for (const uint64_t size : {uint64_t{1}, uint64_t{1} << 20}) {
     ByteBuffer buffer;
     ASSERT_TRUE(buffer.TryResizeDiscarding(size));
-    const size_t asked = g_calls;
+    const size_t asked = m_heap.ZeroedCalls();
     const char* const before = buffer.Data();
     EXPECT_TRUE(buffer.TryResizeDiscarding(size));
     EXPECT_EQ(buffer.Data(), before);
-    EXPECT_EQ(g_calls, asked);
+    EXPECT_EQ(m_heap.ZeroedCalls(), asked);
   }
   ByteBuffer buffer;
   ASSERT_TRUE(buffer.TryResizeDiscarding((uint64_t{1} << 20) + 1));
-  const size_t asked = g_calls;
+  const size_t asked = m_heap.ZeroedCalls();
   EXPECT_TRUE(buffer.TryResizeDiscarding((uint64_t{1} << 20) + 1));
-  EXPECT_EQ(g_calls, asked + 1);
+  EXPECT_EQ(m_heap.ZeroedCalls(), asked + 1);
 }
 
 }  // namespace

@@ -1,47 +1,21 @@
 // Patched: the byte array when memory runs out.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
 #include "base/o_array.h"
-#include "test/support/import_patch.h"
+#include "test/support/watched_heap.h"
 
 namespace {
 
-using kova::test::ImportPatch;
-
-// Larger blocks are refused.
-size_t most = 0;
-
-void* (*realCalloc)(size_t, size_t) = nullptr;
-void* (*realRealloc)(void*, size_t) = nullptr;
-
-void* LimitedCalloc(size_t count, size_t size) {
-  return count * size > most ? nullptr : realCalloc(count, size);
-}
-
-void* LimitedRealloc(void* block, size_t size) {
-  return size > most ? nullptr : realRealloc(block, size);
-}
+using kova::test::WatchedHeap;
 
 class OArrayMemoryTest : public testing::Test {
- protected:
-  OArrayMemoryTest() {
-    realCalloc = m_calloc.Original();
-    realRealloc = m_realloc.Original();
-    most = SIZE_MAX;
-  }
-
  private:
-  ImportPatch<void*(size_t, size_t)> m_calloc{nullptr, "calloc",
-                                              &LimitedCalloc};
-  ImportPatch<void*(void*, size_t)> m_realloc{nullptr, "realloc",
-                                              &LimitedRealloc};
+  const WatchedHeap m_heap;
 };
 
 TEST_F(OArrayMemoryTest, AFailedFirstAllocationLeavesTheArrayEmpty) {
   OTypedArray<char> bytes;
-  most = 99;
+  WatchedHeap::RefuseAbove(99);
   bytes.SetSize(100);
   EXPECT_EQ(bytes.Data(), nullptr);
   EXPECT_EQ(bytes.Count(), 0);
@@ -53,7 +27,7 @@ TEST_F(OArrayMemoryTest, AFailedGrowthChangesNothing) {
   bytes.SetSize(100);
   bytes[99] = 'x';
   const char* const before = bytes.Data();
-  most = 199;
+  WatchedHeap::RefuseAbove(199);
   bytes.SetSize(200);
   EXPECT_EQ(bytes.Data(), before);
   EXPECT_EQ(bytes.Count(), 100);
@@ -64,7 +38,7 @@ TEST_F(OArrayMemoryTest, AFailedGrowthChangesNothing) {
 TEST_F(OArrayMemoryTest, TakesTheExactBlockWhereALargerOneIsRefused) {
   OTypedArray<char> bytes;
   bytes.SetSize(100);
-  most = 112;
+  WatchedHeap::RefuseAbove(112);
   bytes.SetSize(101);
   EXPECT_EQ(bytes.Count(), 101);
   EXPECT_EQ(bytes.Capacity(), 112);

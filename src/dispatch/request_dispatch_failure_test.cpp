@@ -2,7 +2,7 @@
 #include <gmock/gmock.h>
 
 #include "test/support/dispatch_fixture.h"
-#include "test/support/import_patch.h"
+#include "test/support/watched_heap.h"
 
 namespace {
 
@@ -10,7 +10,6 @@ using kova::test::BadRequest;
 using kova::test::DemoPrinter;
 using kova::test::DispatchFixture;
 using kova::test::ExtensionPrinter;
-using kova::test::ImportPatch;
 using testing::ElementsAre;
 
 constexpr wchar_t kName[] = L"KOVA dispatch test";
@@ -150,27 +149,14 @@ TEST_F(RequestFailureTest, WithoutAnInitialiserTheContextIsNull) {
                           Missing(L"WSIE_WebServerInitialize")));
 }
 
-using Calloc = void*(size_t, size_t);
-
-Calloc* g_calloc = nullptr;
-size_t g_refusedBytes = 0;
-
-void* RefuseGigabytes(size_t count, size_t size) {
-  if (count * size < 0x40000000) return g_calloc(count, size);
-  g_refusedBytes = count * size;
-  return nullptr;
-}
-
 TEST_F(RequestFailureTest, AClaimedLengthBeyondMemoryIsAFailedCopy) {
   ExtensionPrinter printer(L"scripted", kName);
-  g_calloc = reinterpret_cast<Calloc*>(kova::test::ReadImportSlot(
-      kova::test::FindImportSlot(nullptr, "calloc")));
-  g_refusedBytes = 0;
   {
-    const ImportPatch<Calloc> patch(nullptr, "calloc", &RefuseGigabytes);
+    const kova::test::WatchedHeap heap;
+    heap.RefuseAbove(0x3FFFFFFF);
     EXPECT_EQ(Ask("huge"), BadRequest());
+    EXPECT_EQ(heap.RefusedBytes(), 0xFFFFFFFFu);
   }
-  EXPECT_EQ(g_refusedBytes, 0xFFFFFFFFu);
   EXPECT_EQ(printer.Extension().Trace(), "VSIHLR");
   EXPECT_THAT(m_capture.Take(),
               ElementsAre(Found(kName, printer.Extension().LibraryPath()),

@@ -5,8 +5,8 @@
 
 #include "base/o_array.h"
 #include "http/request_progress.h"
-#include "test/support/allocation_count.h"
 #include "test/support/dispatch_fixture.h"
+#include "test/support/watched_heap.h"
 
 namespace {
 

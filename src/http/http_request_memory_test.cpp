@@ -4,11 +4,11 @@
 #include <string>
 
 #include "http/http_request.h"
-#include "test/support/allocation_count.h"
+#include "test/support/watched_heap.h"
 
 namespace {
 
-using Cost = kova::test::AllocationCost;
+using Cost = kova::test::HeapCost;
 using kova::test::CostOf;
 
 int32_t SizeOf(const std::string& bytes) {

@@ -8,6 +8,7 @@
 
 #include "test/support/import_patch.h"
 #include "test/support/virtual_slot.h"
+#include "test/support/watched_heap.h"
 
 namespace {
 
@@ -138,16 +139,11 @@ TEST_F(ORegistryTest, AValueNameWithAZeroNamesNoValue) {
       ERROR_FILE_NOT_FOUND);
 }
 
-void* (*g_malloc)(size_t) = nullptr;
-constexpr int32_t kVeryLarge = 0x7FFF0000;
-void* RefuseMemory(size_t bytes) {
-  return bytes >= static_cast<size_t>(kVeryLarge) ? nullptr : g_malloc(bytes);
-}
-
 TEST_F(ORegistryTest, ABufferThatHasNoDoubleInMemoryIsNotFilled) {
   WriteNative(HKEY_LOCAL_MACHINE, NativeKey(), L"Val", {1});
-  const ImportPatch<void*(size_t)> patch(nullptr, "malloc", &RefuseMemory);
-  g_malloc = patch.Original();
+  constexpr int32_t kVeryLarge = 0x7FFF0000;
+  const kova::test::WatchedHeap heap;
+  heap.RefuseAbove(kVeryLarge - 1);
   BYTE byte = 9;
   EXPECT_EQ(m_registry.ReadValue(L"Val", &byte, kVeryLarge), -1);
   EXPECT_EQ(byte, 9);

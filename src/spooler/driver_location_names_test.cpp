@@ -9,6 +9,7 @@
 #include "spooler/driver_location.h"
 #include "test/support/demo_printer.h"
 #include "test/support/import_patch.h"
+#include "test/support/watched_heap.h"
 
 namespace {
 
@@ -162,20 +163,12 @@ TEST_F(PrinterNameTest, AListThatGrowsIsAskedForAgainButNotForEver) {
   EXPECT_THAT(m_spooler.sizes, ElementsAre(0u, 2 * kRow, 3 * kRow, 4 * kRow));
 }
 
-using Malloc = void*(size_t);
-Malloc* g_malloc = nullptr;
 constexpr size_t kLongList = 1000;
-
-void* RefuseList(size_t bytes) {
-  return bytes == sizeof(PRINTER_INFO_4W) * kLongList ? nullptr
-                                                      : g_malloc(bytes);
-}
 
 TEST_F(PrinterNameTest, WhereTheListIsBeyondMemoryNoneIsListed) {
   m_spooler.names.assign(kLongList, L"\\\\good\\queue");
-  g_malloc = reinterpret_cast<Malloc*>(kova::test::ReadImportSlot(
-      kova::test::FindImportSlot(nullptr, "malloc")));
-  const ImportPatch<Malloc> patch(nullptr, "malloc", &RefuseList);
+  const kova::test::WatchedHeap heap;
+  heap.RefuseAbove(sizeof(PRINTER_INFO_4W) * kLongList - 1);
   EXPECT_FALSE(Opens(L"\\\\good\\queue"));
   EXPECT_THAT(m_spooler.sizes, SizeIs(1));
 }

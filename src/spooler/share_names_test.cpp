@@ -6,6 +6,7 @@
 #include "base/windows_api.h"
 #include "test/support/demo_printer.h"
 #include "test/support/import_patch.h"
+#include "test/support/watched_heap.h"
 
 namespace {
 
@@ -71,6 +72,8 @@ TEST_F(FakeSpoolerTest, AsksForLocalAndSharedPrintersTwice) {
 }
 
 TEST_F(FakeSpoolerTest, ASizeOfZeroEndsTheLookUp) {
+  const kova::test::WatchedHeap heap;
+  heap.RefuseAbove(sizeof(PRINTER_INFO_2W) * 1000 - 1);
   EXPECT_EQ(ShareNameToPrinterName(L"S"), L"");
   EXPECT_EQ(m_spooler.sizes, std::vector<DWORD>{0});
 }
@@ -116,18 +119,10 @@ TEST_F(FakeSpoolerTest, WholeNamesAreCompared) {
   EXPECT_EQ(ShareNameToPrinterName(std::wstring(L"share\0x", 7)), L"");
 }
 
-using Malloc = void*(size_t);
-Malloc* g_malloc = nullptr;
-
-void* RefuseList(size_t bytes) {
-  return bytes == sizeof(PRINTER_INFO_2W) * 1000 ? nullptr : g_malloc(bytes);
-}
-
 TEST_F(FakeSpoolerTest, AListBeyondMemoryHasNoPrinter) {
   m_spooler.printers.assign(1000, Entry(L"P", L"S"));
-  g_malloc = reinterpret_cast<Malloc*>(
-      kova::test::ReadImportSlot(FindImportSlot(nullptr, "malloc")));
-  const ImportPatch<Malloc> patch(nullptr, "malloc", &RefuseList);
+  const kova::test::WatchedHeap heap;
+  heap.RefuseAbove(sizeof(PRINTER_INFO_2W) * 1000 - 1);
   EXPECT_EQ(ShareNameToPrinterName(L"S"), L"");
   EXPECT_EQ(m_spooler.sizes, std::vector<DWORD>{0});
 }

@@ -7,29 +7,12 @@
 #include <string>
 #include <tuple>
 
-#include "test/support/import_patch.h"
+#include "test/support/watched_heap.h"
 #include "text/o_string.h"
 
 namespace {
 
-using kova::test::ImportPatch;
-
-size_t g_calls = 0;
-size_t g_failing = 0;  // the call that is refused, from 1 on
-int64_t g_live = 0;    // blocks taken and not given back
-void* (*g_malloc)(size_t) = nullptr;
-void (*g_free)(void*) = nullptr;
-
-void* CountedMalloc(size_t bytes) {
-  if (++g_calls == g_failing) return nullptr;
-  ++g_live;
-  return g_malloc(bytes);
-}
-
-void CountedFree(void* block) {
-  if (block != nullptr) --g_live;
-  g_free(block);
-}
+using kova::test::WatchedHeap;
 
 // All that one sees of a text. Which forms it has is not among it: a form may
 // have been made before memory ran out.
@@ -129,21 +112,6 @@ void TakeWhatIsKept() {
   }
 }
 
-// Counts the blocks that are taken and given back within its scope.
-class CountedMemory {
- public:
-  CountedMemory() {
-    g_malloc = m_mallocs.Original();
-    g_free = m_frees.Original();
-    g_live = 0;
-    g_failing = 0;
-  }
-
- private:
-  const ImportPatch<void*(size_t)> m_mallocs{nullptr, "malloc", &CountedMalloc};
-  const ImportPatch<void(void*)> m_frees{nullptr, "free", &CountedFree};
-};
-
 class OStringMemoryTest : public testing::TestWithParam<Operation> {
  protected:
   // What came of the operation when its `nth` allocation was refused.
@@ -155,10 +123,10 @@ class OStringMemoryTest : public testing::TestWithParam<Operation> {
 
   static Outcome Refuse(size_t nth) {
     TakeWhatIsKept();
-    const CountedMemory memory;
+    const WatchedHeap heap;
     Outcome outcome;
     Run(nth, outcome);
-    outcome.lost = g_live;
+    outcome.lost = heap.LiveBlocks();
     return outcome;
   }
 
@@ -167,14 +135,13 @@ class OStringMemoryTest : public testing::TestWithParam<Operation> {
     const Operation& operation = GetParam();
     OString text = operation.make();
     const OString other = operation.isShared ? text : operation.make();
-    g_calls = 0;
-    g_failing = nth;
+    WatchedHeap::RefuseNth(nth);
     try {
       operation.change(text);
     } catch (const std::bad_alloc&) {
       outcome.wasRefused = true;
     }
-    g_failing = 0;
+    WatchedHeap::RefuseNth(0);
     const Facts before = FactsOf(operation.make());
     outcome.isUnchanged = FactsOf(other) == before &&
                           (!outcome.wasRefused || FactsOf(text) == before);
@@ -196,10 +163,10 @@ TEST_P(OStringMemoryTest, ChangesNothingAndLosesNothingWhereItFails) {
 // How many blocks a text holds after the operation.
 int64_t BlocksAfter(OString (*make)(), void (*change)(OString&)) {
   TakeWhatIsKept();
-  const CountedMemory memory;
+  const WatchedHeap heap;
   OString text = make();
   change(text);
-  return g_live;
+  return heap.LiveBlocks();
 }
 
 TEST(OStringBuffersTest, AreFreedWithTheFormThatIsLetGoOf) {

@@ -14,7 +14,6 @@ from probe import ask, is_page
 GET = b"GET /?printer=Demo+Printer HTTP/1.1\r\nHost: x\r\n\r\n"
 HALF = GET[:20]
 ENDLESS = b"GET /?printer=Demo+Printer HTTP/1.1\r\nX: "
-PREFACE = b"PRI * HTTP/2.0\r\n\r\nSM\r\n\r\n" + bytes(9)
 
 
 def connect(host, receive_bytes=0):
@@ -60,48 +59,6 @@ def stays_open(connection, seconds=0.0):
         return True
     except OSError:
         return False
-
-
-def plain(request, expected):
-    def run(host, _):
-        answer = ask(host.address, request)
-        expect(status_of(answer) == expected, status_of(answer))
-        return expected
-    return run
-
-
-def pipelined(host, _):
-    answer = ask(host.address, GET + GET)
-    expect(answer.count(b"HTTP/1.1 200 OK") == 1, "not one answer")
-    return "one answer to both, closed"
-
-
-def unanswered(request):
-    def run(host, scale):
-        with connect(host) as client:
-            client.sendall(request)
-            expect(stays_open(client, 0.2 if scale.quick else 1),
-                   "answered or closed")
-            client.settimeout(30)
-            client.shutdown(socket.SHUT_WR)
-            expect(receive_all(client) == b"", "an answer after its end")
-        return "no answer; closed once the client ends"
-    return run
-
-
-def half_closed(request, expected):
-    """FIN right behind the request, or in its place."""
-    def run(host, _):
-        with connect(host) as client:
-            client.sendall(request)
-            client.shutdown(socket.SHUT_WR)
-            answer = receive_all(client)
-        if not expected:
-            expect(answer == b"", "an answer")
-            return "closed without an answer"
-        expect(is_page(answer), status_of(answer))
-        return "whole answer, then closed"
-    return run
 
 
 def resets(prepare):
@@ -236,22 +193,6 @@ def advance(selector, key, events):
     return int(is_page(b"".join(pieces)))
 
 
-def slow_reader(host, scale):
-    """Takes a large answer in small pieces, then all the rest."""
-    size = 4 << 20
-    with connect(host, 4096) as client:
-        client.sendall(post(size))
-        received = 0
-        deadline = time.monotonic() + (1 if scale.quick else 10)
-        while time.monotonic() < deadline:
-            received += len(client.recv(512))
-            time.sleep(0.02)
-        slowly = received
-        received += len(receive_all(client))
-    expect(received > size, "only %d bytes" % received)
-    return "%d bytes slowly, then all of 4 MiB" % slowly
-
-
 def endless_headers(host, scale):
     """A header block of some megabytes, which ends after all."""
     size = (1 if scale.quick else 8) << 20
@@ -266,16 +207,6 @@ def endless_headers(host, scale):
     expect(is_page(answer), status_of(answer))
     return "%d MiB of headers kept (host +%.0f MiB), then answered" % (
         size >> 20, grown)
-
-
-def byte_by_byte(host, _):
-    with connect(host) as client:
-        client.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
-        for i in range(len(GET)):
-            client.sendall(GET[i:i + 1])
-            time.sleep(0.01)
-        expect(is_page(receive_all(client)), "not the page")
-    return "%d segments, answered after the last" % len(GET)
 
 
 def dead(host, _):

@@ -19,6 +19,7 @@
 #include "crash/dump.h"
 #include "kova/server.h"
 #include "test/crash/faults.h"
+#include "test/support/exported_function.h"
 #include "test/support/fake_tick_count.h"
 #include "test/support/import_patch.h"
 #include "test/support/server_fixture.h"
@@ -46,19 +47,27 @@ class Host {
  public:
   explicit Host(const char* port)
       : m_port(static_cast<uint16_t>(std::strtoul(port, nullptr, 10))),
-        m_module(::LoadLibraryW(
-            (kova::test::TestProgramFolder() + L"\\..\\bin\\KOVAServer.dll")
-                .c_str())) {}
+        m_module(::LoadLibraryW(kova::test::ServerLibraryPath().c_str())) {}
 
   [[nodiscard]] HMODULE Module() const { return m_module; }
-  void Start() const { Find<KOVA_StartServer>("StartKOVAServer")(); }
-  void Stop() const { Find<KOVA_StopServer>("StopKOVAServer")(); }
+  void Start() const {
+    kova::test::ExportedFunction<KOVA_StartServer>(m_module,
+                                                   "StartKOVAServer")();
+  }
+  void Stop() const {
+    kova::test::ExportedFunction<KOVA_StopServer>(m_module, "StopKOVAServer")();
+  }
 
   // Sends a request to the extension behind `printer`; the connection stays.
   void Request(const std::string& printer, const std::string& actions) const {
     static std::list<TestClient> clients;
     clients.emplace_back(m_port).Send("GET /?printer=" + printer +
                                       "&act=" + actions + " HTTP/1.1\r\n\r\n");
+  }
+
+  void StartAndAsk(const std::string& actions) const {
+    Start();
+    Request("KovaCrash", actions);
   }
 
   // From now on, calls of the library to its import go to `replacement`.
@@ -70,12 +79,6 @@ class Host {
   }
 
  private:
-  template <typename Function>
-  [[nodiscard]] Function* Find(const char* name) const {
-    return reinterpret_cast<Function*>(
-        reinterpret_cast<void*>(::GetProcAddress(m_module, name)));
-  }
-
   const uint16_t m_port;
   const HMODULE m_module;
 };
@@ -94,32 +97,11 @@ void WINAPI KeepLine(LPCWSTR line) {
   }
 }
 
-// --- Imports of the library that crash ---
-
-BOOL WINAPI CrashInGetComputerName(LPWSTR, LPDWORD) {
+// Stands in for an import of the library, whatever its type.
+template <typename Result, typename... Arguments>
+Result CrashInstead(Arguments...) {
   WriteToNull();
-  return FALSE;
-}
-
-BOOL WSAAPI CrashInSetEvent(WSAEVENT) {
-  WriteToNull();
-  return FALSE;
-}
-
-DWORD WINAPI CrashInWait(DWORD, const HANDLE*, BOOL, DWORD) {
-  WriteToNull();
-  return 0;
-}
-
-int WSAAPI CrashInListen(SOCKET, int) {
-  WriteToNull();
-  return 0;
-}
-
-int WSAAPI CrashInReceive(SOCKET, LPWSABUF, DWORD, LPDWORD, LPDWORD,
-                          LPWSAOVERLAPPED, LPWSAOVERLAPPED_COMPLETION_ROUTINE) {
-  WriteToNull();
-  return 0;
+  return {};
 }
 
 BOOL WINAPI CrashInReport(HANDLE, WORD, WORD, DWORD, PSID, WORD, DWORD,
@@ -129,53 +111,11 @@ BOOL WINAPI CrashInReport(HANDLE, WORD, WORD, DWORD, PSID, WORD, DWORD,
   return TRUE;
 }
 
-// --- The five guarded regions ---
-
-void CrashInStart(const Host& host) {
-  Host::Replace(host.Module(), "GetComputerNameW", &CrashInGetComputerName);
-  host.Start();
-}
-
-void CrashInStop(const Host& host) {
-  host.Start();
-  Host::Replace(host.Module(), "WSASetEvent", &CrashInSetEvent);
-  host.Stop();
-}
-
-void CrashInRestartThread(const Host& host) {
-  Host::Replace(host.Module(), "WaitForMultipleObjects", &CrashInWait);
-  host.Start();
-}
-
 // A start gives up after 30 s, in which a busy machine has not written a dump.
 DWORD WINAPI WaitForDump(HANDLE handle, DWORD timeoutMs) {
   return ::WaitForSingleObject(handle,
                                timeoutMs == 30000 ? kPatienceMs : timeoutMs);
 }
-
-void CrashInAcceptThread(const Host& host) {
-  Host::Replace(host.Module(), "WaitForSingleObject", &WaitForDump);
-  Host::Replace(host.Module(), "listen", &CrashInListen);
-  host.Start();
-}
-
-void CrashInConnectionThread(const Host& host) {
-  Host::Replace(host.Module(), "WSARecv", &CrashInReceive);
-  host.Start();
-  host.Request("KovaCrash", "keep");
-}
-
-// --- An extension ---
-
-template <char const* actions>
-void CrashInExtension(const Host& host) {
-  host.Start();
-  host.Request("KovaCrash", actions);
-}
-constexpr char kNull[] = "crash-null";
-constexpr char kThrow[] = "crash-throw";
-constexpr char kDivide[] = "crash-divide";
-constexpr char kOverflow[] = "crash-overflow";
 
 // --- Two threads at once ---
 
@@ -211,10 +151,9 @@ void CrashWhileDumping(const Host& host) {
   g_writeDump =
       Host::Replace(host.Module(), "MiniDumpWriteDump", &WriteDumpOnceRefused)
           .Original();
-  host.Start();
-  host.Request("KovaCrash", kNull);
+  host.StartAndAsk("crash-null");
   ::WaitForSingleObject(g_dumping, kPatienceMs);
-  host.Request("KovaCrash", kNull);
+  host.Request("KovaCrash", "crash-null");
 }
 
 // Both threads are let go into the crash by one event.
@@ -263,12 +202,6 @@ void CrashInSample(const Host& host) {
   Host::Replace(sample, "GetPrinterW", &GiveBadNames);
   host.Start();
   host.Request("KovaCrashSample", "page");
-}
-
-// A line that the event log's client crashes on, before the crash is logged.
-void CrashInLogSink(const Host& host) {
-  Host::Replace(host.Module(), "ReportEventW", &CrashInReport);
-  host.Start();
 }
 
 // --- A host that goes on after a crash ---
@@ -329,27 +262,73 @@ void CrashOnTwoThreads(kova::test::Fault* fault) {
   CrashOnAThread(fault);
 }
 
+// `with` the server, and `without` it the fault that it comes to.
 struct Scenario {
   const char* name;
-  void (*withServer)(const Host& host);
+  void (*with)(const Host& host);
   void (*without)(kova::test::Fault* fault);
   const char* fault;
 };
 constexpr Scenario kScenarios[] = {
-    {"start", &CrashInStart, &CrashHere, "null"},
-    {"stop", &CrashInStop, &CrashHere, "null"},
-    {"restart", &CrashInRestartThread, &CrashOnAThread, "null"},
-    {"accept", &CrashInAcceptThread, &CrashOnAThread, "null"},
-    {"connection", &CrashInConnectionThread, &CrashOnAThread, "null"},
-    {"null", &CrashInExtension<kNull>, &CrashOnAThread, "null"},
-    {"throw", &CrashInExtension<kThrow>, &CrashOnAThread, "throw"},
-    {"divide", &CrashInExtension<kDivide>, &CrashOnAThread, "divide"},
-    {"overflow", &CrashInExtension<kOverflow>, &CrashOnAThread, "overflow"},
+    // The five guarded regions.
+    {"start",
+     [](const Host& host) {
+       Host::Replace<decltype(::GetComputerNameW)>(
+           host.Module(), "GetComputerNameW", &CrashInstead);
+       host.Start();
+     },
+     &CrashHere, "null"},
+    {"stop",
+     [](const Host& host) {
+       host.Start();
+       Host::Replace<decltype(::WSASetEvent)>(host.Module(), "WSASetEvent",
+                                              &CrashInstead);
+       host.Stop();
+     },
+     &CrashHere, "null"},
+    {"restart",
+     [](const Host& host) {
+       Host::Replace<decltype(::WaitForMultipleObjects)>(
+           host.Module(), "WaitForMultipleObjects", &CrashInstead);
+       host.Start();
+     },
+     &CrashOnAThread, "null"},
+    {"accept",
+     [](const Host& host) {
+       Host::Replace<decltype(::listen)>(host.Module(), "listen",
+                                         &CrashInstead);
+       Host::Replace(host.Module(), "WaitForSingleObject", &WaitForDump);
+       host.Start();
+     },
+     &CrashOnAThread, "null"},
+    {"connection",
+     [](const Host& host) {
+       Host::Replace<decltype(::WSARecv)>(host.Module(), "WSARecv",
+                                          &CrashInstead);
+       host.StartAndAsk("keep");
+     },
+     &CrashOnAThread, "null"},
+    // An extension.
+    {"null", [](const Host& host) { host.StartAndAsk("crash-null"); },
+     &CrashOnAThread, "null"},
+    {"throw", [](const Host& host) { host.StartAndAsk("crash-throw"); },
+     &CrashOnAThread, "throw"},
+    {"divide", [](const Host& host) { host.StartAndAsk("crash-divide"); },
+     &CrashOnAThread, "divide"},
+    {"overflow", [](const Host& host) { host.StartAndAsk("crash-overflow"); },
+     &CrashOnAThread, "overflow"},
+    // A line that the event log's client crashes on, before the crash is
+    // logged.
+    {"sink",
+     [](const Host& host) {
+       Host::Replace(host.Module(), "ReportEventW", &CrashInReport);
+       host.Start();
+     },
+     &CrashHere, "null"},
     {"while-dumping", &CrashWhileDumping, &CrashOnTwoThreads, "null"},
     {"together", &CrashTogether, &CrashOnAThread, "null"},
     {"library", &CrashInLibrary, &CrashHere, "null"},
     {"sample", &CrashInSample, &CrashOnAThread, "null"},
-    {"log-sink", &CrashInLogSink, &CrashHere, "null"},
     {"handled", &HandleAndStartAgain, &GoOn, "null"}};
 
 const Scenario* FindScenario(const char* name) {
@@ -366,7 +345,7 @@ void CrashWithServer(const Scenario& scenario, const char* port,
   const Host host(port);
   Host::Replace(host.Module(), "OutputDebugStringW", &KeepLine);
   const kova::test::FakeTickCount clock(kLongUpMs, host.Module());
-  scenario.withServer(host);
+  scenario.with(host);
   ::Sleep(kPatienceMs);
 }
 

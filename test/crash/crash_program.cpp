@@ -14,53 +14,31 @@
 
 namespace {
 
-unsigned WriteToNull(void*) {
-  kova::test::WriteToNull();
-  return 0;
-}
+using kova::test::Fault;
+using kova::test::OverflowTheStack;
+using kova::test::ThrowANumber;
+using kova::test::WriteToNull;
 
-unsigned OverflowTheStack(void*) {
-  kova::test::OverflowTheStack();
-  return 0;
-}
-
-unsigned Throw(void*) {
-  kova::test::ThrowANumber();
-  return 0;
-}
-
-void WINAPI WriteToNullInstead(LPCWSTR) { kova::test::WriteToNull(); }
-
-void WINAPI ThrowInstead(LPCWSTR) { throw std::bad_alloc(); }
-
-void WINAPI ThrowANumberInstead(LPCWSTR) { kova::test::ThrowANumber(); }
+void ThrowAnObject() { throw std::bad_alloc(); }
 
 // What another C++ runtime throws: nothing of this one can catch it.
-void WINAPI ThrowForeignInstead(LPCWSTR) {
-  ::RaiseException(0xE06D7363, 0, 0, nullptr);
+void ThrowAsAnother() { ::RaiseException(0xE06D7363, 0, 0, nullptr); }
+
+template <Fault* fault>
+void WINAPI Instead(LPCWSTR) {
+  fault();
 }
 
-// Crashes by `fault`, and calls `instead` while the crash is being recorded.
-template <kova::test::Fault* fault, decltype(OutputDebugStringW)* instead>
-unsigned CrashAnd(void*) {
-  static const kova::test::ImportPatch<decltype(OutputDebugStringW)> patch(
-      nullptr, "OutputDebugStringW", instead);
+// Crashes by `fault`, and has another one while the crash is being recorded.
+template <Fault* fault, Fault* another = nullptr>
+unsigned Crash(void*) {
+  if constexpr (another != nullptr) {
+    static const kova::test::ImportPatch<decltype(OutputDebugStringW)> patch(
+        nullptr, "OutputDebugStringW", &Instead<another>);
+  }
   fault();
   return 0;
 }
-
-constexpr auto CrashTwice =
-    &CrashAnd<&kova::test::WriteToNull, &WriteToNullInstead>;
-constexpr auto CrashAndThrow =
-    &CrashAnd<&kova::test::WriteToNull, &ThrowInstead>;
-constexpr auto CrashAndThrowNumber =
-    &CrashAnd<&kova::test::WriteToNull, &ThrowANumberInstead>;
-constexpr auto CrashAndThrowForeign =
-    &CrashAnd<&kova::test::WriteToNull, &ThrowForeignInstead>;
-constexpr auto ThrowTwice =
-    &CrashAnd<&kova::test::ThrowANumber, &ThrowANumberInstead>;
-constexpr auto ThrowAndThrowForeign =
-    &CrashAnd<&kova::test::ThrowANumber, &ThrowForeignInstead>;
 
 decltype(std::malloc)* g_malloc = nullptr;
 bool g_failNext = false;
@@ -76,7 +54,7 @@ unsigned CrashWithoutALogger(void*) {
       kova::test::ReadImportSlot(slot));
   kova::test::WriteImportSlot(slot, reinterpret_cast<void*>(&FailOnce));
   g_failNext = true;
-  return WriteToNull(nullptr);
+  return Crash<&WriteToNull>(nullptr);
 }
 
 unsigned ReturnNormally(void*) { return 4660; }
@@ -85,17 +63,18 @@ struct Way {
   const char* name;
   kova::GuardedBody body;
 };
-constexpr Way kWays[] = {{"access", &WriteToNull},
-                         {"overflow", &OverflowTheStack},
-                         {"throw", &Throw},
-                         {"crash-twice", CrashTwice},
-                         {"crash-and-throw", CrashAndThrow},
-                         {"crash-and-throw-number", CrashAndThrowNumber},
-                         {"crash-and-throw-foreign", CrashAndThrowForeign},
-                         {"throw-twice", ThrowTwice},
-                         {"throw-and-throw-foreign", ThrowAndThrowForeign},
-                         {"no-logger", &CrashWithoutALogger},
-                         {"return", &ReturnNormally}};
+constexpr Way kWays[] = {
+    {"access", &Crash<&WriteToNull>},
+    {"overflow", &Crash<&OverflowTheStack>},
+    {"throw", &Crash<&ThrowANumber>},
+    {"crash-twice", &Crash<&WriteToNull, &WriteToNull>},
+    {"crash-and-throw", &Crash<&WriteToNull, &ThrowAnObject>},
+    {"crash-and-throw-number", &Crash<&WriteToNull, &ThrowANumber>},
+    {"crash-and-throw-foreign", &Crash<&WriteToNull, &ThrowAsAnother>},
+    {"throw-twice", &Crash<&ThrowANumber, &ThrowANumber>},
+    {"throw-and-throw-foreign", &Crash<&ThrowANumber, &ThrowAsAnother>},
+    {"no-logger", &CrashWithoutALogger},
+    {"return", &ReturnNormally}};
 
 DWORD WINAPI RunOnAThread(void* way) {
   return kova::RunGuarded(static_cast<const Way*>(way)->body, nullptr);

@@ -10,7 +10,7 @@ trap 'rm -rf "$kept"' EXIT
 make_dumps() {
   KOVA_KEPT_DUMPS="Z:$kept" "$here/script/wine" \
     "$KOVA_BUILD/test-bin/whole_crash_tests.exe" \
-    --gtest_filter='*WritesToNull*:*Overflows*:*CodeOf*'
+    --gtest_filter='*/null:*/overflow:*/library:*/sample'
 }
 
 # read_dump DUMP [FOLDER SYMBOLS]: what lldb says of a dump. FOLDER holds the

@@ -2,7 +2,7 @@
 // first "act=": words with commas between them, ended by anything that is no
 // letter, digit, comma or hyphen.
 //
-//   (none)    echoes what it was given, see EchoBody()
+//   (none)    echoes what it was given, see extension_answers.h
 //   null      no response          length0   a response of length 0
 //   nocopy    the copy fails       huge      claims 0xFFFFFFFF bytes
 //   bytes-N   answers N bytes, the i-th being 'a' + i % 26
@@ -21,6 +21,7 @@
 #include <string>
 
 #include "test/crash/faults.h"
+#include "test/extensions/extension_answers.h"
 #include "test/extensions/extension_record.h"
 
 #ifndef KOVA_TEST_VERSION
@@ -74,21 +75,6 @@ bool Has(const std::string& actions, const char* action) {
          std::string::npos;
 }
 
-std::string Pattern(size_t count) {
-  std::string bytes(count, '\0');
-  for (size_t i = 0; i < count; ++i) {
-    bytes[i] = static_cast<char>('a' + i % 26);
-  }
-  return bytes;
-}
-
-std::string EchoBody(const std::string& request, const wchar_t* address,
-                     uint32_t addressLength, uint32_t keepOpen) {
-  // Addresses are ASCII.
-  return "address=" + std::string(address, address + addressLength) +
-         "\nkeepOpen=" + std::to_string(keepOpen) + "\n" + request;
-}
-
 // The number behind `name`, "act-"; 0 if it is not among the actions.
 uint32_t Number(const std::string& actions, const std::string& name) {
   const size_t found = ("," + actions).find("," + name);
@@ -100,10 +86,10 @@ uint32_t Number(const std::string& actions, const std::string& name) {
 std::string Answer(const std::string& actions, const std::string& echo) {
   const size_t bytes = ("," + actions).find(",bytes-");
   if (bytes != std::string::npos) {
-    return Pattern(std::strtoul(actions.c_str() + bytes + 6, nullptr, 10));
+    return kova::test::Pattern(
+        std::strtoul(actions.c_str() + bytes + 6, nullptr, 10));
   }
-  return "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(echo.size()) +
-         "\r\n\r\n" + echo;
+  return echo;
 }
 
 void Crash(const std::string& actions) {
@@ -174,8 +160,9 @@ KOVA_Response WSIE_HandleServerRequest(KOVA_Context context,
   Trace(context == g_given ? 'H' : '?');
   const std::string bytes(static_cast<const char*>(request),
                           requestLengthBytes);
-  const std::string echo =
-      EchoBody(bytes, clientAddress, clientAddressLength, *keepOpen);
+  // Addresses are ASCII.
+  const std::string address(clientAddress, clientAddress + clientAddressLength);
+  const std::string echo = kova::test::Echo(address, *keepOpen, bytes);
   const std::string actions = FindActions(bytes);
   Do(actions, keepOpen);
   if (Has(actions, "null")) return nullptr;

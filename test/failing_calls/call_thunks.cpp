@@ -83,17 +83,17 @@ void WriteThunk(uint8_t* at, CallThunks::Import* import) {
 }  // namespace
 
 CallThunks::CallThunks(HMODULE module, const FailingCall& failing) {
-  for (const std::string& name : ImportNames(module)) {
+  VisitImports(module, [&](const char* name, void** slot) {
     auto import = std::make_unique<Import>();
     import->name = name;
-    import->slot = FindImportSlot(module, name.c_str());
-    import->function = ReadImportSlot(import->slot);
+    import->slot = slot;
+    import->function = ReadImportSlot(slot);
     if (name == failing.function) {
       import->failure = failing.failure;
       import->failingCall = failing.nth;
     }
     m_imports.push_back(std::move(import));
-  }
+  });
   m_code = static_cast<uint8_t*>(
       ::VirtualAlloc(nullptr, m_imports.size() * kThunkBytes,
                      MEM_COMMIT | MEM_RESERVE, PAGE_EXECUTE_READWRITE));
@@ -105,11 +105,12 @@ CallThunks::CallThunks(HMODULE module, const FailingCall& failing) {
 
 CallThunks::~CallThunks() { ::VirtualFree(m_code, 0, MEM_RELEASE); }
 
-uint32_t CallThunks::Calls(const std::string& function) const {
+std::vector<std::pair<std::string, uint32_t>> CallThunks::Calls() const {
+  std::vector<std::pair<std::string, uint32_t>> calls;
   for (const auto& import : m_imports) {
-    if (import->name == function) return import->calls;
+    calls.emplace_back(import->name, import->calls);
   }
-  return 0;
+  return calls;
 }
 
 bool CallThunks::HasFailed() const {
@@ -124,29 +125,6 @@ void CallThunks::LetAllSucceed() {
     import->failingCall = 0;
     import->failed = false;
   }
-}
-
-std::vector<std::string> ImportNames(HMODULE module) {
-  char* const base = reinterpret_cast<char*>(module);
-  const auto* dos = reinterpret_cast<IMAGE_DOS_HEADER*>(base);
-  const auto* headers =
-      reinterpret_cast<IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
-  const DWORD table =
-      headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT]
-          .VirtualAddress;
-  std::vector<std::string> found;
-  for (auto* from = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(base + table);
-       from->Name != 0; ++from) {
-    const char* names = base + from->OriginalFirstThunk;
-    for (uint64_t thunk = 1;; names += sizeof(thunk)) {
-      std::memcpy(&thunk, names, sizeof(thunk));
-      if (thunk == 0) break;
-      if (IMAGE_SNAP_BY_ORDINAL64(thunk)) continue;
-      // Behind the two bytes of the hint.
-      found.emplace_back(base + thunk + sizeof(WORD));
-    }
-  }
-  return found;
 }
 
 }  // namespace kova::test

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/windows_api.h"
@@ -39,8 +40,8 @@ class CallThunks {
   CallThunks(const CallThunks&) = delete;
   CallThunks& operator=(const CallThunks&) = delete;
 
-  // How often `function` has been called so far.
-  [[nodiscard]] uint32_t Calls(const std::string& function) const;
+  // How often each import has been called so far.
+  [[nodiscard]] std::vector<std::pair<std::string, uint32_t>> Calls() const;
   // Whether the call that was to fail has come.
   [[nodiscard]] bool HasFailed() const;
   // From now on no call fails, and none has.
@@ -52,8 +53,5 @@ class CallThunks {
   std::vector<std::unique_ptr<Import>> m_imports;
   uint8_t* m_code = nullptr;
 };
-
-// The names of all functions that `module` imports, in the order of its table.
-std::vector<std::string> ImportNames(HMODULE module);
 
 }  // namespace kova::test

@@ -219,57 +219,45 @@ const std::vector<FailingFunction>& FailingFunctions() {
   return kRows;
 }
 
-const std::vector<SoundFunction>& SoundFunctions() {
-  constexpr char kNoFailure[] = "reports no failure";
-  constexpr char kMemory[] = "its failure is an exception, or the heap's";
-  constexpr char kPure[] = "computes";
-  constexpr char kWaiting[] = "for a mutex that threads wait for";
-  static const std::vector<SoundFunction> kRows = {
-      // The C++ library's own, and only then; a failure is an exception.
-      {"CreateEventA", kWaiting},
-      {"AcquireSRWLockExclusive", kNoFailure},
-      {"AcquireSRWLockShared", kNoFailure},
-      {"DeleteCriticalSection", kNoFailure},
-      {"EnterCriticalSection", kNoFailure},
-      {"FlsGetValue", kNoFailure},
-      {"FreeLibraryAndExitThread", kNoFailure},
-      {"GetACP", kNoFailure},
-      {"GetModuleHandleW", "the C runtime asks for itself"},
-      {"GetCurrentProcessId", kNoFailure},
-      {"GetCurrentThreadId", kNoFailure},
-      {"GetLastError", kNoFailure},
-      {"GetSystemTimeAsFileTime", kNoFailure},
-      {"GetTickCount", kNoFailure},
-      {"GetTickCount64", kNoFailure},
-      {"InitializeCriticalSection", kNoFailure},
-      {"LeaveCriticalSection", kNoFailure},
-      {"ReleaseMutex", "fails only for a thread that does not hold it"},
-      {"ReleaseSRWLockExclusive", kNoFailure},
-      {"ReleaseSRWLockShared", kNoFailure},
-      {"SetLastError", kNoFailure},
-      {"TlsGetValue", kNoFailure},
-      {"WSAGetLastError", kNoFailure},
-      {"WSASetLastError", kNoFailure},
-      {"___lc_codepage_func", kNoFailure},
-      {"_errno", kNoFailure},
-      {"free", kNoFailure},
-      {"calloc", kMemory},
-      {"malloc", kMemory},
-      {"realloc", kMemory},
-      {"htonl", kPure},
-      {"htons", kPure},
-      {"memchr", kPure},
-      {"memcmp", kPure},
-      {"memcpy", kPure},
-      {"memmove", kPure},
-      {"memset", kPure},
-      {"ntohs", kPure},
-      {"strcmp", kPure},
-      {"strlen", kPure},
-      {"wcslen", kPure},
-      {"wcstol", kPure},
+const std::vector<SoundFunctions>& FunctionsThatDoNotFail() {
+  static const std::vector<SoundFunctions> kGroups = {
+      {"reports no failure",
+       {"AcquireSRWLockExclusive",
+        "AcquireSRWLockShared",
+        "DeleteCriticalSection",
+        "EnterCriticalSection",
+        "FlsGetValue",
+        "FreeLibraryAndExitThread",
+        "GetACP",
+        "GetCurrentProcessId",
+        "GetCurrentThreadId",
+        "GetLastError",
+        "GetSystemTimeAsFileTime",
+        "GetTickCount",
+        "GetTickCount64",
+        "InitializeCriticalSection",
+        "LeaveCriticalSection",
+        "ReleaseSRWLockExclusive",
+        "ReleaseSRWLockShared",
+        "SetLastError",
+        "TlsGetValue",
+        "WSAGetLastError",
+        "WSASetLastError",
+        "___lc_codepage_func",
+        "_errno",
+        "free"}},
+      {"its failure is an exception, or the heap's",
+       {"calloc", "malloc", "realloc"}},
+      {"computes",
+       {"htonl", "htons", "memchr", "memcmp", "memcpy", "memmove", "memset",
+        "ntohs", "strcmp", "strlen", "wcslen", "wcstol"}},
+      {"the C runtime asks for itself", {"GetModuleHandleW"}},
+      {"fails only for a thread that does not hold it", {"ReleaseMutex"}},
+      // Its failure is an exception.
+      {"the C++ library's own, for a mutex that threads wait for",
+       {"CreateEventA"}},
   };
-  return kRows;
+  return kGroups;
 }
 
 char Letter(Got got) {

@@ -25,13 +25,13 @@ struct FailingFunction {
 // All functions whose failure a server can meet while it runs.
 const std::vector<FailingFunction>& FailingFunctions();
 
-// The functions that the library imports besides, and why none of their calls
-// is made to fail.
-struct SoundFunction {
-  const char* name;
+// The functions that the library imports besides, by the reason why none of
+// their calls is made to fail.
+struct SoundFunctions {
   const char* reason;
+  std::vector<const char*> names;
 };
-const std::vector<SoundFunction>& SoundFunctions();
+const std::vector<SoundFunctions>& FunctionsThatDoNotFail();
 
 // '4' for kOwn400, 'C' kCut, 'N' kNothing, 'S' kSilence, 'O' kOther.
 char Letter(Got got);

@@ -31,7 +31,7 @@ bool CameThrough(const Outcome& outcome) {
 int main(int count, char** arguments) {
   if (count != 3) return kova::test::kNotReady;
   ::SetErrorMode(SEM_NOGPFAULTERRORBOX | SEM_FAILCRITICALERRORS);
-  kova::test::Scenario scenario(&EndAtTheFilter);
+  kova::test::FailureScenario scenario(&EndAtTheFilter);
   if (!scenario.IsReady()) return kova::test::kNotReady;
   const auto nth =
       static_cast<uint32_t>(std::strtoul(arguments[2], nullptr, 10));

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "crash/dump.h"
+#include "test/extensions/extension_answers.h"
 #include "test/support/bad_request.h"
 #include "test/support/process_counts.h"
 #include "test/support/test_client.h"
@@ -37,7 +38,7 @@ DWORD WINAPI ShortWait(HANDLE handle, DWORD timeoutMs) {
   return g_wait(handle, timeoutMs == kAnswerMs ? kShortAnswerMs : timeoutMs);
 }
 
-Scenario::OnDump* g_onDump = nullptr;
+FailureScenario::OnDump* g_onDump = nullptr;
 
 BOOL WINAPI TellOfDump(HANDLE, DWORD, HANDLE, MINIDUMP_TYPE,
                        PMINIDUMP_EXCEPTION_INFORMATION,
@@ -53,12 +54,6 @@ std::string Request(const std::string& actions) {
 
 std::string ShareRequest(const std::string& actions) {
   return "GET /?share=kovafailing&act=" + actions + " HTTP/1.1\r\n\r\n";
-}
-
-std::string Pattern(size_t count) {
-  std::string bytes(count, '\0');
-  for (size_t i = 0; i < count; ++i) bytes[i] = static_cast<char>('a' + i % 26);
-  return bytes;
 }
 
 // A thread that has dropped its last reference to the library may still be on
@@ -80,7 +75,7 @@ bool IsTrouble(const std::wstring& line) {
 }  // namespace
 
 // One loaded library, from its load to its unloading.
-class Scenario::Life {
+class FailureScenario::Life {
  public:
   // `thunks` is filled, and must live until the library is gone.
   Life(std::unique_ptr<CallThunks>& thunks, const FailingCall& failing)
@@ -116,14 +111,6 @@ class Scenario::Life {
     const Got got = Ask("GET / HTTP/1.1\r\n\r\n", BadRequest());
     m_server.Stop();
     return got == Got::kAnswer;
-  }
-
-  std::vector<std::pair<std::string, uint32_t>> Calls() const {
-    std::vector<std::pair<std::string, uint32_t>> calls;
-    for (const std::string& name : ImportNames(m_server.Module())) {
-      calls.emplace_back(name, m_thunks.Calls(name));
-    }
-    return calls;
   }
 
  private:
@@ -191,15 +178,15 @@ class Scenario::Life {
   LogCapture m_capture{m_server.Module()};
 };
 
-Scenario::Scenario(OnDump* onDump) : m_onDump(onDump) {
+FailureScenario::FailureScenario(OnDump* onDump) : m_onDump(onDump) {
   m_printer.SetDriverPackage(m_extension.Folder());
 }
 
-bool Scenario::IsReady() const {
+bool FailureScenario::IsReady() const {
   return m_extension.IsLoaded() && m_printer.IsInstalled();
 }
 
-Outcome Scenario::Run(const FailingCall& failing) {
+Outcome FailureScenario::Run(const FailingCall& failing) {
   Outcome outcome;
   g_onDump = m_onDump;
   m_extension.Forget();
@@ -215,7 +202,7 @@ Outcome Scenario::Run(const FailingCall& failing) {
   {
     Life life(thunks, failing);
     life.Live(outcome);
-    m_calls = life.Calls();
+    m_calls = thunks->Calls();
     outcome.servesAgain = life.ServesAgain();
   }
   outcome.unloaded = ::GetModuleHandleW(L"KOVAServer.dll") == nullptr;

@@ -51,14 +51,14 @@ struct Outcome {
 
 // Runs scenarios, each with a freshly loaded library. The printer and the
 // settings are this object's for its life.
-class Scenario {
+class FailureScenario {
  public:
   // Called on the thread that has an unhandled exception, in place of the
   // function that would write its dump.
   using OnDump = void();
 
   // Without `onDump` dumps are written.
-  explicit Scenario(OnDump* onDump = nullptr);
+  explicit FailureScenario(OnDump* onDump = nullptr);
 
   // Whether there are a library, an extension and a printer to run with.
   [[nodiscard]] bool IsReady() const;

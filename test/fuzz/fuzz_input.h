@@ -59,4 +59,13 @@ inline std::wstring Widen(std::string_view bytes) {
   return text;
 }
 
+// What an escape's two digits stand for, whatever they are.
+inline uint8_t Escaped(char high, char low) {
+  const auto digit = [](char c) {
+    const auto code = static_cast<unsigned char>(c);
+    return code >= '0' && code <= '9' ? code - '0' : (code & 15) + 9;
+  };
+  return static_cast<uint8_t>(digit(high) * 16 + digit(low));
+}
+
 }  // namespace kova::fuzz

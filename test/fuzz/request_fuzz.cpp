@@ -1,7 +1,6 @@
 // Parses requests and every beginning of them, with and without form data, and
 // compares the verdict with one worked out in the plainest way, and with that
 // of a look that goes on where the one before ended.
-#include <cctype>
 #include <optional>
 
 #include "http/http_request.h"
@@ -14,28 +13,22 @@ constexpr size_t kMostBytes = 400;
 constexpr std::string_view kBlanks = " \t";
 constexpr std::string_view kTrimmed = " \t\r\n";
 
-std::string_view Trim(std::string_view text, std::string_view characters) {
+template <typename Text>
+Text Trim(Text text, Text characters) {
   const size_t first = text.find_first_not_of(characters);
   if (first == text.npos) return {};
   return text.substr(first, text.find_last_not_of(characters) - first + 1);
 }
 
 std::string_view TrimFront(std::string_view text) {
-  const size_t first = text.find_first_not_of(kBlanks);
-  return first == text.npos ? std::string_view() : text.substr(first);
-}
-
-unsigned Digit(char c) {
-  const auto code = static_cast<unsigned char>(c);
-  return code >= '0' && code <= '9' ? code - '0' : (code & 15u) + 9;
+  return text.substr(std::min(text.find_first_not_of(kBlanks), text.size()));
 }
 
 // Whether a decoded path has any text: its first byte decides.
 bool HasText(std::string_view path) {
   if (path.empty()) return false;
   if (path[0] != '%') return path[0] != 0;
-  return path.size() >= 3 &&
-         ((Digit(path[1]) * 16 + Digit(path[2])) & 255) != 0;
+  return path.size() >= 3 && kova::fuzz::Escaped(path[1], path[2]) != 0;
 }
 
 bool IsGoodRequestLine(std::string_view line) {
@@ -58,10 +51,14 @@ size_t TerminatorAt(std::string_view bytes, size_t at) {
   return 0;
 }
 
-bool EqualsNoCase(std::string_view a, std::string_view b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
-    return std::tolower(static_cast<unsigned char>(x)) ==
-           std::tolower(static_cast<unsigned char>(y));
+// Letters beyond ASCII equal only themselves.
+template <typename Text>
+bool EqualsNoCase(Text a, Text b) {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](auto x, auto y) {
+    const auto lower = [](auto c) {
+      return c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : static_cast<int>(c);
+    };
+    return lower(x) == lower(y);
   });
 }
 
@@ -101,23 +98,12 @@ std::optional<bool> IsComplete(std::string_view bytes) {
   return false;
 }
 
-bool EqualsNoCase(std::wstring_view a, std::wstring_view b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                    [](wchar_t x, wchar_t y) {
-                      return x == y || (x < 0x80 && y < 0x80 &&
-                                        std::tolower(static_cast<int>(x)) ==
-                                            std::tolower(static_cast<int>(y)));
-                    });
-}
-
 // The value as it is found among all fields.
 std::wstring FormValue(const HTTPRequest& request, std::wstring_view name) {
   for (int32_t i = 0; i < request.FormNames().Count(); ++i) {
     if (!EqualsNoCase(request.FormNames()[i].WideView(), name)) continue;
-    const std::wstring value(request.FormValues()[i].WideView());
-    const size_t first = value.find_first_not_of(L" \t\r\n");
-    if (first == value.npos) return {};
-    return value.substr(first, value.find_last_not_of(L" \t\r\n") - first + 1);
+    return std::wstring(Trim<std::wstring_view>(
+        request.FormValues()[i].WideView(), L" \t\r\n"));
   }
   return {};
 }

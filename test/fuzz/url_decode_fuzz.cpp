@@ -5,11 +5,6 @@
 
 namespace {
 
-unsigned Digit(char c) {
-  const auto code = static_cast<unsigned char>(c);
-  return code >= '0' && code <= '9' ? code - '0' : (code & 15u) + 9;
-}
-
 std::string Decode(const std::string& text) {
   std::string decoded;
   for (size_t at = 0; at < text.size(); ++at) {
@@ -19,7 +14,7 @@ std::string Decode(const std::string& text) {
       decoded += text[at];
     } else if (at + 2 < text.size()) {
       decoded +=
-          static_cast<char>(Digit(text[at + 1]) * 16 + Digit(text[at + 2]));
+          static_cast<char>(kova::fuzz::Escaped(text[at + 1], text[at + 2]));
       at += 2;
     } else {
       break;

@@ -3,7 +3,6 @@
 Called by script/mutate, whose --help says how.
 """
 import argparse
-import json
 import re
 import sys
 import time
@@ -119,13 +118,6 @@ def show(results, chosen):
                 f"{sum(r[1] == v for r in mine):>17}" for v in VERDICTS))
 
 
-def as_json(results, chosen):
-    return json.dumps({"listed": len(chosen), "tried": len(results), "changes": [
-        {"room": c.room, "file": c.path, "line": c.line, "kind": c.kind,
-         "from": c.old, "to": c.new, "verdict": verdict, "detail": detail}
-        for c, verdict, detail in results]}, indent=2)
-
-
 def parse(arguments):
     parser = argparse.ArgumentParser(
         prog="script/mutate", formatter_class=argparse.RawTextHelpFormatter,
@@ -146,21 +138,14 @@ Exit codes: 0 everything was noticed, 1 something survived, 2 could not start.""
         "default: all rooms")
     parser.add_argument("--count", type=int, default=160,
                         help="how many changes in all (default 160)")
-    parser.add_argument("--begin", type=int, default=1, metavar="N",
-                        help="leave out those before the N-th, which an\n"
-                        "earlier run has tried")
     parser.add_argument("--minutes", type=float, default=600,
                         help="begin no new change after so many minutes")
     parser.add_argument("--list", action="store_true",
                         help="show the changes, try none")
-    parser.add_argument("--json", action="store_true",
-                        help="the results as JSON on standard output")
     options = parser.parse_args(arguments)
     options.wanted = [wanted(parser, room) for room in options.room or ROOMS]
     if options.count < 1:
         parser.error("--count must be at least 1")
-    if options.begin < 1:
-        parser.error("--begin must be at least 1")
     return options
 
 
@@ -172,11 +157,6 @@ def wanted(parser, name):
         return found[2], name
     parser.error(f"{name} is neither a room nor a file of one; rooms are: "
                  + ", ".join(ROOMS))
-
-
-def chosen_of(root, options):
-    everything = choice(root, options.wanted, options.count)
-    return everything[options.begin - 1:]
 
 
 def rooms_of(root, wanted):
@@ -192,27 +172,20 @@ def run(options):
     shop = Workshop(ROOT, ROOT / "build" / "mutate")
     rooms = rooms_of(ROOT, options.wanted)
     shop.prepare(rooms, say)
-    chosen = chosen_of(shop.folder, options)
+    chosen = choice(shop.folder, options.wanted, options.count)
     if not chosen:
         raise Broken("there is nothing to change in that place")
     results = []
-
-    def done(*result):
-        results.append(result)
-        (shop.folder / "results.json").write_text(as_json(results, chosen))
-
-    try_all(shop, chosen, rooms, options.minutes, done)
-    if options.json:
-        print(as_json(results, chosen))
-    else:
-        show(results, chosen)
+    try_all(shop, chosen, rooms, options.minutes,
+            lambda *result: results.append(result))
+    show(results, chosen)
     return 1 if any(r[1] == "survived" for r in results) else 0
 
 
 def main():
     options = parse(sys.argv[1:])
     if options.list:
-        for change in chosen_of(ROOT, options):
+        for change in choice(ROOT, options.wanted, options.count):
             print(row(change))
         return 0
     try:

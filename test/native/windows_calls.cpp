@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
-#include <map>
 #include <mutex>
 #include <string>
 
@@ -31,21 +30,21 @@ BOOL RealGetComputerNameW(wchar_t* name, DWORD* size) {
   return 1;
 }
 
-std::map<std::string, void*>& Slots() {
-  static std::map<std::string, void*> slots = {
-      {"GetACP", reinterpret_cast<void*>(&RealGetACP)},
-      {"GetComputerNameW", reinterpret_cast<void*>(&RealGetComputerNameW)},
-      {"MultiByteToWideChar",
-       reinterpret_cast<void*>(&RealMultiByteToWideChar)},
-      {"WideCharToMultiByte",
-       reinterpret_cast<void*>(&RealWideCharToMultiByte)},
-  };
-  return slots;
-}
+struct Slot {
+  const char* name;
+  void* function;
+};
+Slot slots[] = {
+    {"GetACP", reinterpret_cast<void*>(&RealGetACP)},
+    {"GetComputerNameW", reinterpret_cast<void*>(&RealGetComputerNameW)},
+    {"MultiByteToWideChar", reinterpret_cast<void*>(&RealMultiByteToWideChar)},
+    {"WideCharToMultiByte", reinterpret_cast<void*>(&RealWideCharToMultiByte)},
+};
 
 template <typename Function>
-Function* Current(void* const& slot) {
-  return reinterpret_cast<Function*>(slot);
+Function* Current(const char* name) {
+  return reinterpret_cast<Function*>(
+      *kova::test::FindImportSlot(nullptr, name));
 }
 
 std::recursive_mutex* MutexOf(CRITICAL_SECTION* section) {
@@ -57,12 +56,11 @@ std::recursive_mutex* MutexOf(CRITICAL_SECTION* section) {
 namespace kova::test {
 
 void** FindImportSlot(HMODULE, const char* name) {
-  const auto found = Slots().find(name);
-  if (found == Slots().end()) {
-    std::fprintf(stderr, "no stand-in for %s to replace\n", name);
-    std::abort();
+  for (Slot& slot : slots) {
+    if (std::strcmp(slot.name, name) == 0) return &slot.function;
   }
-  return &found->second;
+  std::fprintf(stderr, "no stand-in for %s to replace\n", name);
+  std::abort();
 }
 
 }  // namespace kova::test
@@ -83,31 +81,22 @@ void DeleteCriticalSection(CRITICAL_SECTION* section) {
 DWORD GetLastError() { return lastError; }
 void SetLastError(DWORD error) { lastError = error; }
 
-UINT GetACP() {
-  static void* const& slot = *kova::test::FindImportSlot(nullptr, "GetACP");
-  return Current<decltype(GetACP)>(slot)();
-}
+UINT GetACP() { return Current<decltype(GetACP)>("GetACP")(); }
 
 int MultiByteToWideChar(UINT codePage, DWORD flags, const char* text,
                         int length, wchar_t* out, int outUnits) {
-  static void* const& slot =
-      *kova::test::FindImportSlot(nullptr, "MultiByteToWideChar");
-  return Current<decltype(MultiByteToWideChar)>(slot)(codePage, flags, text,
-                                                      length, out, outUnits);
+  return Current<decltype(MultiByteToWideChar)>("MultiByteToWideChar")(
+      codePage, flags, text, length, out, outUnits);
 }
 
 int WideCharToMultiByte(UINT codePage, DWORD flags, const wchar_t* text,
                         int length, char* out, int outBytes,
                         const char* defaultCharacter, BOOL* usedDefault) {
-  static void* const& slot =
-      *kova::test::FindImportSlot(nullptr, "WideCharToMultiByte");
-  return Current<decltype(WideCharToMultiByte)>(slot)(
+  return Current<decltype(WideCharToMultiByte)>("WideCharToMultiByte")(
       codePage, flags, text, length, out, outBytes, defaultCharacter,
       usedDefault);
 }
 
 BOOL GetComputerNameW(wchar_t* name, DWORD* size) {
-  static void* const& slot =
-      *kova::test::FindImportSlot(nullptr, "GetComputerNameW");
-  return Current<decltype(GetComputerNameW)>(slot)(name, size);
+  return Current<decltype(GetComputerNameW)>("GetComputerNameW")(name, size);
 }

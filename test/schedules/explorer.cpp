@@ -10,17 +10,11 @@ namespace {
 
 using Choice = ScheduleChooser::Choice;
 
-// A schedule, and how much of the limits it uses.
+// A schedule, and how much of the limits it uses up.
 struct Candidate {
   Schedule schedule;
   int preemptions = 0;
-  int switches = 0;
 };
-
-bool IsWithin(const Limits& limits, const Candidate& candidate) {
-  return candidate.preemptions <= limits.preemptions &&
-         candidate.switches <= limits.switches;
-}
 
 // Those that deviate once more, later than `from` does anywhere.
 void AddLonger(const Limits& limits, const Candidate& from,
@@ -29,8 +23,8 @@ void AddLonger(const Limits& limits, const Candidate& from,
   size_t point = from.schedule.empty() ? 0 : from.schedule.back().point + 1;
   for (; point < choices.size(); ++point) {
     Candidate next = from;
-    ++(choices[point].isForced ? next.switches : next.preemptions);
-    if (!IsWithin(limits, next)) continue;
+    next.preemptions += choices[point].isForced ? 0 : 1;
+    if (next.preemptions > limits.preemptions) continue;
     next.schedule.push_back({point, 0});
     for (size_t option = 1; option < choices[point].options; ++option) {
       next.schedule.back().option = option;
@@ -78,19 +72,15 @@ std::optional<Schedule> ParseSchedule(const std::string& text) {
   return schedule;
 }
 
-ScheduleChooser::ScheduleChooser(Schedule schedule)
-    : m_schedule(std::move(schedule)) {}
-
 size_t ScheduleChooser::Choose(const std::vector<Option>& options,
-                               bool isForced, ThreadId current,
-                               const char* what) {
+                               ThreadId current, const char* what) {
   size_t taken = 0;
   if (!IsExhausted() && m_schedule[m_next].point == m_choices.size()) {
     taken = std::min(m_schedule[m_next].option, options.size() - 1);
     ++m_next;
   }
-  m_choices.push_back(
-      {options.size(), taken, isForced, current, options[taken], what});
+  m_choices.push_back({options.size(), taken, options[0].thread != current,
+                       current, options[taken], what});
   return taken;
 }
 

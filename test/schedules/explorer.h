@@ -4,6 +4,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "test/schedules/scheduler.h"
@@ -24,14 +25,9 @@ using Schedule = std::vector<Deviation>;
 
 // How far from the default schedules may go.
 struct Limits {
-  static constexpr int kAny = 1000000;
-
   // Choices that take the processor from a thread that could go on, stalls
   // among them.
   int preemptions = 2;
-  // Choices of another thread than the default one where the running thread
-  // cannot go on.
-  int switches = kAny;
   // At most so many; where there are more, a sample that is the same each time.
   uint64_t schedules = ~uint64_t{0};
 };
@@ -39,14 +35,15 @@ struct Limits {
 // Makes the choices of one run, and notes what there was to choose.
 class ScheduleChooser : public Chooser {
  public:
-  explicit ScheduleChooser(Schedule schedule);
-  size_t Choose(const std::vector<Option>& options, bool isForced,
-                ThreadId current, const char* what) override;
+  explicit ScheduleChooser(Schedule schedule = {})
+      : m_schedule(std::move(schedule)) {}
+  size_t Choose(const std::vector<Option>& options, ThreadId current,
+                const char* what) override;
 
   struct Choice {
     size_t options = 0;
     size_t taken = 0;
-    bool isForced = false;
+    bool isForced = false;  // the running thread could not go on
     ThreadId current = kNoThread;
     Option option;
     const char* what = nullptr;

@@ -73,13 +73,13 @@ HMODULE ExtensionModule() { return reinterpret_cast<HMODULE>(&g_state); }
 
 FARPROC ExtensionFunction(const char* name) {
   const Thunk functions[] = {
-      MakeThunk("WSIE_GetInterfaceVersionsSupported", &Versions),
-      MakeThunk("WSIE_SetKOVAServerRestartRoutine", &TakeRestart),
-      MakeThunk("WSIE_WebServerInitialize", &Initialise),
-      MakeThunk("WSIE_HandleServerRequest", &Handle),
-      MakeThunk("WSIE_GetResponseLength", &Length),
-      MakeThunk("WSIE_GetResponse", &Copy),
-      MakeThunk("WSIE_ReleaseResponse", &Release),
+      By("WSIE_GetInterfaceVersionsSupported", &Versions),
+      By("WSIE_SetKOVAServerRestartRoutine", &TakeRestart),
+      By("WSIE_WebServerInitialize", &Initialise),
+      By("WSIE_HandleServerRequest", &Handle),
+      By("WSIE_GetResponseLength", &Length),
+      By("WSIE_GetResponse", &Copy),
+      By("WSIE_ReleaseResponse", &Release),
   };
   for (const Thunk& function : functions) {
     if (std::strcmp(function.name, name) == 0) {

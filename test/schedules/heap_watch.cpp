@@ -21,42 +21,52 @@ void* HeapWatch::Allocate(size_t bytes) {
   return block;
 }
 
-void HeapWatch::Free(void* block) {
-  if (block == nullptr) return;
-  const auto found = m_blocks.find(block);
-  if (found == m_blocks.end()) {
-    const bool twice = std::ranges::any_of(
-        m_freed, [block](const Freed& freed) { return freed.block == block; });
-    if (twice) {
-      m_complain("a block of memory is freed twice");
-    } else {
-      std::free(block);  // from before the library was watched
-    }
-    return;
-  }
-  const size_t bytes = std::min(found->second, kMostOverwritten);
-  std::memset(block, kFreedByte, bytes);
-  m_freed.push_back({block, bytes});
-  m_blocks.erase(found);
+void* HeapWatch::AllocateZeroed(size_t count, size_t each) {
+  void* const block = Allocate(count * each);
+  return block == nullptr ? nullptr : std::memset(block, 0, count * each);
 }
 
 void* HeapWatch::AllocateAgain(void* block, size_t bytes) {
   if (block == nullptr) return Allocate(bytes);
   const auto found = m_blocks.find(block);
   if (found == m_blocks.end()) return std::realloc(block, bytes);
+  const size_t kept = std::min(bytes, found->second);
   void* const larger = Allocate(bytes);
   if (larger == nullptr) return nullptr;
-  std::memcpy(larger, block, std::min(bytes, m_blocks[block]));
+  std::memcpy(larger, block, kept);
   Free(block);
   return larger;
+}
+
+void HeapWatch::Free(void* block) {
+  if (block == nullptr) return;
+  const auto found = m_blocks.find(block);
+  if (found != m_blocks.end()) {
+    const size_t bytes = std::min(found->second, kMostOverwritten);
+    std::memset(block, kFreedByte, bytes);
+    m_freed.push_back({block, bytes});
+    m_blocks.erase(found);
+  } else if (std::ranges::find(m_freed, block, &Freed::block) !=
+             m_freed.end()) {
+    TheMachine().Complain("a block of memory is freed twice");
+  } else {
+    std::free(block);  // from before the library was watched
+  }
+}
+
+char* HeapWatch::Duplicate(const char* text) {
+  const size_t bytes = std::strlen(text) + 1;
+  return static_cast<char*>(std::memcpy(Allocate(bytes), text, bytes));
 }
 
 void HeapWatch::Sift() {
   for (const Freed& freed : m_freed) {
     const auto* const bytes = static_cast<const unsigned char*>(freed.block);
-    if (!std::all_of(bytes, bytes + freed.bytes,
-                     [](unsigned char byte) { return byte == kFreedByte; })) {
-      m_complain("a block of memory is written to after it was freed");
+    if (std::count(bytes, bytes + freed.bytes, kFreedByte) !=
+        static_cast<ptrdiff_t>(freed.bytes)) {
+      TheMachine().Complain(
+          "a block of memory is written to after it was "
+          "freed");
     }
     std::free(freed.block);
   }
@@ -69,38 +79,13 @@ void HeapWatch::Reset() {
   m_blocks.clear();
 }
 
-namespace {
-
-HeapWatch& Heap() { return TheMachine().heap; }
-
-void* __cdecl Allocate(size_t bytes) { return Heap().Allocate(bytes); }
-
-void* __cdecl AllocateZeroed(size_t count, size_t each) {
-  void* const block = Heap().Allocate(count * each);
-  if (block != nullptr) std::memset(block, 0, count * each);
-  return block;
-}
-
-void* __cdecl AllocateAgain(void* block, size_t bytes) {
-  return Heap().AllocateAgain(block, bytes);
-}
-
-void __cdecl Free(void* block) { Heap().Free(block); }
-
-char* __cdecl Duplicate(const char* text) {
-  const size_t bytes = std::strlen(text) + 1;
-  return static_cast<char*>(std::memcpy(Heap().Allocate(bytes), text, bytes));
-}
-
-}  // namespace
-
 std::span<const Thunk> HeapThunks() {
   static const Thunk thunks[] = {
-      MakeThunk("malloc", &Allocate),
-      MakeThunk("calloc", &AllocateZeroed),
-      MakeThunk("realloc", &AllocateAgain),
-      MakeThunk("free", &Free),
-      MakeThunk("_strdup", &Duplicate),
+      Silently<"malloc", &HeapWatch::Allocate>(),
+      Silently<"calloc", &HeapWatch::AllocateZeroed>(),
+      Silently<"realloc", &HeapWatch::AllocateAgain>(),
+      Silently<"free", &HeapWatch::Free>(),
+      Silently<"_strdup", &HeapWatch::Duplicate>(),
   };
   return thunks;
 }

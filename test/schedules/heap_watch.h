@@ -2,9 +2,7 @@
 #pragma once
 
 #include <cstddef>
-#include <functional>
 #include <span>
-#include <string>
 #include <unordered_map>
 #include <vector>
 
@@ -17,15 +15,17 @@ namespace kova::test {
 // by the exception that its use raises.
 class HeapWatch {
  public:
-  using Complain = std::function<void(const std::string&)>;
-  explicit HeapWatch(Complain complain) : m_complain(std::move(complain)) {}
+  HeapWatch() = default;
   ~HeapWatch() { Reset(); }
   HeapWatch(const HeapWatch&) = delete;
   HeapWatch& operator=(const HeapWatch&) = delete;
 
+  // The library's calls, see HeapThunks().
   void* Allocate(size_t bytes);
+  void* AllocateZeroed(size_t count, size_t each);
   void* AllocateAgain(void* block, size_t bytes);
   void Free(void* block);
+  char* Duplicate(const char* text);
 
   [[nodiscard]] size_t Blocks() const { return m_blocks.size(); }
   // Complains of writes to freed blocks, and lets these go.
@@ -39,7 +39,6 @@ class HeapWatch {
     size_t bytes;
   };
 
-  const Complain m_complain;
   std::unordered_map<void*, size_t> m_blocks;
   std::vector<Freed> m_freed;
 };

@@ -5,58 +5,36 @@
 namespace kova::test {
 namespace {
 
-void StartAndStop(ScheduledServer& server) {
-  server.Start();
-  server.Stop();
+constexpr uint32_t kEverything = 0xFFFFFFFF;
+constexpr DWORD kAfterARefreshMs = 5100;
+
+void AskBeside(ScheduledServer& server, const char* act) {
+  server.Beside("client", [&server, act] { server.AskAndClose(act); });
 }
 
-void StopAndNewcomer(ScheduledServer& server) {
+void StartAndAsk(ScheduledServer& server, const char* act) {
   server.Start();
-  server.Beside("client", [&server] { server.AskAndClose("act=echo"); });
-  server.Stop();
+  AskBeside(server, act);
 }
 
-void StopAndRestart(ScheduledServer& server) {
-  server.Start();
-  server.Beside("extension", &AskForRestart);
-  server.Stop();
+void AwaitAConnection(ScheduledServer& server) {
+  server.Await("waiting for a connection", [&server] {
+    return server.TheMachine().winsock.OpenSockets() > 1;
+  });
 }
 
-void RestartWithAConnection(ScheduledServer& server) {
-  server.Start();
-  server.Beside("client", [&server] { server.AskAndClose("act=echo"); });
-  server.Beside("extension", &AskForRestart);
+void WaitForClientsAndStop(ScheduledServer& server) {
   server.AwaitClients();
   server.Stop();
 }
 
-void TwoRestarts(ScheduledServer& server) {
-  server.Start();
-  server.Beside("extension", &AskForRestart);
-  server.Beside("extension", &AskForRestart);
-  server.AwaitClients();
-  server.Stop();
-}
-
-void RestartFromAHandler(ScheduledServer& server) {
-  server.Start();
-  server.Beside("client", [&server] { server.AskAndClose("act=restart"); });
-  server.AwaitClients();
-  server.Stop();
-}
-
-void RestartInAHandlerAndStop(ScheduledServer& server) {
-  server.Start();
-  server.Beside("client", [&server] { server.AskAndClose("act=restart"); });
-  server.Stop();
-}
-
-// One connection, as far as a request that begins with `bytes` gets it.
-ConnectionPtr ConnectAndSend(ScheduledServer& server, const std::string& bytes,
-                             size_t windowBytes = 65536) {
+// Starts; one connection, as far as a request that begins with `bytes` gets it.
+ConnectionPtr StartAndSend(ScheduledServer& server, const std::string& bytes,
+                           size_t windowBytes = 65536) {
   WinsockModel& winsock = server.TheMachine().winsock;
   ConnectionPtr connection;
   bool sent = false;
+  server.Start();
   server.Beside("client", [&] {
     connection = winsock.Connect(windowBytes);
     if (connection != nullptr && !bytes.empty()) {
@@ -76,14 +54,18 @@ void StopWith(ScheduledServer& server, const ConnectionPtr& connection) {
   }
 }
 
-void StopConnected(ScheduledServer& server) {
-  server.Start();
-  StopWith(server, ConnectAndSend(server, ""));
+// A connection whose request waits in the extension.
+ConnectionPtr EnterTheExtension(ScheduledServer& server) {
+  TheExtension().gateIsOpen = false;
+  ConnectionPtr connection =
+      StartAndSend(server, ScheduledServer::Request("wait"));
+  server.Await("waiting for the extension",
+               [] { return TheExtension().inside > 0; });
+  return connection;
 }
 
 void StopAfterHalfARequest(ScheduledServer& server) {
-  server.Start();
-  const ConnectionPtr connection = ConnectAndSend(server, "GET /?printer=KOVA");
+  const ConnectionPtr connection = StartAndSend(server, "GET /?printer=KOVA");
   server.Await("waiting for half a request", [&] {
     return connection != nullptr && connection->toServer.empty();
   });
@@ -91,30 +73,14 @@ void StopAfterHalfARequest(ScheduledServer& server) {
 }
 
 void StopInsideTheExtension(ScheduledServer& server) {
-  server.Start();
-  TheExtension().gateIsOpen = false;
-  const ConnectionPtr connection =
-      ConnectAndSend(server, "GET /?printer=KOVA&act=wait HTTP/1.1\r\n\r\n");
-  server.Await("waiting for the extension",
-               [] { return TheExtension().inside > 0; });
+  const ConnectionPtr connection = EnterTheExtension(server);
   server.Beside("driver", [] { TheExtension().gateIsOpen = true; });
   StopWith(server, connection);
 }
 
-void StopWithAStuckExtension(ScheduledServer& server) {
-  server.Start();
-  TheExtension().gateIsOpen = false;
-  const ConnectionPtr connection =
-      ConnectAndSend(server, "GET /?printer=KOVA&act=wait HTTP/1.1\r\n\r\n");
-  server.Await("waiting for the extension",
-               [] { return TheExtension().inside > 0; });
-  StopWith(server, connection);
-}
-
 void StopAfterHalfAnAnswer(ScheduledServer& server) {
-  server.Start();
-  const ConnectionPtr connection = ConnectAndSend(
-      server, "GET /?printer=KOVA&act=big HTTP/1.1\r\n\r\n", kBigBytes / 2);
+  const ConnectionPtr connection =
+      StartAndSend(server, ScheduledServer::Request("big"), kBigBytes / 2);
   server.Await("waiting for half an answer", [&] {
     return connection != nullptr &&
            connection->toClient.size() == connection->windowBytes;
@@ -123,24 +89,12 @@ void StopAfterHalfAnAnswer(ScheduledServer& server) {
 }
 
 void StopKeptOpen(ScheduledServer& server) {
-  server.Start();
   const ConnectionPtr connection =
-      ConnectAndSend(server, "GET /?printer=KOVA&act=keep HTTP/1.1\r\n\r\n");
+      StartAndSend(server, ScheduledServer::Request("keep"));
   server.Await("waiting for the answer", [&] {
     return connection != nullptr && connection->toClient == kAnswer;
   });
   StopWith(server, connection);
-}
-
-void StopWithTwoConnections(ScheduledServer& server) {
-  server.Start();
-  for (int i = 0; i < 2; ++i) {
-    server.Beside("client", [&server] { server.AskAndClose("act=echo"); });
-  }
-  server.Await("waiting for a connection", [&server] {
-    return server.TheMachine().winsock.OpenSockets() > 1;
-  });
-  server.Stop();
 }
 
 // A send that succeeds leaves the last error alone, and nothing is left to send
@@ -150,7 +104,7 @@ void AnswerAfterAStaleError(ScheduledServer& server) {
   const Scheduler& scheduler = server.TheMachine().scheduler;
   server.Start();
   const uint64_t startMs = scheduler.NowMs();
-  server.Beside("client", [&server] { server.AskAndClose("act=stale"); });
+  AskBeside(server, "stale");
   server.AwaitClients();
   if (scheduler.Stalls().empty() && scheduler.NowMs() - startMs > kPromptMs) {
     server.Complain("a connection stays open after its whole answer");
@@ -176,7 +130,9 @@ void KeepSending(Machine& machine, Flow& flow) {
       return connection.toServer.empty() || connection.serverClosed;
     });
     ++flow.taken;
-    if (machine.scheduler.StandsAt(0, "Sleep")) ++flow.takenInStop;
+    if (machine.scheduler[0].at == std::string_view("Sleep")) {
+      ++flow.takenInStop;
+    }
     machine.winsock.ClientSends(connection, "more");
   }
   machine.winsock.ClientCloses(connection);
@@ -196,63 +152,93 @@ void StopWhileDataFlows(ScheduledServer& server) {
   }
 }
 
-constexpr uint32_t kEverything = 0xFFFFFFFF;
-
-// Each line takes locks and calls the system in the middle of everything else.
-void StopAmongLines(ScheduledServer& server) {
-  server.TheMachine().system.SetMask(kEverything);
-  server.Start();
-  server.Beside("client", [&server] { server.AskAndClose("act=echo"); });
-  server.Await("waiting for a connection", [&server] {
-    return server.TheMachine().winsock.OpenSockets() > 1;
-  });
-  server.Stop();
-}
-
-constexpr DWORD kAfterARefreshMs = 5100;
-
 void MaskChangeAndLines(ScheduledServer& server) {
   SystemModel& system = server.TheMachine().system;
   Scheduler& scheduler = server.TheMachine().scheduler;
   system.SetMask(kEverything);
   scheduler.Await("passing time", [] { return false; }, kAfterARefreshMs);
-  server.Start();
-  server.Beside("client", [&server] { server.AskAndClose("act=echo"); });
+  StartAndAsk(server, "echo");
   server.Beside("administrator", [&system, &scheduler] {
     system.SetMask(SystemModel::kUsualMask);
     scheduler.Await("passing time", [] { return false; }, kAfterARefreshMs);
     system.SetMask(kEverything);
   });
-  server.AwaitClients();
-  server.Stop();
+  WaitForClientsAndStop(server);
   for (const std::wstring& line : system.Lines()) {
-    if (line.find(L": ") == std::wstring::npos) {
-      server.Complain("a line is no line");
-    }
+    if (line.find(L": ") == line.npos) server.Complain("a line is no line");
   }
 }
 
 }  // namespace
 
 std::span<const Scenario> Scenarios() {
+  using Server = ScheduledServer;
   static const Scenario scenarios[] = {
-      {"StartAndStop", &StartAndStop},
-      {"StopAndNewcomer", &StopAndNewcomer},
-      {"StopAndRestart", &StopAndRestart},
-      {"RestartWithAConnection", &RestartWithAConnection},
-      {"TwoRestarts", &TwoRestarts},
-      {"RestartFromAHandler", &RestartFromAHandler},
-      {"RestartInAHandlerAndStop", &RestartInAHandlerAndStop},
-      {"StopConnected", &StopConnected},
+      {"StartAndStop",
+       [](Server& server) {
+         server.Start();
+         server.Stop();
+       }},
+      {"StopAndNewcomer",
+       [](Server& server) {
+         StartAndAsk(server, "echo");
+         server.Stop();
+       }},
+      {"StopAndRestart",
+       [](Server& server) {
+         server.Start();
+         server.Beside("extension", &AskForRestart);
+         server.Stop();
+       }},
+      {"RestartWithAConnection",
+       [](Server& server) {
+         StartAndAsk(server, "echo");
+         server.Beside("extension", &AskForRestart);
+         WaitForClientsAndStop(server);
+       }},
+      {"TwoRestarts",
+       [](Server& server) {
+         server.Start();
+         server.Beside("extension", &AskForRestart);
+         server.Beside("extension", &AskForRestart);
+         WaitForClientsAndStop(server);
+       }},
+      {"RestartFromAHandler",
+       [](Server& server) {
+         StartAndAsk(server, "restart");
+         WaitForClientsAndStop(server);
+       }},
+      {"RestartInAHandlerAndStop",
+       [](Server& server) {
+         StartAndAsk(server, "restart");
+         server.Stop();
+       }},
+      {"StopConnected",
+       [](Server& server) { StopWith(server, StartAndSend(server, "")); }},
       {"StopAfterHalfARequest", &StopAfterHalfARequest},
       {"StopInsideTheExtension", &StopInsideTheExtension},
-      {"StopWithAStuckExtension", &StopWithAStuckExtension},
+      {"StopWithAStuckExtension",
+       [](Server& server) { StopWith(server, EnterTheExtension(server)); }},
       {"StopAfterHalfAnAnswer", &StopAfterHalfAnAnswer},
       {"StopKeptOpen", &StopKeptOpen},
-      {"StopWithTwoConnections", &StopWithTwoConnections},
+      {"StopWithTwoConnections",
+       [](Server& server) {
+         StartAndAsk(server, "echo");
+         AskBeside(server, "echo");
+         AwaitAConnection(server);
+         server.Stop();
+       }},
       {"AnswerAfterAStaleError", &AnswerAfterAStaleError},
       {"StopWhileDataFlows", &StopWhileDataFlows},
-      {"StopAmongLines", &StopAmongLines},
+      // Each line takes locks and calls the system in the middle of everything
+      // else.
+      {"StopAmongLines",
+       [](Server& server) {
+         server.TheMachine().system.SetMask(kEverything);
+         StartAndAsk(server, "echo");
+         AwaitAConnection(server);
+         server.Stop();
+       }},
       {"MaskChangeAndLines", &MaskChangeAndLines},
   };
   return scenarios;

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "test/schedules/extension.h"
+#include "test/support/exported_function.h"
 #include "test/support/server_fixture.h"
 
 namespace kova::test {
@@ -14,25 +15,11 @@ constexpr uint64_t kStopBoundMs = 10000;
 // A restart that is under way is waited for: a stop, and the listener's time to
 // answer.
 constexpr uint64_t kRestartBoundMs = 40000;
-constexpr const char* kRestartThread = "restart";
+constexpr std::string_view kRestartThread = "restart";
 constexpr uint64_t kPatienceMs = 1000000;
-
-template <typename Function>
-Function* Find(HMODULE module, const char* name) {
-  return reinterpret_cast<Function*>(
-      reinterpret_cast<void*>(::GetProcAddress(module, name)));
-}
-
-// Takes every default.
-class DefaultChooser : public Chooser {
- public:
-  size_t Choose(const std::vector<Option>&, bool, ThreadId,
-                const char*) override {
-    return 0;
-  }
-};
-
-void DoNothing(ScheduledServer&) {}
+// Of those in use, what a thread that is killed may keep: the reference that it
+// holds, by design, and what only it knew of.
+constexpr size_t kBlocksOfAThread = 50;
 
 }  // namespace
 
@@ -42,19 +29,20 @@ ScheduledServer::~ScheduledServer() { Unload(); }
 
 bool ScheduledServer::Load() {
   m_machine.Reset();
-  m_module = ::LoadLibraryW(
-      (TestProgramFolder() + L"\\..\\bin\\KOVAServer.dll").c_str());
+  m_module = ::LoadLibraryW(ServerLibraryPath().c_str());
   if (m_module == nullptr) return false;
   m_escaping = m_machine.Capture(m_module);
-  m_start = Find<KOVA_StartServer>(m_module, "StartKOVAServer");
-  m_stop = Find<KOVA_StopServer>(m_module, "StopKOVAServer");
-  DefaultChooser chooser;
+  m_start = ExportedFunction<KOVA_StartServer>(m_module, "StartKOVAServer");
+  m_stop = ExportedFunction<KOVA_StopServer>(m_module, "StopKOVAServer");
+  ScheduleChooser chooser;
   // The first run makes what lives as long as the library. So does the file
   // sink, deliberately, at its first line.
   m_machine.system.SetMask(~0u);
+  m_before = m_machine.WhatIsHeld();
   for (int i = 0; i < 2; ++i) {
     m_machine.BeginRun();
-    m_machine.scheduler.Run([this] { Live({"", &DoNothing}); }, chooser);
+    m_machine.scheduler.Run([this] { Live({"", [](ScheduledServer&) {}}); },
+                            chooser);
     m_machine.heap.Sift();
   }
   return true;
@@ -117,8 +105,10 @@ void ScheduledServer::LetAllEnd() {
   scheduler.Await(
       "waiting for all to end", [&] { return scheduler.AllOthersEnded(); },
       kPatienceMs);
-  for (const ThreadId thread : scheduler.LivingServerThreads()) {
-    Complain("a thread of the server never ends: " + scheduler.NameOf(thread));
+  for (const auto& thread : scheduler.Threads()) {
+    if (thread->isServers && !thread->hasEnded) {
+      Complain("a thread of the server never ends: " + thread->name);
+    }
   }
   if (m_machine.winsock.IsListening()) Complain("it listens at rest");
 }
@@ -140,15 +130,16 @@ void ScheduledServer::Stop() {
 // whose owner gets no processor cannot be given up.
 uint64_t ScheduledServer::StopBoundMs() const {
   const Scheduler& scheduler = m_machine.scheduler;
-  uint64_t boundMs = kStopBoundMs + m_machine.locks.WaitedMs(0);
+  uint64_t boundMs = kStopBoundMs + m_machine.kernel.WaitedMs(0);
   boundMs += static_cast<uint64_t>(TheExtension().restarts) * kRestartBoundMs;
   for (const Scheduler::Step& stall : scheduler.Stalls()) {
-    if (scheduler.NameOf(stall.thread) == kRestartThread) {
+    if (scheduler[stall.thread].name == kRestartThread) {
       boundMs += Scheduler::kStallMs;
     }
   }
-  for (const ThreadId thread : scheduler.ThreadsNamed(kRestartThread)) {
-    boundMs += m_machine.locks.WaitedMs(thread);
+  for (const auto& thread : scheduler.Threads()) {
+    if (thread->name != kRestartThread) continue;
+    boundMs += m_machine.kernel.WaitedMs(thread->id);
   }
   return boundMs;
 }
@@ -163,8 +154,11 @@ void ScheduledServer::CheckAfterStop(uint64_t elapsedMs) {
     Complain("a stop took " + std::to_string(elapsedMs) + " ms");
   }
   if (m_machine.winsock.IsListening()) Complain("it listens after a stop");
-  const auto living = static_cast<int>(scheduler.LivingServerThreads().size());
-  if (living > m_machine.system.ModuleReferences()) {
+  const auto living =
+      std::ranges::count_if(scheduler.Threads(), [](const auto& thread) {
+        return thread->isServers && !thread->hasEnded;
+      });
+  if (static_cast<size_t>(living) > m_machine.system.ModuleReferences()) {
     Complain("a thread outlives the stop without a hold on the library");
   }
 }
@@ -191,12 +185,15 @@ void ScheduledServer::AwaitClients() {
       kPatienceMs);
 }
 
-void ScheduledServer::AskAndClose(const std::string& act) {
+std::string ScheduledServer::Request(const std::string& act) {
+  return "GET /?printer=KOVA&act=" + act + " HTTP/1.1\r\n\r\n";
+}
+
+std::string ScheduledServer::Ask(const std::string& act) {
   WinsockModel& winsock = m_machine.winsock;
   const ConnectionPtr connection = winsock.Connect();
-  if (connection == nullptr) return;
-  winsock.ClientSends(*connection,
-                      "GET /?printer=KOVA&" + act + " HTTP/1.1\r\n\r\n");
+  if (connection == nullptr) return {};
+  winsock.ClientSends(*connection, Request(act));
   std::string got;
   while (!connection->serverClosed) {
     const std::string more = winsock.ClientReceives(*connection);
@@ -204,63 +201,52 @@ void ScheduledServer::AskAndClose(const std::string& act) {
     got += more;
   }
   winsock.ClientCloses(*connection);
+  return got;
+}
+
+void ScheduledServer::AskAndClose(const std::string& act) {
+  const std::string got = Ask(act);
   if (!std::string(kAnswer).starts_with(got)) Complain("a client got " + got);
 }
 
 void ScheduledServer::ServeOnce() {
   Start();
   bool answered = false;
-  Beside("last client", [this, &answered] {
-    WinsockModel& winsock = m_machine.winsock;
-    const ConnectionPtr connection = winsock.Connect();
-    if (connection == nullptr) return;
-    winsock.ClientSends(*connection, "GET /?printer=KOVA HTTP/1.1\r\n\r\n");
-    answered = winsock.ClientReceives(*connection) == kAnswer;
-    winsock.ClientCloses(*connection);
-  });
+  Beside("last client",
+         [this, &answered] { answered = Ask("echo") == kAnswer; });
   AwaitClients();
   if (!answered) Complain("a fresh start does not serve");
   Stop();
 }
 
-void ScheduledServer::Expect(const char* when, const char* what, int64_t before,
-                             int64_t now, int64_t slack) {
-  if (now >= before && now <= before + slack) return;
-  Complain(std::string(when) + " there are " + std::to_string(now) + " " +
-           what + " in place of " + std::to_string(before));
-}
-
 void ScheduledServer::CompareHeld(const char* when) {
-  const Held held = m_machine.WhatIsHeld();
-  const int64_t kills = m_machine.scheduler.Kills();
-  const auto expect = [&](const char* what, auto before, auto now,
-                          int64_t slack) {
-    Expect(when, what, static_cast<int64_t>(before), static_cast<int64_t>(now),
-           slack);
-  };
-  expect("handles", m_before.handles, held.handles, SilentStarts());
-  expect("sockets", m_before.sockets, held.sockets, 0);
-  expect("sessions", m_before.sessions, held.sessions, 0);
-  expect("critical sections", m_before.locks, held.locks, 0);
-  expect("keys", m_before.keys, held.keys, 0);
-  expect("printers", m_before.printers, held.printers, kills);
-  // A thread that was killed keeps its reference, by design, and what only it
-  // knew of.
-  expect("references", m_before.moduleReferences, held.moduleReferences, kills);
-  constexpr int64_t kBlocksOfAThread = 50;
-  expect("blocks", m_before.blocks, held.blocks, kills * kBlocksOfAThread);
-  expect("responses", 0, TheExtension().responses, kills);
+  const std::vector<Held> held = m_machine.WhatIsHeld();
+  for (size_t i = 0; i < held.size(); ++i) {
+    const auto& [what, now] = held[i];
+    const size_t before = m_before[i].count;
+    if (now >= before && now <= before + SlackOf(what)) continue;
+    Complain(std::string(when) + " there are " + std::to_string(now) + " " +
+             what + " in place of " + std::to_string(before));
+  }
+  const int responses = TheExtension().responses;
+  if (responses < 0 || responses > m_machine.scheduler.Kills()) {
+    Complain(std::string(when) + " responses are not released");
+  }
   m_verdict.blocksLost =
-      std::max(m_verdict.blocksLost, held.blocks - m_before.blocks);
+      std::max(m_verdict.blocksLost, held.back().count - m_before.back().count);
 }
 
-// Deliberate in the server: of a listener that did not answer in time, the
-// event that it may yet signal stays open.
-int64_t ScheduledServer::SilentStarts() const {
-  return std::ranges::count_if(
+size_t ScheduledServer::SlackOf(const std::string& what) const {
+  const auto kills = static_cast<size_t>(m_machine.scheduler.Kills());
+  if (what == "printers" || what == "references") return kills;
+  if (what == "blocks") return kills * kBlocksOfAThread;
+  if (what != "handles") return 0;
+  // Deliberate in the server: of a listener that did not answer in time, the
+  // event that it may yet signal stays open.
+  return static_cast<size_t>(std::ranges::count_if(
       m_machine.system.Lines(), [](const std::wstring& line) {
-        return line.find(L"Unable to get response") != std::wstring::npos;
-      });
+        return line.find(L"Unable to get response") != line.npos;
+      }));
 }
 
 std::string ScheduledServer::Trace() const {
@@ -270,7 +256,7 @@ std::string ScheduledServer::Trace() const {
   for (const Scheduler::Step& step : scheduler.Steps()) {
     if (step.thread != last) {
       text += "\n  " + std::to_string(step.thread) + " " +
-              scheduler.NameOf(step.thread) + ":";
+              scheduler[step.thread].name + ":";
       last = step.thread;
     }
     text += ' ';

@@ -72,8 +72,11 @@ class ScheduledServer {
   void Complain(const std::string& text) { m_machine.Complain(text); }
   [[nodiscard]] Machine& TheMachine() { return m_machine; }
 
-  // For clients, on their own threads: asks, and takes what comes until the
-  // connection ends. Complains of bytes that nobody should have sent.
+  // For clients, on their own threads: a request that the extension gets; asks,
+  // and takes what comes until the connection ends; the same, and complains of
+  // bytes that nobody should have sent.
+  static std::string Request(const std::string& act);
+  std::string Ask(const std::string& act);
   void AskAndClose(const std::string& act);
 
  private:
@@ -85,17 +88,14 @@ class ScheduledServer {
   [[nodiscard]] uint64_t StopBoundMs() const;
   void CheckAfterStop(uint64_t elapsedMs);
   void CompareHeld(const char* when);
-  void Expect(const char* when, const char* what, int64_t before, int64_t now,
-              int64_t slack);
-
-  [[nodiscard]] int64_t SilentStarts() const;
+  [[nodiscard]] size_t SlackOf(const std::string& what) const;
 
   Machine m_machine;
   HMODULE m_module = nullptr;
   KOVA_StartServer* m_start = nullptr;
   KOVA_StopServer* m_stop = nullptr;
   std::vector<std::string> m_escaping;
-  Held m_before;
+  std::vector<Held> m_before;
   bool m_isSpoilt = false;  // load it anew before the next run
   int m_clients = 0;
   Verdict m_verdict;

@@ -5,8 +5,6 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <string_view>
-#include <utility>
 #include <vector>
 
 #include "base/windows_api.h"
@@ -31,10 +29,10 @@ class Chooser {
   virtual ~Chooser() = default;
   // An index into `options`, of which there are at least two. The first is what
   // happens unless somebody interferes: the running thread goes on, or, where
-  // it cannot (`isForced`), the one that has waited longest. `current` is the
-  // thread that comes to the point, `what` the call that it is about to make.
-  virtual size_t Choose(const std::vector<Option>& options, bool isForced,
-                        ThreadId current, const char* what) = 0;
+  // it cannot, the one that has waited longest. `current` is the thread that
+  // comes to the point, `what` the call that it is about to make.
+  virtual size_t Choose(const std::vector<Option>& options, ThreadId current,
+                        const char* what) = 0;
 };
 
 // A machine with one processor, a clock of its own and threads that change
@@ -62,6 +60,23 @@ class Scheduler {
     ThreadId thread;
     const char* what;
   };
+  struct Stack;
+  struct Thread {
+    Scheduler* scheduler = nullptr;
+    ThreadId id = kNoThread;
+    std::string name;
+    std::function<void()> body;
+    bool isServers = false;  // one of the server's, which may be stalled
+    bool isSuspended = false;
+    const char* at = "its beginning";
+    bool hasEnded = false;
+
+    Stack* stack = nullptr;        // weak
+    const Ready* ready = nullptr;  // set while it waits
+    uint64_t deadlineMs = kNever;
+    uint64_t stalledUntilMs = 0;
+    uint64_t lastTurn = 0;
+  };
 
   // The calling thread is the only one that may use the object.
   Scheduler();
@@ -79,17 +94,17 @@ class Scheduler {
 
   // The following are called by a running thread, if not said otherwise.
 
-  ThreadId Begin(std::string name, std::function<void()> body, bool mayStall,
-                 bool suspended = false);
-  void Resume(ThreadId thread);
-  // The running thread is about to make a call that others can notice. Outside
-  // a run, does nothing. Keeps the last error.
+  ThreadId Begin(std::string name, std::function<void()> body, bool isServers,
+                 bool isSuspended = false);
+  void Resume(ThreadId thread) { Of(thread).isSuspended = false; }
+  // The running thread makes a call that nobody else can notice. Outside a run,
+  // does nothing, as Point() does.
+  void Note(const char* what);
+  // It is about to make a call that others can notice. Keeps the last error.
   void Point(const char* what, Move move = Move::kAny);
-  // The running thread is about to close something and then does so. One that
-  // is killed in such a call has closed it: the system ends what it has begun.
-  void PointOfClosing(const char* what, const std::function<void()>& close);
-  // The same for a call that waits: returns whether `ready` is true, or time
-  // has run out before. Outside a run, what `ready` says at once.
+  // Waits until `ready` is true, or time has run out, and returns whether it
+  // is. Outside a run, what `ready` says at once. Null for `what`: in the call
+  // that was noted.
   bool Await(const char* what, const Ready& ready, uint64_t timeoutMs = kNever);
   // Ends the running thread where it stands.
   [[noreturn]] void Exit();
@@ -101,42 +116,40 @@ class Scheduler {
   // May be asked at any time.
 
   [[nodiscard]] ThreadId Current() const { return m_current; }
-  [[nodiscard]] bool HasEnded(ThreadId thread) const;
-  // Of the threads that may be stalled, which are the server's.
-  [[nodiscard]] std::vector<ThreadId> LivingServerThreads() const;
-  [[nodiscard]] std::vector<ThreadId> ThreadsNamed(std::string_view name) const;
+  [[nodiscard]] const Thread& operator[](ThreadId thread) const {
+    return *m_threads[static_cast<size_t>(thread)];
+  }
+  [[nodiscard]] const std::vector<std::unique_ptr<Thread>>& Threads() const {
+    return m_threads;
+  }
   [[nodiscard]] bool AllOthersEnded() const;
   [[nodiscard]] uint64_t NowMs() const { return m_nowMs; }
   // Who was stalled, and where, once each time.
   [[nodiscard]] const std::vector<Step>& Stalls() const { return m_stalls; }
   [[nodiscard]] int Kills() const { return m_kills; }
-  [[nodiscard]] const std::string& NameOf(ThreadId thread) const;
-  [[nodiscard]] bool StandsAt(ThreadId thread, std::string_view what) const;
   [[nodiscard]] const std::vector<Step>& Steps() const { return m_steps; }
   // Where each thread that has not ended stands; what a crash was.
   [[nodiscard]] std::string Standing() const;
   [[nodiscard]] const std::string& CrashText() const { return m_crash; }
 
  private:
-  struct Thread;
-  struct Stack;
-
   static void WINAPI FiberMain(void* stack);
   static void RunBody(Thread* thread);
   static long NoteCrash(Thread* thread, EXCEPTION_POINTERS* exception);
 
+  Thread& Of(ThreadId thread) {
+    return *m_threads[static_cast<size_t>(thread)];
+  }
   void Reschedule(Move move);
   ThreadId Pick(Move move);
   void GatherOptions(Move move);
-  [[nodiscard]] size_t ChooseOne();
   [[nodiscard]] bool IsEnabled(const Thread& thread) const;
-  [[nodiscard]] std::pair<uint64_t, ThreadId> TurnOf(ThreadId thread) const;
   bool PassTime();
   void SwitchTo(ThreadId next);
   void Leave(Ending ending);
   Stack* TakeStack(Thread* thread);
 
-  void* m_outside = nullptr;  // the fiber that calls Run
+  void* m_outside;  // the fiber that calls Run
   std::vector<std::unique_ptr<Thread>> m_threads;
   // Used again and again: threads that were killed or left in the middle of a
   // call are forgotten with what is on their stacks.

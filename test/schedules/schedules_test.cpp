@@ -30,10 +30,10 @@ std::string Describe(const ScheduleChooser& chooser,
     const ScheduleChooser::Choice& choice = choices[i];
     if (choice.taken == 0) continue;
     text += "  at " + std::to_string(i) + ", " +
-            scheduler.NameOf(choice.current) + " at " + choice.what + ": " +
+            scheduler[choice.current].name + " at " + choice.what + ": " +
             (choice.option.stalls
                  ? "stalled"
-                 : scheduler.NameOf(choice.option.thread) + " goes on") +
+                 : scheduler[choice.option.thread].name + " goes on") +
             "\n";
   }
   return text;

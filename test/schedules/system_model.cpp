@@ -2,7 +2,6 @@
 
 #include <cstring>
 #include <cwchar>
-#include <utility>
 
 #include "test/schedules/extension.h"
 #include "test/schedules/machine.h"
@@ -10,124 +9,14 @@
 namespace kova::test {
 namespace {
 
-constexpr uintptr_t kFirstNumber = 0x6A000000;
 constexpr wchar_t kLoggerName[] = L"Corvane KOVA Server";
 constexpr wchar_t kPackage[] = L"C:\\schedules";
 
-SystemModel& System() { return TheMachine().system; }
-void Point(const char* call) { TheMachine().scheduler.Point(call); }
-
-}  // namespace
-
-SystemModel::SystemModel(Complain complain) : m_complain(std::move(complain)) {
-  Reset();
-}
-
-void SystemModel::Reset() {
-  m_mask = kUsualMask;
-  m_lines.clear();
-  m_keys.clear();
-  m_printers.clear();
-  m_next = kFirstNumber;
-  m_references = 0;
-}
-
-LSTATUS SystemModel::OpenKey(PHKEY key) {
-  m_keys.insert(++m_next);
-  *key = reinterpret_cast<HKEY>(m_next);
-  return ERROR_SUCCESS;
-}
-
-LSTATUS SystemModel::CloseKey(HKEY key) {
-  if (m_keys.erase(reinterpret_cast<uintptr_t>(key)) == 0) {
-    m_complain("RegCloseKey got a key that is closed");
+// Removes what is open, or complains that it is not.
+void Remove(std::set<uintptr_t>& open, void* number) {
+  if (open.erase(reinterpret_cast<uintptr_t>(number)) == 0) {
+    TheMachine().Complain("something closed is closed");
   }
-  return ERROR_SUCCESS;
-}
-
-HANDLE SystemModel::OpenPrinter() {
-  m_printers.insert(++m_next);
-  return reinterpret_cast<HANDLE>(m_next);
-}
-
-BOOL SystemModel::ClosePrinter(HANDLE printer) {
-  if (m_printers.erase(reinterpret_cast<uintptr_t>(printer)) == 0) {
-    m_complain("ClosePrinter got a printer that is closed");
-  }
-  return TRUE;
-}
-
-void SystemModel::PinModule() { ++m_references; }
-
-void SystemModel::DropModule(HMODULE module) {
-  if (module == nullptr || module == ExtensionModule()) return;
-  if (--m_references < 0) {
-    m_complain("the library gives back a reference that is not its own");
-  }
-}
-
-namespace {
-
-LSTATUS WINAPI CreateKey(HKEY, LPCWSTR, DWORD, LPWSTR, DWORD, REGSAM,
-                         const LPSECURITY_ATTRIBUTES, PHKEY key,
-                         LPDWORD disposition) {
-  if (disposition != nullptr) *disposition = REG_OPENED_EXISTING_KEY;
-  return System().OpenKey(key);
-}
-
-LSTATUS WINAPI OpenKey(HKEY, LPCWSTR, DWORD, REGSAM, PHKEY key) {
-  return System().OpenKey(key);
-}
-
-LSTATUS WINAPI CloseKey(HKEY key) { return System().CloseKey(key); }
-
-LSTATUS WINAPI QueryValue(HKEY, LPCWSTR name, LPDWORD, LPDWORD type,
-                          LPBYTE data, LPDWORD bytes) {
-  if (name == nullptr || std::wcscmp(name, kLoggerName) != 0) {
-    return ERROR_FILE_NOT_FOUND;
-  }
-  Point("RegQueryValueExW");
-  const uint32_t mask = System().Mask();
-  if (type != nullptr) *type = REG_DWORD;
-  if (data != nullptr) std::memcpy(data, &mask, sizeof(mask));
-  if (bytes != nullptr) *bytes = sizeof(mask);
-  return ERROR_SUCCESS;
-}
-
-LSTATUS WINAPI SetValue(HKEY, LPCWSTR, DWORD, DWORD, const BYTE*, DWORD) {
-  return ERROR_SUCCESS;
-}
-
-LSTATUS WINAPI EnumValue(HKEY, DWORD, LPWSTR, LPDWORD, LPDWORD, LPDWORD, LPBYTE,
-                         LPDWORD) {
-  return ERROR_NO_MORE_ITEMS;
-}
-
-LSTATUS WINAPI DeleteKey(HKEY, LPCWSTR) { return ERROR_SUCCESS; }
-
-HANDLE WINAPI RegisterSource(LPCWSTR, LPCWSTR) {
-  return reinterpret_cast<HANDLE>(kFirstNumber);
-}
-
-BOOL WINAPI Report(HANDLE, WORD, WORD, DWORD, PSID, WORD, DWORD, LPCWSTR*,
-                   LPVOID) {
-  Point("ReportEventW");
-  return TRUE;
-}
-
-void WINAPI TellDebugger(LPCWSTR text) {
-  Point("OutputDebugStringW");
-  System().AddLine(text);
-}
-
-BOOL WINAPI OpenPrinter(LPWSTR, LPHANDLE printer, LPPRINTER_DEFAULTSW) {
-  Point("OpenPrinterW");
-  *printer = System().OpenPrinter();
-  return TRUE;
-}
-
-BOOL WINAPI ClosePrinter(HANDLE printer) {
-  return System().ClosePrinter(printer);
 }
 
 DWORD WINAPI GetPrinterValue(HANDLE, LPWSTR, LPDWORD type, LPBYTE data,
@@ -152,25 +41,12 @@ HANDLE WINAPI CreateFileNever(LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES,
   return INVALID_HANDLE_VALUE;
 }
 
-DWORD WINAPI GetAttributes(LPCWSTR) { return FILE_ATTRIBUTE_DIRECTORY; }
-
-// As MiniDumpWriteDump.
-BOOL WINAPI WriteNoDump(HANDLE, DWORD, HANDLE, int, void*, void*, void*) {
-  return FALSE;
-}
-
-bool IsExtension(LPCWSTR path) {
-  return std::wcsstr(path, KOVA_EXTENSION_FILE_NAME) != nullptr;
-}
-
 HMODULE WINAPI Load(LPCWSTR path) {
-  if (!IsExtension(path)) return ::LoadLibraryW(path);
-  Point("LoadLibraryW");
+  if (std::wcsstr(path, KOVA_EXTENSION_FILE_NAME) == nullptr) {
+    return ::LoadLibraryW(path);
+  }
+  TheMachine().scheduler.Point("LoadLibraryW");
   return ExtensionModule();
-}
-
-HMODULE WINAPI LoadExtended(LPCWSTR path, HANDLE file, DWORD flags) {
-  return IsExtension(path) ? Load(path) : ::LoadLibraryExW(path, file, flags);
 }
 
 FARPROC WINAPI FindFunction(HMODULE module, LPCSTR name) {
@@ -178,52 +54,117 @@ FARPROC WINAPI FindFunction(HMODULE module, LPCSTR name) {
                                      : ::GetProcAddress(module, name);
 }
 
-BOOL WINAPI DropLibrary(HMODULE module) {
-  if (module == nullptr) return FALSE;
-  Point("FreeLibrary");
-  System().DropModule(module);
+}  // namespace
+
+LSTATUS SystemModel::OpenKey(HKEY, LPCWSTR, DWORD, REGSAM, PHKEY key) {
+  m_keys.insert(++m_next);
+  *key = reinterpret_cast<HKEY>(m_next);
+  return ERROR_SUCCESS;
+}
+
+LSTATUS SystemModel::CreateKey(HKEY, LPCWSTR, DWORD, LPWSTR, DWORD, REGSAM,
+                               LPSECURITY_ATTRIBUTES, PHKEY key,
+                               LPDWORD disposition) {
+  if (disposition != nullptr) *disposition = REG_OPENED_EXISTING_KEY;
+  return OpenKey(nullptr, nullptr, 0, 0, key);
+}
+
+LSTATUS SystemModel::CloseKey(HKEY key) {
+  Remove(m_keys, key);
+  return ERROR_SUCCESS;
+}
+
+LSTATUS SystemModel::QueryValue(HKEY, LPCWSTR name, LPDWORD, LPDWORD type,
+                                LPBYTE data, LPDWORD bytes) {
+  if (name == nullptr || std::wcscmp(name, kLoggerName) != 0) {
+    return ERROR_FILE_NOT_FOUND;
+  }
+  TheMachine().scheduler.Point("RegQueryValueExW");
+  if (type != nullptr) *type = REG_DWORD;
+  if (data != nullptr) std::memcpy(data, &m_mask, sizeof(m_mask));
+  if (bytes != nullptr) *bytes = sizeof(m_mask);
+  return ERROR_SUCCESS;
+}
+
+BOOL SystemModel::OpenPrinter(LPWSTR, LPHANDLE printer, LPPRINTER_DEFAULTSW) {
+  m_printers.insert(++m_next);
+  *printer = reinterpret_cast<HANDLE>(m_next);
   return TRUE;
 }
 
-BOOL WINAPI GetModule(DWORD flags, LPCWSTR name, HMODULE* module) {
-  if ((flags & GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT) != 0) {
-    return ::GetModuleHandleExW(flags, name, module);
-  }
-  Point("GetModuleHandleExW");
-  // One that is pinned for good stays so in the model alone.
-  const bool forGood = (flags & GET_MODULE_HANDLE_EX_FLAG_PIN) != 0;
-  if (!forGood) System().PinModule();
-  flags &= ~static_cast<DWORD>(GET_MODULE_HANDLE_EX_FLAG_PIN);
-  return ::GetModuleHandleExW(
-      flags | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT, name, module);
+BOOL SystemModel::ClosePrinter(HANDLE printer) {
+  Remove(m_printers, printer);
+  return TRUE;
 }
 
-}  // namespace
+BOOL SystemModel::GetModule(DWORD flags, LPCWSTR name, HMODULE* module) {
+  if ((flags & GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT) == 0) {
+    TheMachine().scheduler.Point("GetModuleHandleExW");
+    // One that is pinned for good stays so in the model alone.
+    const bool forGood = (flags & GET_MODULE_HANDLE_EX_FLAG_PIN) != 0;
+    if (!forGood) ++m_references;
+    flags &= ~static_cast<DWORD>(GET_MODULE_HANDLE_EX_FLAG_PIN);
+    flags |= GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
+  }
+  return ::GetModuleHandleExW(flags, name, module);
+}
+
+BOOL SystemModel::DropLibrary(HMODULE module) {
+  if (module == nullptr) return FALSE;
+  TheMachine().scheduler.Point("FreeLibrary");
+  DropModule(module);
+  return TRUE;
+}
+
+void SystemModel::DropModule(HMODULE module) {
+  if (module == nullptr || module == ExtensionModule()) return;
+  if (m_references == 0) {
+    TheMachine().Complain(
+        "the library gives back a reference that is not its own");
+  } else {
+    --m_references;
+  }
+}
 
 std::span<const Thunk> SystemThunks() {
+  using Model = SystemModel;
   static const Thunk thunks[] = {
-      MakeThunk("RegCreateKeyExW", &CreateKey),
-      MakeThunk("RegOpenKeyExW", &OpenKey),
-      MakeThunk("RegCloseKey", &CloseKey),
-      MakeThunk("RegQueryValueExW", &QueryValue),
-      MakeThunk("RegSetValueExW", &SetValue),
-      MakeThunk("RegEnumValueW", &EnumValue),
-      MakeThunk("RegDeleteKeyW", &DeleteKey),
-      MakeThunk("RegisterEventSourceW", &RegisterSource),
-      MakeThunk("ReportEventW", &Report),
-      MakeThunk("OutputDebugStringW", &TellDebugger),
-      MakeThunk("OpenPrinterW", &OpenPrinter),
-      MakeThunk("ClosePrinter", &ClosePrinter),
-      MakeThunk("GetPrinterDataW", &GetPrinterValue),
-      MakeThunk("EnumPrintersW", &ListPrinters),
-      MakeThunk("CreateFileW", &CreateFileNever),
-      MakeThunk("GetFileAttributesW", &GetAttributes),
-      MakeThunk("MiniDumpWriteDump", &WriteNoDump),
-      MakeThunk("LoadLibraryW", &Load),
-      MakeThunk("LoadLibraryExW", &LoadExtended),
-      MakeThunk("GetProcAddress", &FindFunction),
-      MakeThunk("FreeLibrary", &DropLibrary),
-      MakeThunk("GetModuleHandleExW", &GetModule),
+      Silently<"RegCreateKeyExW", &Model::CreateKey>(),
+      Silently<"RegOpenKeyExW", &Model::OpenKey>(),
+      Silently<"RegCloseKey", &Model::CloseKey>(),
+      Silently<"RegQueryValueExW", &Model::QueryValue>(),
+      By("RegSetValueExW",
+         [](HKEY, LPCWSTR, DWORD, DWORD, const BYTE*, DWORD) -> LSTATUS {
+           return ERROR_SUCCESS;
+         }),
+      By("RegEnumValueW",
+         [](HKEY, DWORD, LPWSTR, LPDWORD, LPDWORD, LPDWORD, LPBYTE,
+            LPDWORD) -> LSTATUS { return ERROR_NO_MORE_ITEMS; }),
+      By("RegDeleteKeyW",
+         [](HKEY, LPCWSTR) -> LSTATUS { return ERROR_SUCCESS; }),
+      By("RegisterEventSourceW",
+         [](LPCWSTR, LPCWSTR) {
+           return reinterpret_cast<HANDLE>(Model::kFirstNumber);
+         }),
+      By("ReportEventW",
+         [](HANDLE, WORD, WORD, DWORD, PSID, WORD, DWORD, LPCWSTR*, LPVOID) {
+           TheMachine().scheduler.Point("ReportEventW");
+           return TRUE;
+         }),
+      At<"OutputDebugStringW", &Model::TellDebugger>(),
+      At<"OpenPrinterW", &Model::OpenPrinter>(),
+      Silently<"ClosePrinter", &Model::ClosePrinter>(),
+      By("GetPrinterDataW", &GetPrinterValue),
+      By("EnumPrintersW", &ListPrinters),
+      By("CreateFileW", &CreateFileNever),
+      By("GetFileAttributesW",
+         [](LPCWSTR) -> DWORD { return FILE_ATTRIBUTE_DIRECTORY; }),
+      By("MiniDumpWriteDump",
+         [](HANDLE, DWORD, HANDLE, int, void*, void*, void*) { return FALSE; }),
+      By("LoadLibraryW", &Load),
+      By("GetProcAddress", &FindFunction),
+      Silently<"FreeLibrary", &Model::DropLibrary>(),
+      Silently<"GetModuleHandleExW", &Model::GetModule>(),
   };
   return thunks;
 }

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <set>
 #include <span>
 #include <string>
@@ -18,45 +17,48 @@ namespace kova::test {
 // absent, every printer has the extension of test/schedules/extension.cpp.
 class SystemModel {
  public:
-  using Complain = std::function<void(const std::string&)>;
   static constexpr uint32_t kUsualMask = 0xE0000000;
+  static constexpr uintptr_t kFirstNumber = 0x6A000000;
 
-  explicit SystemModel(Complain complain);
+  // The library's calls, see SystemThunks().
+  LSTATUS OpenKey(HKEY root, LPCWSTR path, DWORD options, REGSAM access,
+                  PHKEY key);
+  LSTATUS CreateKey(HKEY root, LPCWSTR path, DWORD reserved, LPWSTR kind,
+                    DWORD options, REGSAM access, LPSECURITY_ATTRIBUTES,
+                    PHKEY key, LPDWORD disposition);
+  LSTATUS CloseKey(HKEY key);
+  LSTATUS QueryValue(HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type,
+                     LPBYTE data, LPDWORD bytes);
+  void TellDebugger(LPCWSTR line) { m_lines.emplace_back(line); }
+  BOOL OpenPrinter(LPWSTR name, LPHANDLE printer, LPPRINTER_DEFAULTSW defaults);
+  BOOL ClosePrinter(HANDLE printer);
+  BOOL GetModule(DWORD flags, LPCWSTR name, HMODULE* module);
+  BOOL DropLibrary(HMODULE module);
+
+  // Gives a library back, perhaps this one itself.
+  void DropModule(HMODULE module);
 
   // The mask that the registry has for the server's logger.
   void SetMask(uint32_t mask) { m_mask = mask; }
-  [[nodiscard]] uint32_t Mask() const { return m_mask; }
   // What went to the debugger since ForgetLines().
   [[nodiscard]] const std::vector<std::wstring>& Lines() const {
     return m_lines;
   }
   void ForgetLines() { m_lines.clear(); }
-  void AddLine(const wchar_t* line) { m_lines.emplace_back(line); }
 
-  LSTATUS OpenKey(PHKEY key);
-  LSTATUS CloseKey(HKEY key);
-  HANDLE OpenPrinter();
-  BOOL ClosePrinter(HANDLE printer);
-
+  [[nodiscard]] size_t OpenKeys() const { return m_keys.size(); }
+  [[nodiscard]] size_t OpenPrinters() const { return m_printers.size(); }
   // References of the library to itself.
-  void PinModule();
-  void DropModule(HMODULE module);
-
-  [[nodiscard]] int OpenKeys() const { return static_cast<int>(m_keys.size()); }
-  [[nodiscard]] int OpenPrinters() const {
-    return static_cast<int>(m_printers.size());
-  }
-  [[nodiscard]] int ModuleReferences() const { return m_references; }
-  void Reset();
+  [[nodiscard]] size_t ModuleReferences() const { return m_references; }
+  void Reset() { *this = {}; }
 
  private:
-  const Complain m_complain;
   uint32_t m_mask = kUsualMask;
   std::vector<std::wstring> m_lines;
   std::set<uintptr_t> m_keys;
   std::set<uintptr_t> m_printers;
-  uintptr_t m_next = 0;
-  int m_references = 0;
+  uintptr_t m_next = kFirstNumber;
+  size_t m_references = 0;
 };
 
 [[nodiscard]] std::span<const Thunk> SystemThunks();

@@ -8,9 +8,10 @@ struct Thunk {
   void* function;
 };
 
+// Answered by a function, or a lambda that captures nothing.
 template <typename Function>
-Thunk MakeThunk(const char* name, Function* function) {
-  return {name, reinterpret_cast<void*>(function)};
+Thunk By(const char* name, Function function) {
+  return {name, reinterpret_cast<void*>(+function)};
 }
 
 }  // namespace kova::test

@@ -1,7 +1,10 @@
 #include "test/schedules/winsock_model.h"
 
 #include <algorithm>
+#include <cwchar>
 #include <utility>
+
+#include "test/schedules/machine.h"
 
 namespace kova::test {
 namespace {
@@ -9,6 +12,9 @@ namespace {
 // Among the numbers that are no handles of the system or of the kernel's model.
 constexpr SOCKET kFirstSocket = 0x7FF0000000;
 constexpr uint64_t kClientPatienceMs = 400000;
+constexpr uint16_t kPeerPort = 40000;
+constexpr ULONG kPeerAddress = 0x0100007F;  // in network byte order
+constexpr wchar_t kPeerText[] = L"127.0.0.1:40000";
 
 template <typename Value>
 Value FailWith(int error, Value value) {
@@ -16,49 +22,14 @@ Value FailWith(int error, Value value) {
   return value;
 }
 
-}  // namespace
-
-WinsockModel::WinsockModel(Scheduler& scheduler, KernelModel& kernel,
-                           Complain complain)
-    : m_scheduler(scheduler),
-      m_kernel(kernel),
-      m_complain(std::move(complain)) {
-  Reset();
-}
-
-void WinsockModel::Reset() {
-  m_sockets.clear();
-  m_sessions = 0;
-  m_next = kFirstSocket;
-}
-
-ModelSocketPtr WinsockModel::Find(SOCKET socket, const char* call) {
-  const auto found = m_sockets.find(socket);
-  if (found == m_sockets.end()) {
-    m_complain(std::string(call) + " got a socket that is closed");
-    return FailWith(WSAENOTSOCK, ModelSocketPtr());
-  }
-  if (m_sessions == 0 || found->second->dead) {
-    m_complain(std::string(call) + " after the last session");
-    return FailWith(WSANOTINITIALISED, ModelSocketPtr());
-  }
-  return found->second;
-}
-
-void WinsockModel::Record(ModelSocket& socket, long bit) {
+void Record(ModelSocket& socket, long bit) {
   if ((socket.mask & bit) == 0 || (socket.recorded & bit) != 0) return;
   socket.recorded |= bit;
   socket.pending |= bit;
   socket.event->signalled = true;
 }
 
-// What is true now is recorded at once.
-void WinsockModel::Reenable(ModelSocket& socket, long bit) {
-  socket.recorded &= ~bit;
-  RecordWhatIs(socket);
-}
-
-void WinsockModel::RecordWhatIs(ModelSocket& socket) {
+void RecordWhatIs(ModelSocket& socket) {
   if (!socket.backlog.empty()) Record(socket, FD_ACCEPT);
   if (socket.connection == nullptr) return;
   const Connection& connection = *socket.connection;
@@ -71,7 +42,18 @@ void WinsockModel::RecordWhatIs(ModelSocket& socket) {
   }
 }
 
-void WinsockModel::EndOf(ModelSocket& socket) {
+void RecordAtServer(const Connection& connection) {
+  const ModelSocketPtr socket = connection.serverEnd.lock();
+  if (socket != nullptr) RecordWhatIs(*socket);
+}
+
+// What is true now is recorded at once.
+void Reenable(ModelSocket& socket, long bit) {
+  socket.recorded &= ~bit;
+  RecordWhatIs(socket);
+}
+
+void EndOf(ModelSocket& socket) {
   for (const ConnectionPtr& waiting : socket.backlog) {
     waiting->serverClosed = true;
   }
@@ -79,8 +61,31 @@ void WinsockModel::EndOf(ModelSocket& socket) {
   socket.listening = false;
 }
 
-void WinsockModel::ComplainIfQuiet(const char* what) {
-  if (m_isQuiet) m_complain(std::string("it ") + what + " after a stop");
+}  // namespace
+
+void WinsockModel::Reset() {
+  m_sockets.clear();
+  m_sessions = 0;
+  m_next = kFirstSocket;
+}
+
+ModelSocketPtr WinsockModel::Find(SOCKET socket) {
+  const auto found = m_sockets.find(socket);
+  if (found == m_sockets.end()) {
+    TheMachine().Complain("a closed socket is used");
+    return FailWith(WSAENOTSOCK, ModelSocketPtr());
+  }
+  if (m_sessions == 0 || found->second->dead) {
+    TheMachine().Complain("a socket is used after the last session");
+    return FailWith(WSANOTINITIALISED, ModelSocketPtr());
+  }
+  return found->second;
+}
+
+void WinsockModel::ComplainIfQuiet(const char* what) const {
+  if (m_isQuiet) {
+    TheMachine().Complain(std::string("it ") + what + " after a stop");
+  }
 }
 
 int WinsockModel::Startup(WORD version, LPWSADATA data) {
@@ -92,7 +97,7 @@ int WinsockModel::Startup(WORD version, LPWSADATA data) {
 
 int WinsockModel::Cleanup() {
   if (m_sessions == 0) {
-    m_complain("WSACleanup without a session");
+    TheMachine().Complain("WSACleanup without a session");
     return FailWith(WSANOTINITIALISED, SOCKET_ERROR);
   }
   if (--m_sessions > 0) return 0;
@@ -103,16 +108,23 @@ int WinsockModel::Cleanup() {
   return 0;
 }
 
-SOCKET WinsockModel::MakeSocket() {
-  if (m_sessions == 0) return FailWith(WSANOTINITIALISED, INVALID_SOCKET);
+SOCKET WinsockModel::Add(const ModelSocket& socket) {
   m_next += 4;
-  m_sockets[m_next] = std::make_shared<ModelSocket>();
+  m_sockets[m_next] = std::make_shared<ModelSocket>(socket);
   return m_next;
 }
 
-int WinsockModel::Bind(SOCKET number, uint16_t port) {
-  const ModelSocketPtr socket = Find(number, "bind");
+SOCKET WinsockModel::MakeSocket(int, int, int, LPWSAPROTOCOL_INFOW, GROUP,
+                                DWORD) {
+  return m_sessions == 0 ? FailWith(WSANOTINITIALISED, INVALID_SOCKET)
+                         : Add({});
+}
+
+int WinsockModel::Bind(SOCKET number, const sockaddr* name, int) {
+  const ModelSocketPtr socket = Find(number);
   if (socket == nullptr) return SOCKET_ERROR;
+  const uint16_t port =
+      ::ntohs(reinterpret_cast<const sockaddr_in*>(name)->sin_port);
   const bool taken = std::ranges::any_of(m_sockets, [port](const auto& other) {
     return other.second->connection == nullptr && other.second->port == port &&
            !other.second->dead;
@@ -122,8 +134,8 @@ int WinsockModel::Bind(SOCKET number, uint16_t port) {
   return 0;
 }
 
-int WinsockModel::Listen(SOCKET number) {
-  const ModelSocketPtr socket = Find(number, "listen");
+int WinsockModel::Listen(SOCKET number, int) {
+  const ModelSocketPtr socket = Find(number);
   if (socket == nullptr) return SOCKET_ERROR;
   ComplainIfQuiet("listens");
   socket->listening = true;
@@ -131,67 +143,67 @@ int WinsockModel::Listen(SOCKET number) {
 }
 
 int WinsockModel::Select(SOCKET number, WSAEVENT event, long mask) {
-  const ModelSocketPtr socket = Find(number, "WSAEventSelect");
+  const ModelSocketPtr socket = Find(number);
   if (socket == nullptr) return SOCKET_ERROR;
-  socket->mask = mask;
   socket->pending = 0;
   socket->recorded = 0;
-  socket->event = mask == 0 ? nullptr : m_kernel.Find(event, "WSAEventSelect");
-  if (socket->event == nullptr) socket->mask = 0;
+  socket->event = mask == 0 ? nullptr : TheMachine().kernel.Find(event);
+  socket->mask = socket->event == nullptr ? 0 : mask;
   RecordWhatIs(*socket);
   return 0;
 }
 
 int WinsockModel::Enumerate(SOCKET number, WSAEVENT event,
                             LPWSANETWORKEVENTS found) {
-  const ModelSocketPtr socket = Find(number, "WSAEnumNetworkEvents");
+  const ModelSocketPtr socket = Find(number);
   if (socket == nullptr) return SOCKET_ERROR;
   *found = {};
   found->lNetworkEvents = std::exchange(socket->pending, 0);
-  if (event != nullptr) {
-    const KernelObjectPtr reset = m_kernel.Find(event, "WSAEnumNetworkEvents");
-    if (reset != nullptr) reset->signalled = false;
-  }
+  if (event != nullptr) (void)TheMachine().kernel.Unsignal(event);
   return 0;
 }
 
-SOCKET WinsockModel::Accept(SOCKET number) {
-  const ModelSocketPtr listener = Find(number, "WSAAccept");
+SOCKET WinsockModel::Accept(SOCKET number, sockaddr* peer, LPINT,
+                            LPCONDITIONPROC, DWORD_PTR) {
+  const ModelSocketPtr listener = Find(number);
   if (listener == nullptr) return INVALID_SOCKET;
   if (listener->backlog.empty()) {
     return FailWith(WSAEWOULDBLOCK, INVALID_SOCKET);
   }
   ComplainIfQuiet("accepts");
-  const SOCKET accepted = MakeSocket();
+  const SOCKET accepted = Add({});
   const ModelSocketPtr socket = m_sockets[accepted];
   socket->port = listener->port;
   socket->connection = listener->backlog.front();
   socket->connection->serverEnd = socket;
   listener->backlog.pop_front();
   Reenable(*listener, FD_ACCEPT);
+  if (peer != nullptr) (void)NameOf(accepted, peer, nullptr);
   return accepted;
 }
 
-int WinsockModel::Receive(SOCKET number, char* bytes, DWORD most,
-                          DWORD* received) {
-  const ModelSocketPtr socket = Find(number, "WSARecv");
+int WinsockModel::Receive(SOCKET number, LPWSABUF buffers, DWORD,
+                          LPDWORD received, LPDWORD, LPWSAOVERLAPPED,
+                          LPWSAOVERLAPPED_COMPLETION_ROUTINE) {
+  const ModelSocketPtr socket = Find(number);
   if (socket == nullptr) return SOCKET_ERROR;
   Connection& connection = *socket->connection;
-  const size_t count = std::min<size_t>(most, connection.toServer.size());
+  const size_t count =
+      std::min<size_t>(buffers[0].len, connection.toServer.size());
+  connection.toServer.copy(buffers[0].buf, count);
+  connection.toServer.erase(0, count);
+  Reenable(*socket, FD_READ);
   if (count == 0 && !connection.clientClosed) {
-    Reenable(*socket, FD_READ);
     return FailWith(WSAEWOULDBLOCK, SOCKET_ERROR);
   }
-  connection.toServer.copy(bytes, count);
-  connection.toServer.erase(0, count);
   *received = static_cast<DWORD>(count);
-  Reenable(*socket, FD_READ);
   return 0;
 }
 
-int WinsockModel::Send(SOCKET number, const char* bytes, DWORD count,
-                       DWORD* sent) {
-  const ModelSocketPtr socket = Find(number, "WSASend");
+int WinsockModel::Send(SOCKET number, LPWSABUF buffers, DWORD, LPDWORD sent,
+                       DWORD, LPWSAOVERLAPPED,
+                       LPWSAOVERLAPPED_COMPLETION_ROUTINE) {
+  const ModelSocketPtr socket = Find(number);
   if (socket == nullptr) return SOCKET_ERROR;
   Connection& connection = *socket->connection;
   ComplainIfQuiet("sends");
@@ -201,8 +213,8 @@ int WinsockModel::Send(SOCKET number, const char* bytes, DWORD count,
     Reenable(*socket, FD_WRITE);
     return FailWith(WSAEWOULDBLOCK, SOCKET_ERROR);
   }
-  const size_t taken = std::min<size_t>(room, count);
-  connection.toClient.append(bytes, taken);
+  const size_t taken = std::min<size_t>(room, buffers[0].len);
+  connection.toClient.append(buffers[0].buf, taken);
   *sent = static_cast<DWORD>(taken);
   return 0;
 }
@@ -210,11 +222,27 @@ int WinsockModel::Send(SOCKET number, const char* bytes, DWORD count,
 int WinsockModel::Close(SOCKET number) {
   const auto found = m_sockets.find(number);
   if (found == m_sockets.end()) {
-    m_complain("closesocket got a socket that is closed");
+    TheMachine().Complain("a closed socket is closed");
     return FailWith(WSAENOTSOCK, SOCKET_ERROR);
   }
   EndOf(*found->second);
   m_sockets.erase(found);
+  return 0;
+}
+
+int WinsockModel::NameOf(SOCKET, sockaddr* address, int*) {
+  auto* const peer = reinterpret_cast<sockaddr_in*>(address);
+  *peer = {};
+  peer->sin_family = AF_INET;
+  peer->sin_port = ::htons(kPeerPort);
+  peer->sin_addr.S_un.S_addr = kPeerAddress;
+  return 0;
+}
+
+int WinsockModel::AddressText(LPSOCKADDR, DWORD, LPWSAPROTOCOL_INFOW,
+                              LPWSTR text, LPDWORD length) {
+  std::wcscpy(text, kPeerText);
+  *length = static_cast<DWORD>(std::size(kPeerText));
   return 0;
 }
 
@@ -228,10 +256,8 @@ bool WinsockModel::IsOurs(SOCKET socket) {
   return socket >= kFirstSocket && socket < 2 * kFirstSocket;
 }
 
-bool WinsockModel::IsListening() const { return Listener() != nullptr; }
-
 ConnectionPtr WinsockModel::Connect(size_t windowBytes) {
-  m_scheduler.Point("connecting");
+  TheMachine().scheduler.Point("connecting");
   const ModelSocketPtr listener = Listener();
   if (listener == nullptr) return nullptr;
   auto connection = std::make_shared<Connection>();
@@ -243,30 +269,48 @@ ConnectionPtr WinsockModel::Connect(size_t windowBytes) {
 
 void WinsockModel::ClientSends(Connection& connection,
                                const std::string& bytes) {
-  m_scheduler.Point("sending");
+  TheMachine().scheduler.Point("sending");
   connection.toServer += bytes;
-  const ModelSocketPtr socket = connection.serverEnd.lock();
-  if (socket != nullptr) RecordWhatIs(*socket);
+  RecordAtServer(connection);
 }
 
 void WinsockModel::ClientCloses(Connection& connection) {
-  m_scheduler.Point("closing");
+  TheMachine().scheduler.Point("closing");
   connection.clientClosed = true;
-  const ModelSocketPtr socket = connection.serverEnd.lock();
-  if (socket != nullptr) RecordWhatIs(*socket);
+  RecordAtServer(connection);
 }
 
 std::string WinsockModel::ClientReceives(Connection& connection) {
-  m_scheduler.Await(
+  TheMachine().scheduler.Await(
       "receiving",
       [&connection] {
         return !connection.toClient.empty() || connection.serverClosed;
       },
       kClientPatienceMs);
   std::string got = std::exchange(connection.toClient, {});
-  const ModelSocketPtr socket = connection.serverEnd.lock();
-  if (socket != nullptr) RecordWhatIs(*socket);
+  RecordAtServer(connection);
   return got;
+}
+
+std::span<const Thunk> WinsockThunks() {
+  using Model = WinsockModel;
+  static const Thunk thunks[] = {
+      At<"WSAStartup", &Model::Startup>(),
+      At<"WSACleanup", &Model::Cleanup, Notice::kClosing>(),
+      At<"WSASocketW", &Model::MakeSocket>(),
+      At<"bind", &Model::Bind>(),
+      At<"listen", &Model::Listen>(),
+      At<"WSAAccept", &Model::Accept>(),
+      At<"getsockname", &Model::NameOf, Notice::kName>(),
+      At<"getpeername", &Model::NameOf, Notice::kName>(),
+      At<"WSAAddressToStringW", &Model::AddressText>(),
+      At<"closesocket", &Model::Close, Notice::kClosing>(),
+      At<"WSAEventSelect", &Model::Select>(),
+      At<"WSAEnumNetworkEvents", &Model::Enumerate>(),
+      At<"WSARecv", &Model::Receive>(),
+      At<"WSASend", &Model::Send>(),
+  };
+  return thunks;
 }
 
 }  // namespace kova::test

@@ -3,14 +3,12 @@
 
 #include <cstdint>
 #include <deque>
-#include <functional>
 #include <map>
 #include <memory>
 #include <span>
 #include <string>
 
 #include "test/schedules/kernel_model.h"
-#include "test/schedules/scheduler.h"
 #include "test/schedules/thunk.h"
 
 namespace kova::test {
@@ -44,25 +42,29 @@ using ModelSocketPtr = std::shared_ptr<ModelSocket>;
 // event, and is recorded again only after the call that re-enables it.
 class WinsockModel {
  public:
-  using Complain = std::function<void(const std::string&)>;
+  WinsockModel() { Reset(); }
 
-  WinsockModel(Scheduler& scheduler, KernelModel& kernel, Complain complain);
-
-  // The library's side.
-
-  // Null, with the error of Winsock set, if there is no such socket.
-  ModelSocketPtr Find(SOCKET socket, const char* call);
+  // The library's calls, see WinsockThunks().
   int Startup(WORD version, LPWSADATA data);
   int Cleanup();
-  SOCKET MakeSocket();
-  int Bind(SOCKET socket, uint16_t port);
-  int Listen(SOCKET socket);
+  SOCKET MakeSocket(int family, int type, int protocol,
+                    LPWSAPROTOCOL_INFOW info, GROUP group, DWORD flags);
+  int Bind(SOCKET socket, const sockaddr* name, int nameBytes);
+  int Listen(SOCKET socket, int backlog);
   int Select(SOCKET socket, WSAEVENT event, long mask);
   int Enumerate(SOCKET socket, WSAEVENT event, LPWSANETWORKEVENTS found);
-  SOCKET Accept(SOCKET socket);
-  int Receive(SOCKET socket, char* bytes, DWORD most, DWORD* received);
-  int Send(SOCKET socket, const char* bytes, DWORD count, DWORD* sent);
+  SOCKET Accept(SOCKET socket, sockaddr* peer, LPINT peerBytes,
+                LPCONDITIONPROC condition, DWORD_PTR data);
+  int Receive(SOCKET socket, LPWSABUF buffers, DWORD count, LPDWORD received,
+              LPDWORD flags, LPWSAOVERLAPPED overlapped,
+              LPWSAOVERLAPPED_COMPLETION_ROUTINE routine);
+  int Send(SOCKET socket, LPWSABUF buffers, DWORD count, LPDWORD sent,
+           DWORD flags, LPWSAOVERLAPPED overlapped,
+           LPWSAOVERLAPPED_COMPLETION_ROUTINE routine);
   int Close(SOCKET socket);
+  int NameOf(SOCKET socket, sockaddr* address, int* addressBytes);
+  int AddressText(LPSOCKADDR address, DWORD addressBytes,
+                  LPWSAPROTOCOL_INFOW info, LPWSTR text, LPDWORD length);
 
   // From now on nothing may listen, be accepted or be sent; or it may again.
   void SetQuiet(bool quiet) { m_isQuiet = quiet; }
@@ -76,26 +78,21 @@ class WinsockModel {
   // Takes what there is; waits for something or for the end.
   std::string ClientReceives(Connection& connection);
 
-  [[nodiscard]] bool IsListening() const;
+  [[nodiscard]] bool IsListening() const { return Listener() != nullptr; }
   [[nodiscard]] static bool IsOurs(SOCKET socket);
   [[nodiscard]] size_t OpenSockets() const { return m_sockets.size(); }
-  [[nodiscard]] int OpenSessions() const { return m_sessions; }
+  [[nodiscard]] size_t OpenSessions() const { return m_sessions; }
   void Reset();
 
  private:
-  static void Record(ModelSocket& socket, long bit);
-  static void Reenable(ModelSocket& socket, long bit);
-  static void RecordWhatIs(ModelSocket& socket);
-  static void EndOf(ModelSocket& socket);
+  // Null, with the error of Winsock set and a complaint, if there is none.
+  ModelSocketPtr Find(SOCKET socket);
   [[nodiscard]] ModelSocketPtr Listener() const;
+  SOCKET Add(const ModelSocket& socket);
+  void ComplainIfQuiet(const char* what) const;
 
-  Scheduler& m_scheduler;
-  KernelModel& m_kernel;
-  const Complain m_complain;
   std::map<SOCKET, ModelSocketPtr> m_sockets;
-  void ComplainIfQuiet(const char* what);
-
-  int m_sessions = 0;
+  size_t m_sessions = 0;
   bool m_isQuiet = false;
   SOCKET m_next = 0;
 };

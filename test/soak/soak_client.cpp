@@ -1,7 +1,8 @@
 #include "test/soak/soak_client.h"
 
 #include <chrono>
-#include <string_view>
+
+#include "test/extensions/extension_answers.h"
 
 namespace kova::test {
 namespace {
@@ -21,25 +22,6 @@ std::string Get(const std::string& field, const std::string& actions) {
 }
 std::string ByPrinter(const std::string& actions) {
   return Get("printer=KOVA+soak", actions);
-}
-
-// What the scripted extension answers if it echoes.
-std::string Echo(const TestClient& client, const std::string& request,
-                 uint32_t keepOpen) {
-  const std::string body = "address=" + client.Address() +
-                           "\nkeepOpen=" + std::to_string(keepOpen) + "\n" +
-                           request;
-  return "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(body.size()) +
-         "\r\n\r\n" + body;
-}
-
-// Whether `bytes` are what it answers for "act=bytes-<count>".
-bool IsPattern(std::string_view bytes, size_t count) {
-  if (bytes.size() != count) return false;
-  for (size_t i = 0; i < count; ++i) {
-    if (bytes[i] != static_cast<char>('a' + i % 26)) return false;
-  }
-  return true;
 }
 
 }  // namespace
@@ -114,7 +96,7 @@ void SoakClient::AskRepeatedly(TestClient& client) {
 void SoakClient::AskForMuch(TestClient& client) {
   const size_t count = 1 + m_random() % kMostLargeBytes;
   client.Send(ByPrinter("bytes-" + std::to_string(count)));
-  Expect(IsPattern(client.ReceiveAll(), count));
+  Expect(client.ReceiveAll() == Pattern(count));
 }
 
 void SoakClient::AskByteByByte(TestClient& client) {
@@ -154,7 +136,7 @@ void SoakClient::Expect(bool isRight) {
 
 void SoakClient::ExpectEcho(TestClient& client, const std::string& request,
                             uint32_t keepOpen) {
-  const std::string expected = Echo(client, request, keepOpen);
+  const std::string expected = Echo(client.Address(), keepOpen, request);
   Expect(client.Receive(expected.size()) == expected);
 }
 

@@ -13,9 +13,7 @@ wchar_t g_processor[] = L"winprint";
 wchar_t g_dataType[] = L"RAW";
 wchar_t g_package[] = L"DriverPackage";
 
-}  // namespace
-
-bool AddDemoDriver() {
+bool AddDriver() {
   DRIVER_INFO_3W driver = {};
   driver.cVersion = 3;
   driver.pName = g_driverName;
@@ -27,10 +25,24 @@ bool AddDemoDriver() {
          ::GetLastError() == ERROR_PRINTER_DRIVER_ALREADY_INSTALLED;
 }
 
+void RemovePrinter(const std::wstring& name) {
+  PRINTER_DEFAULTSW defaults = {};
+  defaults.DesiredAccess = PRINTER_ALL_ACCESS;
+  HANDLE printer = nullptr;
+  if (!::OpenPrinterW(const_cast<wchar_t*>(name.c_str()), &printer,
+                      &defaults)) {
+    return;
+  }
+  ::DeletePrinter(printer);
+  ::ClosePrinter(printer);
+}
+
+}  // namespace
+
 DemoPrinter::DemoPrinter(std::wstring name, const wchar_t* shareName)
     : m_name(std::move(name)) {
   RemovePrinter(m_name);
-  if (!AddDemoDriver()) return;
+  if (!AddDriver()) return;
   std::wstring share = shareName == nullptr ? L"" : shareName;
   PRINTER_INFO_2W printer = {};
   printer.pPrinterName = const_cast<wchar_t*>(m_name.c_str());
@@ -68,18 +80,6 @@ bool DemoPrinter::SetDriverPackageData(DWORD type, const void* data,
 void DemoPrinter::LetGo() {
   m_isLetGo = ::ClosePrinter(m_printer);
   if (m_isLetGo) m_printer = nullptr;
-}
-
-void RemovePrinter(const std::wstring& name) {
-  PRINTER_DEFAULTSW defaults = {};
-  defaults.DesiredAccess = PRINTER_ALL_ACCESS;
-  HANDLE printer = nullptr;
-  if (!::OpenPrinterW(const_cast<wchar_t*>(name.c_str()), &printer,
-                      &defaults)) {
-    return;
-  }
-  ::DeletePrinter(printer);
-  ::ClosePrinter(printer);
 }
 
 }  // namespace kova::test

@@ -7,12 +7,9 @@
 
 namespace kova::test {
 
-// Installs the printer driver that demo printers use, if it is missing; it
-// stays installed. False if the spooler refuses.
-bool AddDemoDriver();
-
-// A printer that exists for its scope, with the demo driver. Its name and its
-// share name must be free; a leftover of that name is removed first.
+// A printer that exists for its scope, with a driver that stays installed. Its
+// name and its share name must be free; a leftover of that name is removed
+// first.
 class DemoPrinter {
  public:
   // Shared under `shareName`, or not shared if that is null.
@@ -42,8 +39,5 @@ class DemoPrinter {
   HANDLE m_printer = nullptr;
   bool m_isLetGo = false;
 };
-
-// Removes the printer of that name, if there is one.
-void RemovePrinter(const std::wstring& name);
 
 }  // namespace kova::test

@@ -12,6 +12,7 @@
 #include "dispatch/request_dispatch.h"
 #include "dispatch/web_server_interface.h"
 #include "log/log_channel.h"
+#include "test/extensions/extension_answers.h"
 #include "test/support/bad_request.h"
 #include "test/support/demo_printer.h"
 #include "test/support/fake_tick_count.h"
@@ -57,11 +58,7 @@ class DispatchFixture : public testing::Test {
   }
   // What the scripted extension answers when it echoes.
   std::string Echo(const std::string& request, uint32_t keepOpen = 0) const {
-    const std::string body = std::string("address=") + kNarrowClientAddress +
-                             "\nkeepOpen=" + std::to_string(keepOpen) + "\n" +
-                             request;
-    return "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(body.size()) +
-           "\r\n\r\n" + body;
+    return test::Echo(kNarrowClientAddress, keepOpen, request);
   }
 
   static std::wstring Found(const std::wstring& printer,

@@ -8,11 +8,6 @@
 namespace kova::test {
 namespace {
 
-template <typename T>
-T* At(char* base, DWORD offset) {
-  return reinterpret_cast<T*>(base + offset);
-}
-
 // Tables of thunks need not be aligned.
 uint64_t ReadThunk(const char* at) {
   uint64_t thunk = 0;
@@ -20,41 +15,39 @@ uint64_t ReadThunk(const char* at) {
   return thunk;
 }
 
-void** FindInDescriptor(char* base, const IMAGE_IMPORT_DESCRIPTOR& descriptor,
-                        const char* name) {
-  if (descriptor.OriginalFirstThunk == 0) return nullptr;
-  const char* names = base + descriptor.OriginalFirstThunk;
-  char* slot = base + descriptor.FirstThunk;
-  for (; ReadThunk(names) != 0;
-       names += sizeof(uint64_t), slot += sizeof(uint64_t)) {
-    const uint64_t thunk = ReadThunk(names);
-    if (IMAGE_SNAP_BY_ORDINAL64(thunk)) continue;
-    // Behind the two bytes of the hint.
-    if (std::strcmp(base + thunk + sizeof(WORD), name) == 0) {
-      return reinterpret_cast<void**>(slot);
-    }
-  }
-  return nullptr;
-}
-
 }  // namespace
 
-void** FindImportSlot(HMODULE module, const char* name) {
+void VisitImports(HMODULE module, const ImportVisitor& visit) {
   if (module == nullptr) module = ::GetModuleHandleW(nullptr);
   char* const base = reinterpret_cast<char*>(module);
-  const auto* dos = At<IMAGE_DOS_HEADER>(base, 0);
+  const auto* dos = reinterpret_cast<IMAGE_DOS_HEADER*>(base);
   const auto* headers =
-      At<IMAGE_NT_HEADERS>(base, static_cast<DWORD>(dos->e_lfanew));
-  const IMAGE_DATA_DIRECTORY& directory =
-      headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
-  if (directory.VirtualAddress == 0) return nullptr;
-  for (auto* descriptor =
-           At<IMAGE_IMPORT_DESCRIPTOR>(base, directory.VirtualAddress);
-       descriptor->Name != 0; ++descriptor) {
-    void** const slot = FindInDescriptor(base, *descriptor, name);
-    if (slot != nullptr) return slot;
+      reinterpret_cast<IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
+  const DWORD table =
+      headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT]
+          .VirtualAddress;
+  if (table == 0) return;
+  for (auto* from = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(base + table);
+       from->Name != 0; ++from) {
+    if (from->OriginalFirstThunk == 0) continue;
+    const char* names = base + from->OriginalFirstThunk;
+    char* slot = base + from->FirstThunk;
+    for (; ReadThunk(names) != 0;
+         names += sizeof(uint64_t), slot += sizeof(uint64_t)) {
+      const uint64_t thunk = ReadThunk(names);
+      if (IMAGE_SNAP_BY_ORDINAL64(thunk)) continue;
+      // Behind the two bytes of the hint.
+      visit(base + thunk + sizeof(WORD), reinterpret_cast<void**>(slot));
+    }
   }
-  return nullptr;
+}
+
+void** FindImportSlot(HMODULE module, const char* name) {
+  void** found = nullptr;
+  VisitImports(module, [name, &found](const char* import, void** slot) {
+    if (found == nullptr && std::strcmp(import, name) == 0) found = slot;
+  });
+  return found;
 }
 
 void* ReadImportSlot(void* const* slot) {

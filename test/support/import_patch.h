@@ -4,11 +4,17 @@
 // product needs no seams for its tests.
 #pragma once
 
-#include <utility>
+#include <functional>
 
 #include "base/windows_api.h"
 
 namespace kova::test {
+
+// Calls `visit` with the name and the slot of each function that `module`
+// (null: this program) imports by name, in the order of its table. Takes no
+// memory, for what takes memory may be what is patched.
+using ImportVisitor = std::function<void(const char* name, void** slot)>;
+void VisitImports(HMODULE module, const ImportVisitor& visit);
 
 // The slot through which `module` calls the function it imports under `name`;
 // null if it imports no such function.

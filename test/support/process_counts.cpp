@@ -2,6 +2,7 @@
 
 #include "base/handles.h"
 #include "base/windows_api.h"
+#include "test/support/exported_function.h"
 // After the Windows headers.
 #include <tlhelp32.h>
 
@@ -31,12 +32,11 @@ struct HandleTable {
   HandleEntry entries[1];
 };
 
-using Query = long(WINAPI*)(int, void*, ULONG, ULONG*);
+using Query = long WINAPI(int, void*, ULONG, ULONG*);
 
 std::vector<uint8_t> ReadHandleTable() {
-  const auto query =
-      reinterpret_cast<Query>(reinterpret_cast<void*>(::GetProcAddress(
-          ::GetModuleHandleW(L"ntdll.dll"), "NtQuerySystemInformation")));
+  Query* const query = ExportedFunction<Query>(::GetModuleHandleW(L"ntdll.dll"),
+                                               "NtQuerySystemInformation");
   std::vector<uint8_t> table(1 << 16);
   ULONG needed = 0;
   while (query(kExtendedHandleInformation, table.data(),

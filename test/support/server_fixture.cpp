@@ -3,19 +3,14 @@
 #include <cstdlib>
 #include <random>
 
+#include "test/support/exported_function.h"
 #include "test/support/test_client.h"
 
 namespace kova::test {
 namespace {
 
-template <typename Function>
-Function* Find(HMODULE module, const char* name) {
-  return reinterpret_cast<Function*>(
-      reinterpret_cast<void*>(::GetProcAddress(module, name)));
-}
-
 // Long enough for the connections that a stop leaves to themselves.
-constexpr uint64_t kUnloadPatienceMs = 5000;
+constexpr uint64_t kUnloadPatienceMs = 10000;
 
 // Apart from the ports that clients get, from 32768 on here and from 49152 on
 // on Windows: a client that got the server's port between two of its lives
@@ -33,10 +28,6 @@ bool CanBind(uint16_t port) {
   address.sin_addr.s_addr = INADDR_ANY;
   return ::bind(probe.Get(), reinterpret_cast<const sockaddr*>(&address),
                 sizeof(address)) == 0;
-}
-
-std::wstring LibraryPath() {
-  return TestProgramFolder() + L"\\..\\bin\\KOVAServer.dll";
 }
 
 }  // namespace
@@ -62,12 +53,17 @@ std::wstring TestProgramFolder() {
   return path.substr(0, path.find_last_of(L'\\'));
 }
 
+std::wstring ServerLibraryPath() {
+  return TestProgramFolder() + L"\\..\\bin\\KOVAServer.dll";
+}
+
 ServerFixture::ServerFixture() {
   UsePort(FreePort());
-  m_module.Reset(::LoadLibraryW(LibraryPath().c_str()));
+  m_module.Reset(::LoadLibraryW(ServerLibraryPath().c_str()));
   if (!m_module.IsValid()) return;
-  m_start = Find<KOVA_StartServer>(m_module.Get(), "StartKOVAServer");
-  m_stop = Find<KOVA_StopServer>(m_module.Get(), "StopKOVAServer");
+  m_start =
+      ExportedFunction<KOVA_StartServer>(m_module.Get(), "StartKOVAServer");
+  m_stop = ExportedFunction<KOVA_StopServer>(m_module.Get(), "StopKOVAServer");
 }
 
 ServerFixture::~ServerFixture() {
@@ -90,7 +86,7 @@ bool ServerFixture::Unload() {
   m_stop = nullptr;
   m_module.Reset();
   const uint64_t deadlineMs = ::GetTickCount64() + kUnloadPatienceMs;
-  while (::GetModuleHandleW(LibraryPath().c_str()) != nullptr) {
+  while (::GetModuleHandleW(ServerLibraryPath().c_str()) != nullptr) {
     if (::GetTickCount64() > deadlineMs) return false;
     ::Sleep(1);
   }

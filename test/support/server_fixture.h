@@ -18,11 +18,14 @@ namespace kova::test {
 // The folder of the test program, without a backslash at the end.
 [[nodiscard]] std::wstring TestProgramFolder();
 
-// Loads ../bin/KOVAServer.dll, seen from the test program, with settings of
-// its own: a free port, everything else absent. Nothing runs until Start().
-// Stops and unloads at the end, so that the next server starts with no state
-// of this one; then the settings are what they were. For use
-// as a member or a base of a test fixture; at most one may live at a time.
+// ../bin/KOVAServer.dll, seen from the test program.
+[[nodiscard]] std::wstring ServerLibraryPath();
+
+// Loads the server library, with settings of its own: a free port, everything
+// else absent. Nothing runs until Start(). Stops and unloads at the end, so
+// that the next server starts with no state of this one; then the settings are
+// what they were. For use as a member or a base of a test fixture; at most one
+// may live at a time.
 //
 // Patches and captures for Module() must be destroyed before this object, so
 // declare them after it.

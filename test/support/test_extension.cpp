@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "test/support/exported_function.h"
 #include "test/support/server_fixture.h"
 
 namespace kova::test {
@@ -19,9 +20,8 @@ TestExtension::TestExtension(const wchar_t* name)
     : m_folder(ExtensionFolder(name)),
       m_module(::LoadLibraryW(LibraryPath().c_str())) {
   if (!m_module.IsValid()) return;
-  auto* const record =
-      reinterpret_cast<TestExtension_RecordFunction*>(reinterpret_cast<void*>(
-          ::GetProcAddress(m_module.Get(), "TestExtension_Record")));
+  auto* const record = ExportedFunction<TestExtension_RecordFunction>(
+      m_module.Get(), "TestExtension_Record");
   if (record == nullptr) return;
   m_record = record();
   Forget();

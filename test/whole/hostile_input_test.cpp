@@ -7,7 +7,6 @@
 
 namespace {
 
-using kova::test::kClientPatienceMs;
 using kova::test::Pattern;
 using kova::test::RoutingFixture;
 using kova::test::TestClient;
@@ -36,14 +35,6 @@ class HostileInputTest : public RoutingFixture {
            "\r\n\r\n" + body;
   }
 };
-
-TEST_F(HostileInputTest, ARequestMayComeByteByByte) {
-  const std::string request =
-      "GET /a?printer=KOVA+whole HTTP/1.1\r\nHost: x\r\nX: \r\n\r\n";
-  TestClient client(Port());
-  ASSERT_TRUE(client.SendByteByByte(request));
-  EXPECT_EQ(client.ReceiveAll(), Echo(client, request));
-}
 
 TEST_F(HostileInputTest, ARequestMayBeCutAnywhere) {
   const std::string head = kFormHead;
@@ -143,34 +134,6 @@ TEST_F(HostileInputTest, AClientMayGoAwayWhileItIsServed) {
   gate.Open();
   EXPECT_TRUE(m_extension.WaitForCount('R', 1));
   ExpectEcho(Get());
-}
-
-TEST_F(HostileInputTest, AClientThatNeverReadsHoldsUpNeitherOthersNorTheStop) {
-  TestClient client(Port(), 4096);
-  ASSERT_TRUE(client.Send(Get("bytes-8388608")));
-  ASSERT_TRUE(m_capture.WaitFor(
-      L"DetailInfoE Network_ClientThread::Run: WSAEWOULDBLOCK returned, "
-      L"setting resend flag",
-      kClientPatienceMs));
-  ExpectEcho(Get());
-  const uint64_t beforeMs = ::GetTickCount64();
-  m_server.Stop();
-  EXPECT_LT(::GetTickCount64() - beforeMs, 3000u);
-  const std::string received = client.ReceiveAll();
-  EXPECT_TRUE(client.ClosedByPeer());
-  EXPECT_LT(received.size(), 8388608u);
-  EXPECT_TRUE(received == Pattern(received.size()));
-}
-
-TEST_F(HostileInputTest, AClientThatSendsNothingIsEndedByTheStop) {
-  TestClient silent(Port());
-  TestClient half(Port());
-  SendIncomplete(half, "GET / HTTP/1.1\r\n");
-  m_server.Stop();
-  EXPECT_EQ(silent.ReceiveAll(), "");
-  EXPECT_TRUE(silent.ClosedByPeer());
-  EXPECT_EQ(half.ReceiveAll(), "");
-  EXPECT_TRUE(half.ClosedByPeer());
 }
 
 }  // namespace

@@ -100,9 +100,9 @@ std::wstring TextOf(const std::wstring& key, const wchar_t* name) {
   return text;
 }
 
-class LoggingTest : public testing::Test {
+class LogTracesTest : public testing::Test {
  protected:
-  explicit LoggingTest(uint32_t mask = 0xE0000000)
+  explicit LogTracesTest(uint32_t mask = 0xE0000000)
       : m_mask(mask),
         m_register(m_server.Module(), "RegisterEventSourceW", &RecordSource),
         m_report(m_server.Module(), "ReportEventW", &RecordReport),
@@ -112,7 +112,7 @@ class LoggingTest : public testing::Test {
     g_reports.clear();
     Clean();
   }
-  ~LoggingTest() override { Clean(); }
+  ~LogTracesTest() override { Clean(); }
 
   static void Clean() {
     for (const wchar_t* name : {kServer, kDispatcher, kFormer}) {
@@ -136,7 +136,7 @@ class LoggingTest : public testing::Test {
   LogCapture m_capture;
 };
 
-TEST_F(LoggingTest, ANewMachineGetsAMaskAndItsEventSources) {
+TEST_F(LogTracesTest, ANewMachineGetsAMaskAndItsEventSources) {
   DeleteLogMask(kServer);
   SetLogMask(0, kFormer);
   for (const wchar_t* name : {kServer, kDispatcher, kFormer}) {
@@ -157,7 +157,7 @@ TEST_F(LoggingTest, ANewMachineGetsAMaskAndItsEventSources) {
   EXPECT_FALSE(KeyExists(kSystem + kFormer));
 }
 
-TEST_F(LoggingTest, ExistingEventSourcesAreLeftAlone) {
+TEST_F(LogTracesTest, ExistingEventSourcesAreLeftAlone) {
   for (const wchar_t* name : {kServer, kDispatcher}) {
     MakeKey(kApplication + name);
     MakeKey(kSystem + name);
@@ -169,9 +169,9 @@ TEST_F(LoggingTest, ExistingEventSourcesAreLeftAlone) {
   }
 }
 
-class DetailedLoggingTest : public LoggingTest {
+class DetailedLoggingTest : public LogTracesTest {
  protected:
-  DetailedLoggingTest() : LoggingTest(0xF800FFFF) {}
+  DetailedLoggingTest() : LogTracesTest(0xF800FFFF) {}
 };
 
 constexpr wchar_t kFailedToReceive[] =
@@ -241,9 +241,9 @@ TEST_F(DetailedLoggingTest, FilesEachReportByItsChannel) {
   EXPECT_NE(g_reports[2].data[4], g_reports[0].data[4]);
 }
 
-class FileLoggingTest : public LoggingTest {
+class FileLoggingTest : public LogTracesTest {
  protected:
-  FileLoggingTest() : LoggingTest(0xF400FFFF) {}
+  FileLoggingTest() : LogTracesTest(0xF400FFFF) {}
 
   static std::string FileBytes() {
     std::ifstream file(fs::path(kLogFile), std::ios::binary);

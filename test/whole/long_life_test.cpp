@@ -2,9 +2,7 @@
 // without a stop. KOVA_LONG in the environment asks for the full counts.
 #include <gmock/gmock.h>
 
-#include <algorithm>
 #include <atomic>
-#include <cstdio>
 #include <thread>
 #include <vector>
 
@@ -30,13 +28,6 @@ struct Holdings {
   size_t threads = kova::test::CountThreads();
   uint64_t privateBytes = kova::test::CountPrivateBytes();
 };
-
-void Show(const char* when, const Holdings& held) {
-  std::printf("  %-12s %u handles, %u threads, %u KiB private\n", when,
-              static_cast<unsigned>(held.handles),
-              static_cast<unsigned>(held.threads),
-              static_cast<unsigned>(held.privateBytes / 1024));
-}
 
 void ExpectNoMore(const Holdings& before, const Holdings& after) {
   EXPECT_LE(after.handles, before.handles + kHandleSlack);
@@ -65,10 +56,6 @@ TEST(LongLifeTest, StartsAndStopsStayFlat) {
   const Holdings middle;
   run(rounds - rounds / 2);
   const Holdings last;
-  std::printf("  %d starts and stops\n", rounds);
-  Show("at 1/20", first);
-  Show("at the half", middle);
-  Show("at the end", last);
   ExpectNoMore(first, middle);
   ExpectNoMore(middle, last);
 }

@@ -1,4 +1,4 @@
-// Whole: many clients at once, slow extensions, and restarts from inside.
+// Whole: many clients at once, and restarts from inside.
 #include <gmock/gmock.h>
 
 #include <atomic>
@@ -9,7 +9,6 @@
 
 namespace {
 
-using kova::test::ExtensionGate;
 using kova::test::FreePort;
 using kova::test::kClientPatienceMs;
 using kova::test::RoutingFixture;
@@ -53,18 +52,6 @@ TEST_F(ManyClientsTest, SixtyFourClientsAllGetTheirOwnAnswer) {
   EXPECT_EQ(m_extension.Count('R'), 2 * kClients);
   EXPECT_EQ(m_extension.Count('?'), 0);
   EXPECT_EQ(m_extension.Record().live, 0);
-}
-
-TEST_F(ManyClientsTest, ASlowExtensionHoldsNobodyElseUp) {
-  ExtensionGate gate(m_extension);
-  TestClient slow(Port());
-  ASSERT_TRUE(slow.Send(Get("wait")));
-  ASSERT_TRUE(gate.WaitForArrival());
-  ExpectEcho(Get());
-  ExpectBadRequest("GET / HTTP/1.1\r\n\r\n");
-  EXPECT_TRUE(slow.StaysQuiet(0));
-  gate.Open();
-  EXPECT_EQ(slow.ReceiveAll(), Echo(slow, Get("wait")));
 }
 
 TEST_F(ManyClientsTest, ARestartFromAHandlerIsAnsweredAndHappens) {

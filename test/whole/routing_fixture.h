@@ -7,6 +7,7 @@
 #include <string>
 
 #include "log/log_channel.h"
+#include "test/extensions/extension_answers.h"
 #include "test/support/bad_request.h"
 #include "test/support/demo_printer.h"
 #include "test/support/log_capture.h"
@@ -20,12 +21,7 @@ inline constexpr wchar_t kLooping[] =
     L"DetailInfoE Network_ClientThread::Run: HTTPRequest::IsComplete returned "
     L"false, looping";
 
-// The bytes that the scripted extension answers for "act=bytes-<count>".
-inline std::string Pattern(size_t count) {
-  std::string bytes(count, '\0');
-  for (size_t i = 0; i < count; ++i) bytes[i] = static_cast<char>('a' + i % 26);
-  return bytes;
-}
+inline constexpr size_t kEightMiB = size_t{8} * 1024 * 1024;
 
 // Has the printer "KOVA whole", shared as "kovaWhole", and shows the channels
 // on which requests log.
@@ -52,11 +48,7 @@ class RoutingFixture : public testing::Test {
   // What the extension answers `client` when it echoes.
   static std::string Echo(const TestClient& client, const std::string& request,
                           uint32_t keepOpen = 0) {
-    const std::string body = "address=" + client.Address() +
-                             "\nkeepOpen=" + std::to_string(keepOpen) + "\n" +
-                             request;
-    return "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(body.size()) +
-           "\r\n\r\n" + body;
+    return test::Echo(client.Address(), keepOpen, request);
   }
   // One connection whose request is echoed before the server closes it.
   void ExpectEcho(const std::string& request) {
@@ -76,6 +68,17 @@ class RoutingFixture : public testing::Test {
     m_capture.Take();
     ASSERT_TRUE(client.Send(bytes));
     ASSERT_TRUE(m_capture.WaitFor(kLooping, kClientPatienceMs)) << bytes;
+  }
+
+  // Asks for more than the client reads, and waits until the server has begun
+  // to wait for that.
+  void AskForMuch(TestClient& client) {
+    m_capture.Take();
+    ASSERT_TRUE(client.Send(Get("bytes-" + std::to_string(kEightMiB))));
+    ASSERT_TRUE(m_capture.WaitFor(
+        L"DetailInfoE Network_ClientThread::Run: WSAEWOULDBLOCK returned, "
+        L"setting resend flag",
+        kClientPatienceMs));
   }
 
   const ScopedLogMask m_mask{0xF0000000 | tk::kDebuggerShowsAll |

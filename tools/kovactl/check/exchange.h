@@ -21,7 +21,7 @@ struct Answer {
 // notices misuse, and reports what was wrong. One per thread.
 class Exchange {
  public:
-  // thread  the calling one's number in state.calls. All must outlive this.
+  // thread: the calling thread's number in state.calls. All must outlive this.
   Exchange(WorkerState& state, size_t thread, const Extension& extension,
            Reporter& reporter)
       : m_state(state),

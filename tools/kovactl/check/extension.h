@@ -1,5 +1,4 @@
-// The extension under test, loaded as the server loads it, and what in it can
-// be at work.
+// The extension under test, loaded as the server loads it.
 #pragma once
 
 #include <cstdint>
@@ -11,9 +10,9 @@
 
 namespace kova::ctl::check {
 
-// Whose code runs: one of the seven functions that the server calls, or what
-// runs without being called by it. The numbers travel between the processes of
-// one check, nowhere else.
+// Whose code runs: one of the seven functions that the server calls, or what of
+// the extension runs without the server's calling it. The numbers travel
+// between the processes of one check, nowhere else.
 enum class Callee : uint32_t {
   kNone,  // outside the extension
   kLoad,

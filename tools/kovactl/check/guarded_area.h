@@ -9,7 +9,7 @@
 
 namespace kova::ctl::check {
 
-// What was done to an area that must not be done.
+// What an extension did to an area and must not do.
 struct Breach {
   bool wrote = false;       // to bytes that are read-only
   bool readPast = false;    // behind the end
@@ -37,7 +37,8 @@ class GuardedArea {
   static constexpr char kUnwritten = '\xA5';
   [[nodiscard]] char* Place(size_t lengthBytes);
 
-  // What was done since the bytes were placed. Call once for each Place.
+  // What was done to the bytes since they were placed. Call once for each
+  // Place.
   [[nodiscard]] Breach TakeBreach();
 
   // Notes wrong accesses of the whole process from now on. Once, early.

@@ -1,5 +1,4 @@
-// What an extension is tried in: what the steps of a check work with, in the
-// process that runs it.
+// What the steps of a check work with, in the process that runs the extension.
 #pragma once
 
 #include <string>

@@ -6,6 +6,7 @@
 #include "base/handles.h"
 #include "common/file_path.h"
 #include "kova/extension.h"
+#include "spooler/driver_location.h"
 
 namespace kova::ctl {
 namespace {
@@ -128,7 +129,7 @@ std::optional<Failure> SetPackage(const UniquePrinter& printer,
                                   const std::wstring& folder) {
   const DWORD size = static_cast<DWORD>((folder.size() + 1) * sizeof(wchar_t));
   const DWORD error =
-      ::SetPrinterDataW(printer.Get(), Text(L"DriverPackage"), REG_SZ,
+      ::SetPrinterDataW(printer.Get(), Text(kDriverPackageData), REG_SZ,
                         reinterpret_cast<BYTE*>(Text(folder)), size);
   if (error == ERROR_SUCCESS) return std::nullopt;
   return SpoolerFailure(
