@@ -7,7 +7,7 @@
 
 #include "base/handles.h"
 #include "common/program_run.h"
-#include "common/saved_value.h"
+#include "common/registry_value.h"
 #include "common/server_settings.h"
 #include "log/mask_key.h"
 #include "log/server_logger.h"

@@ -1,3 +1,8 @@
+// The whole command line: verbs, help, version, wrong usage.
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <exception>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -5,8 +10,89 @@
 // After the rest of Windows.
 #include <shellapi.h>
 
-#include "command_line.h"
+#include "common/exit_code.h"
+#include "common/output.h"
 #include "common/utf8.h"
+#include "verbs.h"
+
+namespace kova::ctl {
+namespace {
+
+std::string Footer() {
+  return "Examples:\n"
+         "  kovactl run --demo\n"
+         "  kovactl run --help\n\n" +
+         ExitCodeHelp();
+}
+
+void AddEverything(CLI::App& app) {
+  app.name("kovactl");
+  app.set_version_flag("--version", "kovactl " KOVA_VERSION);
+  app.require_subcommand(0, 1);
+  // A path may begin with a slash; no option does.
+  app.allow_windows_style_options(false);
+  app.footer(&Footer);
+  AddRunVerb(app);
+  AddCheckExtensionVerb(app);
+  AddDumpsVerb(app);
+  AddLogVerb(app);
+  AddPrintersVerb(app);
+  AddProbeVerb(app);
+  AddSettingsVerb(app);
+  AddStatusVerb(app);
+}
+
+// Which verb's help to point to after a mistake.
+std::wstring HelpCommand(const CLI::App& app) {
+  const auto verbs = app.get_subcommands();
+  const std::string verb = verbs.empty() ? "" : verbs.front()->get_name() + " ";
+  return L"kovactl " + ToWide(verb) + L"--help";
+}
+
+// The library words some mistakes on several lines.
+std::wstring OneLine(const std::string& text) {
+  std::wstring line = ToWide(text);
+  std::replace(line.begin(), line.end(), L'\n', L' ');
+  return line;
+}
+
+int ShowHelp(const CLI::App& app, const CLI::ParseError& request) {
+  std::ostringstream text;
+  std::ostringstream errors;
+  const int code = app.exit(request, text, errors);
+  Output(STD_OUTPUT_HANDLE).Write(ToWide(text.str()));
+  return code;
+}
+
+// Carries out one command line; the process's exit code. `arguments` are UTF-8,
+// without the program's name.
+int RunCommandLine(std::vector<std::string> arguments) {
+  CLI::App app("Runs and looks after the printers' HTTP server.");
+  AddEverything(app);
+  try {
+    // The library takes its arguments from the back.
+    std::reverse(arguments.begin(), arguments.end());
+    app.parse(std::move(arguments));
+    if (app.get_subcommands().empty()) {
+      throw CLI::RequiredError("say what to do, for instance: kovactl run",
+                               CLI::ExitCodes::RequiredError);
+    }
+    return static_cast<int>(ExitCode::kSuccess);
+  } catch (const CLI::RuntimeError& failure) {
+    return failure.get_exit_code();
+  } catch (const CLI::ParseError& error) {
+    if (error.get_exit_code() == 0) return ShowHelp(app, error);
+    WriteError(OneLine(error.what()) + L"; " + HelpCommand(app) +
+               L" lists what there is");
+    return static_cast<int>(ExitCode::kWrongUsage);
+  } catch (const std::exception& error) {
+    WriteError(OneLine(error.what()));
+    return static_cast<int>(ExitCode::kInternalError);
+  }
+}
+
+}  // namespace
+}  // namespace kova::ctl
 
 // The narrow argument vector is in the ANSI code page, which cannot hold every
 // path; the wide command line can.

@@ -6,7 +6,7 @@
 #include <span>
 
 #include "base/windows_api.h"
-#include "logs/exception_name.h"
+#include "common/plain_text.h"
 
 namespace kova::ctl {
 namespace {
@@ -16,9 +16,15 @@ constexpr uint32_t kMostExports = 65536;
 constexpr uint32_t kMostImports = 4096;
 constexpr size_t kMostNameBytes = 256;
 
+// What IMAGE_NT_HEADERS begins with on every machine.
+struct SharedHeaders {
+  DWORD signature;
+  IMAGE_FILE_HEADER file;
+};
+
 class ImageReader {
  public:
-  explicit ImageReader(const ByteSource& file) : m_file(file) {}
+  explicit ImageReader(const RandomAccessFile& file) : m_file(file) {}
 
   ImageFacts Read() {
     ImageFacts facts;
@@ -35,46 +41,42 @@ class ImageReader {
   }
 
  private:
-  template <typename T>
-  [[nodiscard]] bool ReadAt(uint64_t offset, T& value) const {
-    return m_file.Read(offset, {reinterpret_cast<uint8_t*>(&value), sizeof(T)});
-  }
-
   // The parts of the headers that all machines share come first, so that an
   // image for another machine is told from no image.
   ImageForm ReadHeaders() {
-    IMAGE_DOS_HEADER dos{};
-    if (!ReadAt(0, dos) || dos.e_magic != IMAGE_DOS_SIGNATURE ||
-        dos.e_lfanew < 0) {
+    const auto dos = m_file.At<IMAGE_DOS_HEADER>(0);
+    if (!dos || dos->e_magic != IMAGE_DOS_SIGNATURE || dos->e_lfanew < 0) {
       return ImageForm::kNoImage;
     }
-    m_headersAt = static_cast<uint64_t>(dos.e_lfanew);
-    if (!ReadAt(m_headersAt, m_headers.Signature) ||
-        m_headers.Signature != IMAGE_NT_SIGNATURE ||
-        !ReadAt(m_headersAt + offsetof(IMAGE_NT_HEADERS64, FileHeader),
-                m_headers.FileHeader)) {
+    m_headersAt = static_cast<uint64_t>(dos->e_lfanew);
+    const auto shared = m_file.At<SharedHeaders>(m_headersAt);
+    if (!shared || shared->signature != IMAGE_NT_SIGNATURE) {
       return ImageForm::kNoImage;
     }
-    if (m_headers.FileHeader.Machine != IMAGE_FILE_MACHINE_AMD64) {
+    m_headers.FileHeader = shared->file;
+    if (shared->file.Machine != IMAGE_FILE_MACHINE_AMD64) {
       return ImageForm::kForeign;
     }
-    return ReadAt(m_headersAt, m_headers) && m_headers.OptionalHeader.Magic ==
-                                                 IMAGE_NT_OPTIONAL_HDR64_MAGIC
-               ? ImageForm::kSound
-               : ImageForm::kCutShort;
+    const auto headers = m_file.At<IMAGE_NT_HEADERS64>(m_headersAt);
+    if (!headers ||
+        headers->OptionalHeader.Magic != IMAGE_NT_OPTIONAL_HDR64_MAGIC) {
+      return ImageForm::kCutShort;
+    }
+    m_headers = *headers;
+    return ImageForm::kSound;
   }
 
   bool ReadSections() {
     uint64_t at = m_headersAt + offsetof(IMAGE_NT_HEADERS64, OptionalHeader) +
                   m_headers.FileHeader.SizeOfOptionalHeader;
     for (int i = 0; i < m_headers.FileHeader.NumberOfSections; ++i) {
-      IMAGE_SECTION_HEADER section{};
-      if (!ReadAt(at, section)) return false;
+      const auto section = m_file.At<IMAGE_SECTION_HEADER>(at);
+      if (!section) return false;
       const uint64_t end =
-          uint64_t{section.PointerToRawData} + section.SizeOfRawData;
+          uint64_t{section->PointerToRawData} + section->SizeOfRawData;
       if (end > m_file.SizeBytes()) return false;
-      m_sections.push_back(section);
-      at += sizeof(section);
+      m_sections.push_back(*section);
+      at += sizeof(*section);
     }
     return true;
   }
@@ -92,10 +94,10 @@ class ImageReader {
   }
 
   template <typename T>
-  [[nodiscard]] bool ReadAddress(uint64_t address, T& value) const {
-    if (address > UINT32_MAX) return false;
+  [[nodiscard]] std::optional<T> AtAddress(uint64_t address) const {
+    if (address > UINT32_MAX) return std::nullopt;
     const auto offset = OffsetOf(static_cast<uint32_t>(address));
-    return offset && ReadAt(*offset, value);
+    return offset ? m_file.At<T>(*offset) : std::nullopt;
   }
 
   // A text up to its zero, or its first kMostNameBytes.
@@ -122,16 +124,12 @@ class ImageReader {
   bool ReadExports(std::vector<std::string>& names) const {
     const uint32_t at = TableAddress(IMAGE_DIRECTORY_ENTRY_EXPORT);
     if (at == 0) return true;
-    IMAGE_EXPORT_DIRECTORY table{};
-    if (!ReadAddress(at, table) || table.NumberOfNames > kMostExports) {
-      return false;
-    }
-    for (uint64_t i = 0; i < table.NumberOfNames; ++i) {
-      uint32_t nameAt = 0;
-      if (!ReadAddress(table.AddressOfNames + i * sizeof(nameAt), nameAt) ||
-          !ReadName(nameAt, names.emplace_back())) {
-        return false;
-      }
+    const auto table = AtAddress<IMAGE_EXPORT_DIRECTORY>(at);
+    if (!table || table->NumberOfNames > kMostExports) return false;
+    for (uint64_t i = 0; i < table->NumberOfNames; ++i) {
+      const auto nameAt =
+          AtAddress<uint32_t>(table->AddressOfNames + i * sizeof(uint32_t));
+      if (!nameAt || !ReadName(*nameAt, names.emplace_back())) return false;
     }
     return true;
   }
@@ -140,15 +138,16 @@ class ImageReader {
     const uint32_t at = TableAddress(IMAGE_DIRECTORY_ENTRY_IMPORT);
     if (at == 0) return true;
     for (uint64_t i = 0; i < kMostImports; ++i) {
-      IMAGE_IMPORT_DESCRIPTOR row{};
-      if (!ReadAddress(at + i * sizeof(row), row)) return false;
-      if (row.Name == 0) return true;
-      if (!ReadName(row.Name, names.emplace_back())) return false;
+      const auto row = AtAddress<IMAGE_IMPORT_DESCRIPTOR>(
+          at + i * sizeof(IMAGE_IMPORT_DESCRIPTOR));
+      if (!row) return false;
+      if (row->Name == 0) return true;
+      if (!ReadName(row->Name, names.emplace_back())) return false;
     }
     return false;
   }
 
-  const ByteSource& m_file;
+  const RandomAccessFile& m_file;
   uint64_t m_headersAt = 0;
   IMAGE_NT_HEADERS64 m_headers{};
   std::vector<IMAGE_SECTION_HEADER> m_sections;
@@ -160,7 +159,7 @@ bool ImageFacts::Exports(const char* name) const {
   return std::ranges::find(exports, name) != exports.end();
 }
 
-ImageFacts ReadImage(const ByteSource& file) {
+ImageFacts ReadImage(const RandomAccessFile& file) {
   return ImageReader(file).Read();
 }
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "logs/byte_source.h"
+#include "common/random_access_file.h"
 
 namespace kova::ctl {
 
@@ -29,7 +29,7 @@ struct ImageFacts {
 
 // Reads an image as the documentation of the PE format lays it out; believes
 // nothing that the file says of itself.
-ImageFacts ReadImage(const ByteSource& file);
+ImageFacts ReadImage(const RandomAccessFile& file);
 
 // "32-bit (x86)", "64-bit (ARM64)", "machine type 0x1234".
 std::wstring MachineText(uint16_t machine);

@@ -8,18 +8,18 @@
 #include <string>
 
 #include "base/windows_api.h"
-#include "logs/file_source.h"
-#include "logs/memory_dump.h"
+#include "common/memory_file.h"
+#include "common/random_access_file.h"
 #include "test/support/test_extension.h"
 
 namespace {
 
-using ::kova::ctl::FileSource;
+using ::kova::ctl::DiskFile;
 using ::kova::ctl::ImageFacts;
 using ::kova::ctl::ImageForm;
 using ::kova::ctl::MachineText;
 using ::kova::ctl::ReadImage;
-using ::kova::ctl::test::MemorySource;
+using ::kova::ctl::test::MemoryFile;
 using ::kova::test::ExtensionFolder;
 using ::testing::Contains;
 
@@ -28,14 +28,14 @@ std::wstring Library(const wchar_t* extension) {
 }
 
 ImageFacts Read(const std::wstring& path) {
-  FileSource file;
+  DiskFile file;
   EXPECT_EQ(file.Open(path), static_cast<DWORD>(ERROR_SUCCESS));
   return ReadImage(file);
 }
 
 // The whole test library, to be damaged.
 std::vector<uint8_t> Bytes() {
-  FileSource file;
+  DiskFile file;
   EXPECT_EQ(file.Open(Library(L"scripted")), static_cast<DWORD>(ERROR_SUCCESS));
   std::vector<uint8_t> bytes(static_cast<size_t>(file.SizeBytes()));
   EXPECT_TRUE(file.Read(0, bytes));
@@ -43,7 +43,7 @@ std::vector<uint8_t> Bytes() {
 }
 
 ImageForm FormOf(std::vector<uint8_t> bytes) {
-  return ReadImage(MemorySource(std::move(bytes))).form;
+  return ReadImage(MemoryFile(std::move(bytes))).form;
 }
 
 size_t HeadersAt(const std::vector<uint8_t>& bytes) {
@@ -92,7 +92,7 @@ TEST(ImageFile, NamesTheMachineOfAForeignImage) {
   const size_t machine = HeadersAt(bytes) + 4;
   bytes[machine] = 0x4C;
   bytes[machine + 1] = 0x01;
-  const ImageFacts facts = ReadImage(MemorySource(bytes));
+  const ImageFacts facts = ReadImage(MemoryFile(bytes));
   EXPECT_EQ(facts.form, ImageForm::kForeign);
   EXPECT_EQ(MachineText(facts.machine), L"32-bit (x86)");
   EXPECT_EQ(MachineText(0xAA64), L"64-bit (ARM64)");
@@ -105,7 +105,7 @@ TEST(ImageFile, IsNeverSoundWhenCutShort) {
   ASSERT_EQ(FormOf(whole), ImageForm::kSound);
   for (size_t size = 0; size < whole.size() - 1;
        size += size < 2048 ? 1 : 4099) {
-    const ImageFacts facts = ReadImage(MemorySource(
+    const ImageFacts facts = ReadImage(MemoryFile(
         {whole.begin(), whole.begin() + static_cast<ptrdiff_t>(size)}));
     EXPECT_NE(facts.form, ImageForm::kSound) << size;
     EXPECT_TRUE(facts.exports.empty()) << size;
@@ -118,7 +118,7 @@ TEST(ImageFile, SurvivesAnyByteOfItsHeadersBeingDamaged) {
     for (const uint8_t byte : {0x00, 0x7F, 0xFF}) {
       std::vector<uint8_t> bytes = whole;
       bytes[at] = byte;
-      const ImageFacts facts = ReadImage(MemorySource(std::move(bytes)));
+      const ImageFacts facts = ReadImage(MemoryFile(std::move(bytes)));
       EXPECT_LE(facts.exports.size(), 65536u) << at;
     }
   }

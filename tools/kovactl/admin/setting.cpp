@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cstring>
 
-#include "admin/value_text.h"
 #include "base/ascii.h"
+#include "common/plain_text.h"
+#include "common/registry_value.h"
+#include "common/server_settings.h"
 #include "server/server_settings.h"
 
 namespace kova::ctl {
@@ -68,16 +70,6 @@ std::wstring Folded(std::wstring_view text) {
   return beginnings.empty() ? std::wstring() : beginnings.front();
 }
 
-std::optional<uint32_t> ParsePort(std::wstring_view text) {
-  if (text.empty() || text.size() > kMostPortDigits) return std::nullopt;
-  uint32_t port = 0;
-  for (const wchar_t c : text) {
-    if (c < L'0' || c > L'9') return std::nullopt;
-    port = port * 10 + static_cast<uint32_t>(c - L'0');
-  }
-  return port <= kMostPort ? std::optional(port) : std::nullopt;
-}
-
 std::wstring PortMeaning(uint32_t port) {
   if (ListeningPort(port) == 0) {
     return L"Windows picks a free port at every start, and nothing tells which";
@@ -86,6 +78,14 @@ std::wstring PortMeaning(uint32_t port) {
       L"TCP port " + std::to_wstring(ListeningPort(port));
   return port <= kMostPort ? meaning
                            : meaning + L": only the low 16 bits count";
+}
+
+Failure KeyFailure(const wchar_t* what, const Setting& setting,
+                   LSTATUS status) {
+  return SystemFailure(
+      ExitCode::kInternalError,
+      std::wstring(what) + L" the setting \"" + setting.name + L"\"",
+      static_cast<unsigned long>(status));
 }
 
 }  // namespace
@@ -180,7 +180,10 @@ std::wstring MeaningText(const Setting& setting,
 
 std::optional<uint32_t> ParseSettingValue(const Setting& setting,
                                           std::wstring_view text) {
-  if (setting.id == SettingId::kPort) return ParsePort(text);
+  if (setting.id == SettingId::kPort) {
+    const auto port = ParseNumber(text, 10, kMostPortDigits);
+    return port <= kMostPort ? port : std::nullopt;
+  }
   for (const SwitchWord& row : kSwitchWords) {
     if (EqualsNoCase(text, row.word)) return row.number;
   }
@@ -197,6 +200,39 @@ ValueState StoredForm(const Setting& setting, uint32_t number) {
   state.data.resize(setting.sizeBytes);
   std::memcpy(state.data.data(), &number, setting.sizeBytes);
   return state;
+}
+
+std::wstring SettingsKeyText() {
+  return L"HKEY_LOCAL_MACHINE\\" + SettingsKeyPath();
+}
+
+std::optional<Failure> ReadSetting(const Setting& setting, ValueState& stored) {
+  UniqueRegistryKey key;
+  LSTATUS status =
+      ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, SettingsKeyPath().c_str(), 0,
+                      KEY_READ, key.Receive());
+  if (status == ERROR_FILE_NOT_FOUND) {
+    stored = {};
+    return std::nullopt;
+  }
+  if (status == ERROR_SUCCESS) {
+    status = ReadValueState(key.Get(), setting.name, stored);
+  }
+  if (status == ERROR_SUCCESS) return std::nullopt;
+  return KeyFailure(L"cannot read", setting, status);
+}
+
+std::optional<Failure> WriteSetting(const Setting& setting,
+                                    const ValueState& stored) {
+  UniqueRegistryKey key;
+  LSTATUS status = ::RegCreateKeyExW(
+      HKEY_LOCAL_MACHINE, SettingsKeyPath().c_str(), 0, nullptr,
+      REG_OPTION_NON_VOLATILE, KEY_SET_VALUE, nullptr, key.Receive(), nullptr);
+  if (status == ERROR_SUCCESS) {
+    status = WriteValueState(key.Get(), setting.name, stored);
+  }
+  if (status == ERROR_SUCCESS) return std::nullopt;
+  return KeyFailure(L"cannot change", setting, status);
 }
 
 }  // namespace kova::ctl

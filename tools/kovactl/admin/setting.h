@@ -1,4 +1,5 @@
-// The server's settings: their names, and what the server makes of a value.
+// The server's settings: their names, what the registry holds, and what the
+// server makes of a value.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +9,8 @@
 #include <string_view>
 #include <vector>
 
-#include "common/saved_value.h"
+#include "common/exit_code.h"
+#include "common/registry_value.h"
 
 namespace kova::ctl {
 
@@ -73,5 +75,17 @@ ValueState StoredForm(const Setting& setting, uint32_t number);
 constexpr uint16_t ListeningPort(uint32_t portSetting) {
   return static_cast<uint16_t>(portSetting & 0xFFFF);
 }
+
+// The key of the settings, root included, for people.
+std::wstring SettingsKeyText();
+
+// Fills `stored` with what the registry holds for the setting; absent if there
+// is no value or no key. On failure `stored` is left alone.
+std::optional<Failure> ReadSetting(const Setting& setting, ValueState& stored);
+
+// Writes `stored`, or deletes the value if it is absent. Makes the key if it is
+// needed and missing.
+std::optional<Failure> WriteSetting(const Setting& setting,
+                                    const ValueState& stored);
 
 }  // namespace kova::ctl

@@ -1,13 +1,11 @@
 #include "admin/settings_report.h"
 
-#include "admin/value_text.h"
 #include "common/plain_text.h"
+#include "common/registry_value.h"
 #include "common/utf8.h"
 
 namespace kova::ctl {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 constexpr size_t kNameWidth = 23;
 constexpr size_t kNumberWidth = 7;
@@ -18,11 +16,6 @@ constexpr size_t kMostUndoBytes = 2000;
 
 std::wstring NumberText(std::optional<uint32_t> number) {
   return number ? std::to_wstring(*number) : L"-";
-}
-
-std::wstring Padded(std::wstring text, size_t width) {
-  if (text.size() < width) text.append(width - text.size(), L' ');
-  return text;
 }
 
 // "5130 (stored as REG_DWORD, 4 bytes)".
@@ -64,8 +57,8 @@ std::wstring SettingsText(const std::vector<SettingState>& states,
   for (const auto& [setting, stored] : states) {
     const std::optional<uint32_t> value = EffectiveValue(*setting, stored);
     text.append(indent, L' ');
-    text += Padded(setting->name, kNameWidth) +
-            Padded(NumberText(value), kNumberWidth) +
+    text += Left(setting->name, kNameWidth) +
+            Left(NumberText(value), kNumberWidth) +
             OriginText(*setting, stored) + L"\n" +
             Wrapped(RemarkText(*setting, stored), indent + kDetailIndent) +
             Wrapped(MeaningText(*setting, value), indent + kDetailIndent);
@@ -79,10 +72,10 @@ Json SettingJson(const SettingState& state) {
   return {
       {"name", ToUtf8(setting->name)},
       {"short", ToUtf8(setting->shortName)},
-      {"value", value ? Json(*value) : Json(nullptr)},
+      {"value", JsonOrNull(value)},
       {"origin", OriginWord(OriginOf(*setting, stored))},
       {"stored", StoredJson(stored)},
-      {"default", setting->ifAbsent ? Json(*setting->ifAbsent) : Json(nullptr)},
+      {"default", JsonOrNull(setting->ifAbsent)},
       {"remark", ToUtf8(RemarkText(*setting, stored))},
       {"meaning", ToUtf8(MeaningText(*setting, value))},
   };

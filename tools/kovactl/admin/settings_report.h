@@ -1,12 +1,12 @@
 // Settings as people and programs read them.
 #pragma once
 
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "admin/setting.h"
+#include "common/json.h"
 
 namespace kova::ctl {
 
@@ -23,7 +23,7 @@ inline constexpr wchar_t kTakesEffect[] =
 // Two lines per setting, in 80 columns, indented by `indent`.
 std::wstring SettingsText(const std::vector<SettingState>& states,
                           size_t indent);
-nlohmann::ordered_json SettingJson(const SettingState& state);
+Json SettingJson(const SettingState& state);
 
 // The command that brings back `before`, which is what was stored. Empty if it
 // is too large for a command line.
@@ -33,8 +33,7 @@ std::optional<std::wstring> UndoCommand(const Setting& setting,
 // What a change from `before` to `after` did, and how it is undone.
 std::wstring ChangeText(const Setting& setting, const ValueState& before,
                         const ValueState& after);
-nlohmann::ordered_json ChangeJson(const Setting& setting,
-                                  const ValueState& before,
-                                  const ValueState& after);
+Json ChangeJson(const Setting& setting, const ValueState& before,
+                const ValueState& after);
 
 }  // namespace kova::ctl

@@ -1,5 +1,3 @@
-#include "admin/verb_printers.h"
-
 #include <memory>
 
 #include "admin/printer_diagnosis.h"
@@ -8,11 +6,10 @@
 #include "common/utf8.h"
 #include "common/verb.h"
 #include "common/wait_notice.h"
+#include "verbs.h"
 
 namespace kova::ctl {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 constexpr char kExamples[] =
     "Examples:\n"
@@ -53,10 +50,6 @@ std::wstring RowText(const Row& row) {
 
 Json RowJson(const Row& row) {
   const auto& [printer, facts, diagnosis] = row;
-  Json remarks = Json::array();
-  for (const std::wstring& text : diagnosis.remarks) {
-    remarks.push_back(ToUtf8(text));
-  }
   return {
       {"name", ToUtf8(printer.name)},
       {"share", ToUtf8(printer.share)},
@@ -64,7 +57,7 @@ Json RowJson(const Row& row) {
       {"library", ToUtf8(facts.libraryPath)},
       {"fault", ToUtf8(diagnosis.word)},
       {"faultText", ToUtf8(diagnosis.fault)},
-      {"remarks", remarks},
+      {"remarks", JsonList(diagnosis.remarks)},
   };
 }
 

@@ -1,23 +1,19 @@
-#include "admin/verb_probe.h"
-
 #include <cmath>
 #include <memory>
 
-#include "admin/exchange_options.h"
 #include "admin/http_exchange.h"
 #include "admin/printer_diagnosis.h"
-#include "admin/status_facts.h"
-#include "admin/value_text.h"
+#include "admin/server_status.h"
 #include "common/plain_text.h"
+#include "common/registry_value.h"
 #include "common/utf8.h"
 #include "common/verb.h"
 #include "common/wait_notice.h"
 #include "spooler/share_names.h"
+#include "verbs.h"
 
 namespace kova::ctl {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 constexpr char kExamples[] =
     "Examples:\n"

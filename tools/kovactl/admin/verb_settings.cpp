@@ -1,13 +1,12 @@
-#include "admin/verb_settings.h"
-
 #include <memory>
 
-#include "admin/settings_key.h"
+#include "admin/setting.h"
 #include "admin/settings_report.h"
-#include "admin/value_text.h"
 #include "common/plain_text.h"
+#include "common/registry_value.h"
 #include "common/utf8.h"
 #include "common/verb.h"
+#include "verbs.h"
 
 namespace kova::ctl {
 namespace {
@@ -82,7 +81,7 @@ void Get(const Arguments& arguments) {
   std::vector<SettingState> states;
   EndVerb(ReadAll(arguments.name, states));
   if (arguments.json) {
-    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    Json list = Json::array();
     for (const SettingState& state : states) list.push_back(SettingJson(state));
     ShowJson({{"key", ToUtf8(SettingsKeyText())},
               {"settings", list},

@@ -1,13 +1,268 @@
-#include "admin/verb_status.h"
+#include "verbs.h"
 
 #include <memory>
 
-#include "admin/exchange_options.h"
-#include "admin/status_report.h"
+#include "admin/server_status.h"
+#include "admin/setting.h"
+#include "common/plain_text.h"
+#include "common/time_text.h"
+#include "common/utf8.h"
 #include "common/verb.h"
+#include "log/file_sink.h"
+#include "log/log_channel.h"
+#include "log/server_logger.h"
+#include "logs/log_mask.h"
 
 namespace kova::ctl {
 namespace {
+
+constexpr size_t kIndent = 2;
+
+std::wstring PortText(const StatusFacts& facts) {
+  return L"Port " + std::to_wstring(facts.port);
+}
+
+std::wstring OtherText(const StatusFacts& facts) {
+  const std::wstring other =
+      L", so something else than this server seems to have it.";
+  if (facts.exchange.end == ExchangeEnd::kAnswered) {
+    return PortText(facts) + L" answers with status " +
+           std::to_wstring(facts.exchange.status) +
+           L", not as this server does" + other;
+  }
+  if (facts.exchange.end == ExchangeEnd::kNoHttp) {
+    return PortText(facts) + L" gives no HTTP answer" + other;
+  }
+  return PortText(facts) + L" gives no whole answer" + other;
+}
+
+bool IsSwitchedOff(const StatusFacts& facts) {
+  for (const auto& [setting, stored] : facts.settings) {
+    if (setting->id == SettingId::kTcpEnabled) {
+      return EffectiveValue(*setting, stored) == 0U;
+    }
+  }
+  return false;
+}
+
+std::wstring LoggerText(const LoggerMask& logger) {
+  std::wstring text = L"  " + HarmlessLine(logger.name) + L"\n";
+  const std::optional<uint32_t> mask = logger.Mask();
+  if (!mask) {
+    return text + Wrapped(
+                      L"What is stored is no mask; the logger replaces it "
+                      L"by the mask it has.",
+                      2 * kIndent);
+  }
+  text += L"    mask       " + HexMask(*mask) + L"\n";
+  const struct {
+    const wchar_t* label;
+    uint32_t channels;
+  } kSinks[] = {
+      {L"    event log  ", ReachingEventLog(*mask)},
+      {L"    debugger   ", ReachingDebugger(*mask)},
+      {L"    log file   ", ReachingFile(*mask)},
+  };
+  for (const auto& sink : kSinks) {
+    text += sink.label + MaskText(sink.channels) + L"\n";
+  }
+  if ((*mask & tk::kFileSinkOn) != 0) {
+    text += L"               " + HarmlessLine(LogFilePath(logger.name)) + L"\n";
+  }
+  return text;
+}
+
+std::wstring LoggersText(const StatusFacts& facts) {
+  std::wstring text = L"Log masks\n";
+  if (FindLogger(facts.loggers, kServerLoggerName) == nullptr) {
+    text +=
+        L"  " + std::wstring(kServerLoggerName) + L"\n" +
+        Wrapped(L"No mask is stored yet; the server stores its default, " +
+                    HexMask(kServerLoggerDefaultMask) + L", when it starts.",
+                2 * kIndent);
+  }
+  for (const LoggerMask& logger : facts.loggers) text += LoggerText(logger);
+  return text;
+}
+
+std::wstring SourcesText(const StatusFacts& facts) {
+  std::wstring text = L"Event sources (\"Application\" log)\n";
+  for (const EventSource& source : facts.sources) {
+    text += L"  " + HarmlessLine(source.name) + L"\n";
+    switch (source.form) {
+      case SourceForm::kRegistered:
+        text += L"    registered\n";
+        break;
+      case SourceForm::kNoMessageFile:
+        text += Wrapped(L"registered, but the file of its texts is missing: " +
+                            HarmlessLine(source.messageFile),
+                        2 * kIndent);
+        break;
+      case SourceForm::kAbsent:
+        text += L"    not registered\n";
+        break;
+    }
+  }
+  return text;
+}
+
+std::wstring KilobytesText(uint64_t bytes) {
+  return Right(std::to_wstring((bytes + 1023) / 1024) + L" KB", 10);
+}
+
+std::wstring DumpsText(const StatusFacts& facts) {
+  std::wstring text = L"Crash dumps\n";
+  if (facts.dumps.empty()) {
+    return text + L"  none\n";
+  }
+  std::wstring folder;
+  for (const DumpFile& dump : facts.dumps) {
+    const size_t name = dump.path.find_last_of(L"\\/") + 1;
+    if (dump.path.substr(0, name) != folder) {
+      folder = dump.path.substr(0, name);
+      text += L"  " + HarmlessLine(folder) + L"\n";
+    }
+    text += L"    " + LocalTimeText(dump.writtenFileTime) +
+            KilobytesText(dump.sizeBytes) + L"  " +
+            HarmlessLine(dump.path.substr(name)) + L"\n";
+  }
+  if (facts.dumpCount > facts.dumps.size()) {
+    text += L"  and " + std::to_wstring(facts.dumpCount - facts.dumps.size()) +
+            L" older\n";
+  }
+  return text;
+}
+
+const char* ReachWord(Reach reach) {
+  switch (reach) {
+    case Reach::kThisServer:
+      return "this-server";
+    case Reach::kOther:
+      return "other";
+    case Reach::kSilent:
+      return "silent";
+    case Reach::kNothing:
+      return "nothing";
+    case Reach::kUnknown:
+      return "unknown";
+  }
+  return "";
+}
+
+const char* SourceWord(SourceForm form) {
+  switch (form) {
+    case SourceForm::kRegistered:
+      return "registered";
+    case SourceForm::kNoMessageFile:
+      return "no-message-file";
+    case SourceForm::kAbsent:
+      return "absent";
+  }
+  return "";
+}
+
+Json LoggersJson(const StatusFacts& facts) {
+  Json list = Json::array();
+  for (const LoggerMask& logger : facts.loggers) {
+    const std::optional<uint32_t> mask = logger.Mask();
+    list.push_back(
+        {{"name", ToUtf8(logger.name)},
+         {"mask", mask ? Json(ToUtf8(HexMask(*mask))) : Json(nullptr)},
+         {"eventLog", JsonList(ChannelsOf(ReachingEventLog(mask.value_or(0))))},
+         {"debugger", JsonList(ChannelsOf(ReachingDebugger(mask.value_or(0))))},
+         {"file", JsonList(ChannelsOf(ReachingFile(mask.value_or(0))))}});
+  }
+  return list;
+}
+
+Json SourcesJson(const StatusFacts& facts) {
+  Json list = Json::array();
+  for (const EventSource& source : facts.sources) {
+    list.push_back({{"name", ToUtf8(source.name)},
+                    {"state", SourceWord(source.form)},
+                    {"messageFile", ToUtf8(source.messageFile)}});
+  }
+  return list;
+}
+
+Json DumpsJson(const StatusFacts& facts) {
+  Json list = Json::array();
+  for (const DumpFile& dump : facts.dumps) {
+    list.push_back({{"path", ToUtf8(dump.path)},
+                    {"bytes", dump.sizeBytes},
+                    {"written", ToUtf8(UtcTimeText(dump.writtenFileTime))}});
+  }
+  return list;
+}
+
+std::wstring ReachText(const StatusFacts& facts) {
+  switch (facts.reach) {
+    case Reach::kThisServer:
+      return PortText(facts) + L" answers as this server does.";
+    case Reach::kOther:
+      return OtherText(facts);
+    case Reach::kSilent:
+      return PortText(facts) +
+             L" accepts connections, but did not answer within " +
+             std::to_wstring((facts.timeoutMs + 999) / 1000) + L" s.";
+    case Reach::kNothing:
+      return L"Nothing listens on port " + std::to_wstring(facts.port) +
+             (IsSwitchedOff(facts) ? L": the setting \"TCP Enabled\" is off."
+                                   : L".");
+    case Reach::kUnknown:
+      return L"The port setting is 0, so Windows picks the server's port at "
+             L"every start; it cannot be asked.";
+  }
+  return {};
+}
+
+std::wstring StatusText(const StatusFacts& facts) {
+  return L"Server\n" + Wrapped(ReachText(facts), kIndent) + L"\nSettings\n  " +
+         SettingsKeyText() + L"\n" + SettingsText(facts.settings, kIndent) +
+         L"\n" + LoggersText(facts) + L"\n" + SourcesText(facts) + L"\n" +
+         DumpsText(facts);
+}
+
+Json StatusJson(const StatusFacts& facts) {
+  Json settings = Json::array();
+  for (const SettingState& state : facts.settings) {
+    settings.push_back(SettingJson(state));
+  }
+  return {
+      {"port", facts.port},
+      {"reach", ReachWord(facts.reach)},
+      {"reachText", ToUtf8(ReachText(facts))},
+      {"settingsKey", ToUtf8(SettingsKeyText())},
+      {"settings", settings},
+      {"loggers", LoggersJson(facts)},
+      {"eventSources", SourcesJson(facts)},
+      {"dumpCount", facts.dumpCount},
+      {"newestDumps", DumpsJson(facts)},
+  };
+}
+
+std::optional<Failure> StatusFailure(const StatusFacts& facts) {
+  std::wstring text;
+  switch (facts.reach) {
+    case Reach::kThisServer:
+      return std::nullopt;
+    case Reach::kNothing:
+      text = L"nothing listens on port " + std::to_wstring(facts.port) +
+             (IsSwitchedOff(facts)
+                  ? L"; kovactl settings set tcp on, and start the host again"
+                  : L"; see that the server's host runs");
+      break;
+    case Reach::kOther:
+    case Reach::kSilent:
+      text = L"port " + std::to_wstring(facts.port) +
+             L" does not answer as this server does; see which program has it";
+      break;
+    case Reach::kUnknown:
+      text = L"the server's port is not known; name it with --port";
+      break;
+  }
+  return Failure{ExitCode::kNoAnswer, text};
+}
 
 constexpr char kExamples[] =
     "Examples:\n"

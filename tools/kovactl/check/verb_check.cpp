@@ -1,5 +1,3 @@
-#include "check/verb_check.h"
-
 #include <memory>
 #include <string>
 
@@ -10,6 +8,7 @@
 #include "common/utf8.h"
 #include "common/verb.h"
 #include "common/wait_notice.h"
+#include "verbs.h"
 
 namespace kova::ctl {
 namespace {

@@ -14,5 +14,10 @@ std::wstring FullPath(const std::wstring& path);
 
 // Whether `path` names a file (not a folder) that is there.
 bool FileExists(const std::wstring& path);
+// Whether it names a folder that is there.
+bool FolderExists(const std::wstring& path);
+
+// What follows the last separator of `path`.
+std::wstring FileName(const std::wstring& path);
 
 }  // namespace kova::ctl

@@ -1,5 +1,9 @@
 #include "common/plain_text.h"
 
+#include "base/ascii.h"
+#include "base/windows_api.h"
+#include "text/text_append.h"
+
 namespace kova::ctl {
 namespace {
 
@@ -56,6 +60,55 @@ std::wstring Wrapped(std::wstring_view text, size_t indent) {
   }
   if (column > 0) lines += L'\n';
   return lines;
+}
+
+std::wstring LabelledRow(const std::wstring& label, std::wstring_view text,
+                         size_t indent) {
+  std::wstring lines = Wrapped(text, indent);
+  if (lines.empty()) lines = std::wstring(indent, L' ') + L"-\n";
+  return lines.replace(2, label.size(), label);
+}
+
+std::wstring Right(const std::wstring& text, size_t width) {
+  if (text.size() >= width) return text;
+  return std::wstring(width - text.size(), L' ') + text;
+}
+
+std::wstring Left(const std::wstring& text, size_t width) {
+  if (text.size() >= width) return text;
+  return text + std::wstring(width - text.size(), L' ');
+}
+
+std::wstring Tail(const std::wstring& text, size_t width) {
+  constexpr size_t kDots = 3;
+  if (text.size() <= width) return text;
+  return L"..." + text.substr(text.size() - (width - kDots));
+}
+
+std::wstring HexText(uint64_t number, size_t digits) {
+  std::wstring text = L"0x";
+  AppendHex(text, number, static_cast<int>(digits));
+  return text;
+}
+
+std::optional<uint32_t> ParseNumber(std::wstring_view text, uint32_t base,
+                                    size_t mostDigits) {
+  if (text.empty() || text.size() > mostDigits) return std::nullopt;
+  uint64_t number = 0;
+  for (const wchar_t c : text) {
+    const size_t digit =
+        std::wstring_view(L"0123456789ABCDEF", base).find(FoldAscii(c));
+    if (digit == std::wstring_view::npos) return std::nullopt;
+    number = number * base + digit;
+    if (number > UINT32_MAX) return std::nullopt;
+  }
+  return static_cast<uint32_t>(number);
+}
+
+bool SameName(std::wstring_view left, std::wstring_view right) {
+  return ::CompareStringOrdinal(left.data(), static_cast<int>(left.size()),
+                                right.data(), static_cast<int>(right.size()),
+                                TRUE) == CSTR_EQUAL;
 }
 
 }  // namespace kova::ctl

@@ -15,12 +15,6 @@ constexpr uint32_t kChannelsForPeople =
     tk::Bits(tk::LogChannel::Error) | tk::Bits(tk::LogChannel::Warning) |
     tk::Bits(tk::LogChannel::Info) | tk::Bits(tk::LogChannel::DetailInfo);
 
-uint32_t AllChannels() {
-  uint32_t all = 0;
-  for (const auto& [channel, name] : tk::ChannelNames) all |= tk::Bits(channel);
-  return all;
-}
-
 }  // namespace
 
 std::wstring SettingsKeyPath() {
@@ -46,6 +40,12 @@ uint32_t ReadLogMask() {
                         RRF_RT_ANY, nullptr, &mask, &size) == ERROR_SUCCESS
              ? mask
              : kServerLoggerDefaultMask;
+}
+
+uint32_t AllChannels() {
+  uint32_t all = 0;
+  for (const auto& [channel, name] : tk::ChannelNames) all |= tk::Bits(channel);
+  return all;
 }
 
 uint32_t LogMaskForRun(uint32_t current, bool verbose) {

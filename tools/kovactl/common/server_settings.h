@@ -19,6 +19,9 @@ ServerSettings ReadServerSettings();
 // The server's log mask now, or its default if there is none.
 uint32_t ReadLogMask();
 
+// All bits of channels; the switches are none.
+uint32_t AllChannels();
+
 // The mask under which a run shows its log: `current`, widened so that the
 // lines for people appear (Error, Warning, Info, DetailInfo) and reach the
 // debugger output; all channels if `verbose`.

@@ -1,7 +1,8 @@
 #include "logs/dump_report.h"
 
 #include "common/plain_text.h"
-#include "logs/dump_words.h"
+#include "common/time_text.h"
+#include "common/utf8.h"
 #include "logs/exception_name.h"
 
 namespace kova::ctl {
@@ -19,6 +20,38 @@ std::wstring ListHead() {
   return L"   N  Time                     Size  Thread  Code      Module\n";
 }
 
+struct Architecture {
+  uint16_t value;
+  const wchar_t* name;
+};
+constexpr Architecture kArchitectures[] = {
+    {0, L"x86"}, {5, L"ARM"}, {9, L"x64"}, {12, L"ARM64"}};
+
+std::wstring ArchitectureName(uint16_t value) {
+  for (const Architecture& row : kArchitectures) {
+    if (row.value == value) return row.name;
+  }
+  return L"processor type " + std::to_wstring(value);
+}
+
+std::wstring SystemText(const DumpSystem& system) {
+  std::wstring text = std::to_wstring(system.major) + L"." +
+                      std::to_wstring(system.minor) + L" build " +
+                      std::to_wstring(system.build);
+  if (!system.servicePack.empty()) {
+    text += L" " + HarmlessLine(system.servicePack);
+  }
+  return text + L", " + ArchitectureName(system.architecture) + L", " +
+         std::to_wstring(system.processors) +
+         (system.processors == 1 ? L" processor" : L" processors");
+}
+
+std::wstring PlaceText(const Minidump& dump, uint64_t address) {
+  const DumpModule* const module = dump.ModuleAt(address);
+  if (module == nullptr) return HexText(address, 16);
+  return module->FileName() + L"+" + HexText(address - module->base, 1);
+}
+
 std::wstring WhereText(const Minidump& dump, uint64_t address) {
   const std::wstring place = HarmlessLine(PlaceText(dump, address));
   if (dump.ModuleAt(address) == nullptr) return place + L" (in no module)";
@@ -26,7 +59,7 @@ std::wstring WhereText(const Minidump& dump, uint64_t address) {
 }
 
 // What the columns leave out, below them.
-std::wstring ListDetails(const LoadedDump& loaded) {
+std::wstring ListDetails(const CrashDump& loaded) {
   std::wstring text;
   if (!loaded.number) {
     text += Wrapped(HarmlessLine(loaded.FileName()), kListIndent);
@@ -48,7 +81,7 @@ std::wstring ListDetails(const LoadedDump& loaded) {
   return text;
 }
 
-std::wstring ListRow(const LoadedDump& loaded) {
+std::wstring ListRow(const CrashDump& loaded) {
   std::wstring row =
       Right(loaded.number ? std::to_wstring(*loaded.number) : L"-", 4) + L"  " +
       LocalTimeText(loaded.FileTime()) + L"  " +
@@ -73,15 +106,12 @@ std::wstring NoDumpsText(const std::vector<std::wstring>& folders) {
   return text;
 }
 
-std::wstring FolderOf(const LoadedDump& loaded) {
+std::wstring FolderOf(const CrashDump& loaded) {
   return loaded.file.path.substr(0, loaded.file.path.find_last_of(L"\\/"));
 }
 
-// What a file says may be empty or blank.
 std::wstring Row(const std::wstring& label, const std::wstring& text) {
-  std::wstring lines = Wrapped(text, kRowIndent);
-  if (lines.empty()) lines = std::wstring(kRowIndent, L' ') + L"-\n";
-  return lines.replace(2, label.size(), label);
+  return LabelledRow(label, text, kRowIndent);
 }
 
 std::wstring ExceptionRows(const Minidump& dump) {
@@ -97,7 +127,7 @@ std::wstring ExceptionRows(const Minidump& dump) {
                                  : L""));
 }
 
-std::wstring HeadRows(const LoadedDump& loaded) {
+std::wstring HeadRows(const CrashDump& loaded) {
   const Minidump& dump = *loaded.dump;
   std::wstring text = HarmlessLine(loaded.file.path) + L"\n";
   text +=
@@ -157,7 +187,7 @@ std::wstring ModuleRows(const Minidump& dump) {
   return text;
 }
 
-std::wstring DebuggerRows(const LoadedDump& loaded) {
+std::wstring DebuggerRows(const CrashDump& loaded) {
   const std::wstring name = HarmlessLine(loaded.FileName());
   return L"\nTo open it, with that build's DLLs in C:\\images and its .pdb "
          L"files "
@@ -168,15 +198,108 @@ std::wstring DebuggerRows(const LoadedDump& loaded) {
          L"      -c \"!analyze -v; .ecxr; kn; q\"\n";
 }
 
+std::string Hex(uint64_t number, size_t digits) {
+  return ToUtf8(HexText(number, digits));
+}
+
+Json PlaceJson(const Minidump& dump, uint64_t address) {
+  Json json;
+  json["address"] = Hex(address, 16);
+  const DumpModule* const module = dump.ModuleAt(address);
+  json["module"] = module ? Json(ToUtf8(module->FileName())) : Json(nullptr);
+  json["offset"] =
+      module ? Json(Hex(address - module->base, 1)) : Json(nullptr);
+  return json;
+}
+
+Json ExceptionJson(const Minidump& dump) {
+  if (!dump.exception) return nullptr;
+  const DumpException& exception = *dump.exception;
+  Json json;
+  json["code"] = Hex(exception.code, 8);
+  json["name"] = ToUtf8(ExceptionName(exception.code));
+  json["text"] = ToUtf8(ExceptionText(exception));
+  json["flags"] = exception.flags;
+  json["threadId"] = exception.threadId;
+  json.update(PlaceJson(dump, exception.address));
+  Json parameters = Json::array();
+  for (const uint64_t number : exception.parameters) {
+    parameters.push_back(Hex(number, 1));
+  }
+  json["parameters"] = std::move(parameters);
+  return json;
+}
+
+Json SummaryJson(const CrashDump& loaded) {
+  Json json;
+  json["path"] = ToUtf8(loaded.file.path);
+  json["number"] = JsonOrNull(loaded.number);
+  json["time"] = ToUtf8(UtcTimeText(loaded.FileTime()));
+  json["sizeBytes"] = loaded.file.sizeBytes;
+  json["problem"] = loaded.dump ? Json(nullptr) : Json(ToUtf8(loaded.problem));
+  json["exception"] = loaded.dump ? ExceptionJson(*loaded.dump) : nullptr;
+  json["damage"] = loaded.dump ? JsonList(loaded.dump->damage) : Json::array();
+  return json;
+}
+
+Json SystemJson(const Minidump& dump) {
+  if (!dump.system) return nullptr;
+  Json json;
+  json["major"] = dump.system->major;
+  json["minor"] = dump.system->minor;
+  json["build"] = dump.system->build;
+  json["servicePack"] = ToUtf8(dump.system->servicePack);
+  json["architecture"] = dump.system->architecture;
+  json["processors"] = dump.system->processors;
+  json["text"] = ToUtf8(SystemText(*dump.system));
+  return json;
+}
+
+Json ThreadsJson(const Minidump& dump) {
+  Json list = Json::array();
+  for (const DumpThread& thread : dump.threads) {
+    Json json;
+    json["id"] = thread.id;
+    json["stackBytes"] = thread.stackBytes;
+    if (thread.instruction) json.update(PlaceJson(dump, *thread.instruction));
+    list.push_back(std::move(json));
+  }
+  return list;
+}
+
+Json ModulesJson(const Minidump& dump) {
+  Json list = Json::array();
+  for (const DumpModule& module : dump.modules) {
+    Json json;
+    json["path"] = ToUtf8(module.path);
+    json["base"] = Hex(module.base, 16);
+    json["sizeBytes"] = module.sizeBytes;
+    json["version"] = ToUtf8(module.version);
+    list.push_back(std::move(json));
+  }
+  return list;
+}
+
 }  // namespace
 
-std::wstring DumpListText(const std::vector<LoadedDump>& dumps,
+std::wstring SizeText(uint64_t sizeBytes) {
+  constexpr const wchar_t* kUnits[] = {L" B", L" KB", L" MB", L" GB"};
+  constexpr uint64_t kMostDigits = 10000;
+  size_t unit = 0;
+  while (sizeBytes >= kMostDigits && unit + 1 < std::size(kUnits)) {
+    sizeBytes = (sizeBytes + 512) / 1024;
+    ++unit;
+  }
+  return std::to_wstring(sizeBytes) + kUnits[unit];
+}
+
+std::wstring DumpListText(const std::vector<CrashDump>& dumps,
                           const std::vector<std::wstring>& folders) {
   if (dumps.empty()) return NoDumpsText(folders);
   std::wstring text;
   for (const std::wstring& folder : folders) {
     std::wstring rows;
-    for (const LoadedDump& loaded : dumps) {
+    for (const CrashDump& loaded : dumps) {
       if (FolderOf(loaded) == folder) rows += ListRow(loaded);
     }
     if (rows.empty()) continue;
@@ -186,10 +309,36 @@ std::wstring DumpListText(const std::vector<LoadedDump>& dumps,
   return text;
 }
 
-std::wstring DumpText(const LoadedDump& loaded) {
+std::wstring DumpText(const CrashDump& loaded) {
   const Minidump& dump = *loaded.dump;
   return HeadRows(loaded) + RegisterRows(dump) + ThreadRows(dump) +
          ModuleRows(dump) + DebuggerRows(loaded);
+}
+
+Json DumpListJson(const std::vector<CrashDump>& dumps,
+                  const std::vector<std::wstring>& folders) {
+  Json json;
+  json["folders"] = JsonList(folders);
+  json["dumps"] = Json::array();
+  for (const CrashDump& loaded : dumps) {
+    json["dumps"].push_back(SummaryJson(loaded));
+  }
+  return json;
+}
+
+Json DumpJson(const CrashDump& loaded) {
+  const Minidump& dump = *loaded.dump;
+  Json json = SummaryJson(loaded);
+  json["processId"] = JsonOrNull(dump.processId);
+  json["system"] = SystemJson(dump);
+  Json registers = Json::object();
+  for (const DumpRegister& entry : dump.registers) {
+    registers[ToUtf8(entry.first)] = Hex(entry.second, 16);
+  }
+  json["registers"] = std::move(registers);
+  json["threads"] = ThreadsJson(dump);
+  json["modules"] = ModulesJson(dump);
+  return json;
 }
 
 }  // namespace kova::ctl

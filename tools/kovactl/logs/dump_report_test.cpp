@@ -4,22 +4,22 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "logs/dump_json.h"
-#include "logs/dump_words.h"
-#include "logs/memory_dump.h"
+#include "common/memory_file.h"
+#include "common/time_text.h"
+#include "logs/sample_dump.h"
 #include "logs/text_width.h"
 
 namespace {
 
+using ::kova::ctl::CrashDump;
 using ::kova::ctl::DumpJson;
 using ::kova::ctl::DumpListJson;
 using ::kova::ctl::DumpListText;
 using ::kova::ctl::DumpText;
-using ::kova::ctl::LoadedDump;
 using ::kova::ctl::SizeText;
 using ::kova::ctl::test::DumpBytes;
 using ::kova::ctl::test::DumpParts;
-using ::kova::ctl::test::MemorySource;
+using ::kova::ctl::test::MemoryFile;
 using ::kova::ctl::test::SmallDump;
 using ::kova::ctl::test::WidestLine;
 using ::testing::HasSubstr;
@@ -33,11 +33,11 @@ std::wstring Time() {
                                   uint64_t{10000000});
 }
 
-LoadedDump Load(const DumpBytes& bytes) {
-  LoadedDump loaded;
+CrashDump Load(const DumpBytes& bytes) {
+  CrashDump loaded;
   loaded.file = {L"C:\\Dump\\KOVAServerCrash_0007.dmp", 421'888, 0};
   loaded.number = 7;
-  auto result = kova::ctl::ReadMinidump(MemorySource(bytes.bytes));
+  auto result = kova::ctl::ReadMinidump(MemoryFile(bytes.bytes));
   loaded.dump = std::move(result.dump);
   loaded.problem = std::move(result.notADump);
   return loaded;
@@ -69,7 +69,7 @@ TEST_F(DumpReportTest, SaysWhereItLookedInVain) {
 }
 
 TEST_F(DumpReportTest, ListsFilesThatAreNoDumps) {
-  LoadedDump loaded = Load(DumpBytes());
+  CrashDump loaded = Load(DumpBytes());
   loaded.number = std::nullopt;
   const std::wstring text = DumpListText({loaded}, kFolders);
   EXPECT_THAT(text, HasSubstr(L"\n   -  "));
@@ -99,12 +99,18 @@ TEST_F(DumpReportTest, ShowsEverythingAboutOne) {
   EXPECT_THAT(text, HasSubstr(L"cdb -z KOVAServerCrash_0007.dmp -y "));
 }
 
+TEST_F(DumpReportTest, ShowsAPlaceOutsideAllModules) {
+  m_bytes.Put(m_parts.exception + 24, uint64_t{0x1234});
+  EXPECT_THAT(DumpText(Load(m_bytes)),
+              HasSubstr(L"  Where      0x0000000000001234 (in no module)\n"));
+}
+
 TEST_F(DumpReportTest, StaysWithin80ColumnsAndHarmless) {
   DumpBytes bent = m_bytes;
   const std::u16string path = u"C:\\" + std::u16string(70, u'x') + u"\\\x1b[2J";
   const size_t name = bent.AddString(path + std::u16string(60, u'y'));
   bent.Put(m_parts.modules + 4 + 20, static_cast<uint32_t>(name));
-  const LoadedDump loaded = Load(bent);
+  const CrashDump loaded = Load(bent);
   for (const std::wstring& text :
        {DumpListText({loaded}, kFolders), DumpText(loaded)}) {
     EXPECT_THAT(text, Not(HasSubstr(L"\x1b")));
@@ -127,7 +133,7 @@ TEST_F(DumpReportTest, ShowsAnyNumberAnywhere) {
     for (const uint32_t number : {0u, 0x20u, 0xFFFFFFFFu}) {
       DumpBytes bent = m_bytes;
       bent.Put(at, number);
-      const LoadedDump loaded = Load(bent);
+      const CrashDump loaded = Load(bent);
       EXPECT_NE(DumpListText({loaded}, kFolders), L"");
       EXPECT_NE(DumpText(loaded), L"");
       EXPECT_NE(DumpJson(loaded).dump(), "");

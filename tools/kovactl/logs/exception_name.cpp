@@ -1,6 +1,6 @@
 #include "logs/exception_name.h"
 
-#include "text/text_append.h"
+#include "common/plain_text.h"
 
 namespace kova::ctl {
 namespace {
@@ -78,18 +78,6 @@ std::wstring ExceptionText(const DumpException& exception) {
     text += L", " + AccessText(exception.parameters[0]) + L" address " +
             HexText(exception.parameters[1], 1);
   }
-  return text;
-}
-
-std::wstring PlaceText(const Minidump& dump, uint64_t address) {
-  const DumpModule* const module = dump.ModuleAt(address);
-  if (module == nullptr) return HexText(address, 16);
-  return module->FileName() + L"+" + HexText(address - module->base, 1);
-}
-
-std::wstring HexText(uint64_t number, size_t digits) {
-  std::wstring text = L"0x";
-  AppendHex(text, number, static_cast<int>(digits));
   return text;
 }
 

@@ -15,10 +15,4 @@ std::wstring ExceptionName(uint32_t code);
 // The name, and what an access violation or a page error did to which address.
 std::wstring ExceptionText(const DumpException& exception);
 
-// "KOVAServer.dll+0x1f2c3", or "0x000000017000d664" outside all modules.
-std::wstring PlaceText(const Minidump& dump, uint64_t address);
-
-// "0x" and lower-case hexadecimal digits, at least `digits`.
-std::wstring HexText(uint64_t number, size_t digits);
-
 }  // namespace kova::ctl

@@ -2,16 +2,50 @@
 
 #include <vector>
 
+#include "common/json.h"
 #include "common/plain_text.h"
 #include "common/server_settings.h"
 #include "common/stop_signal.h"
+#include "common/time_text.h"
+#include "common/utf8.h"
 #include "log/server_logger.h"
 #include "logs/log_mask.h"
-#include "logs/mask_change.h"
+#include "logs/mask_report.h"
 #include "run/line_pump.h"
+#include "run/line_style.h"
 
 namespace kova::ctl {
 namespace {
+
+constexpr std::wstring_view kDebuggerOnly[] = {
+    L"WinEventLogSink(...) - ",
+    L"Logger::PopulateEventSourceRegKeys  ",
+};
+
+// The channel that `text` begins with; empty if with none.
+std::wstring_view ChannelOf(std::wstring_view text) {
+  const std::wstring_view word = text.substr(0, text.find(L' '));
+  for (const MaskBit& row : MaskBits()) {
+    if (!row.isSwitch && row.name == word) return word;
+  }
+  return {};
+}
+
+std::wstring TimeText(const SYSTEMTIME& now) {
+  return ClockText(now) + L"." + MillisecondsText(now);
+}
+
+// Every line but the last line end's moved right by `columns`.
+std::wstring Indented(const std::wstring& text, size_t columns) {
+  std::wstring indented;
+  for (size_t i = 0; i < text.size(); ++i) {
+    indented += text[i];
+    if (text[i] == L'\n' && i + 1 < text.size()) {
+      indented.append(columns, L' ');
+    }
+  }
+  return indented;
+}
 
 // The services' session, in which the spooler runs.
 constexpr DWORD kServicesSession = 0;
@@ -168,6 +202,41 @@ std::optional<Failure> Follow(const FollowOptions& options,
 }
 
 }  // namespace
+
+bool IsServerLine(std::wstring_view text) {
+  for (const std::wstring_view begin : kDebuggerOnly) {
+    if (text.starts_with(begin)) return true;
+  }
+  const std::wstring_view channel = ChannelOf(text);
+  if (channel.empty() || channel.size() == text.size()) return false;
+  const std::wstring_view rest = text.substr(channel.size() + 1);
+  const std::wstring_view method = rest.substr(0, rest.find(L' '));
+  return method.size() > 1 && method.back() == L':';
+}
+
+bool LineFilter::Takes(const DebugLine& line) const {
+  if (processId && line.processId != *processId) return false;
+  return all || IsServerLine(line.text);
+}
+
+std::wstring FollowText(const DebugLine& line, const SYSTEMTIME& now,
+                        bool color) {
+  const std::wstring begin =
+      TimeText(now) + L" " + Right(std::to_wstring(line.processId), 5) + L" ";
+  const std::wstring text = line.text + (line.isCut ? L" [cut here]" : L"");
+  return begin + Indented(StyleLine(text, color), begin.size());
+}
+
+std::wstring FollowJson(const DebugLine& line, const SYSTEMTIME& now) {
+  const std::wstring_view channel = ChannelOf(line.text);
+  Json json;
+  json["time"] = ToUtf8(DateText(now) + L"T" + TimeText(now));
+  json["processId"] = line.processId;
+  json["channel"] = channel.empty() ? Json(nullptr) : Json(ToUtf8(channel));
+  json["text"] = ToUtf8(line.text);
+  json["cut"] = line.isCut;
+  return JsonText(json, -1);
+}
 
 std::optional<Failure> FollowLog(const FollowOptions& options) {
   const StopSignal stop;

@@ -1,14 +1,39 @@
-// "kovactl log follow": shows debugger lines as they come.
+// "kovactl log follow": which debugger lines are the server's, how they look,
+// and showing them as they come.
 #pragma once
 
 #include <cstdint>
 #include <optional>
+#include <string>
+#include <string_view>
 
+#include "base/windows_api.h"
 #include "common/exit_code.h"
 #include "common/output.h"
-#include "logs/follow_line.h"
+#include "logs/debug_buffer.h"
 
 namespace kova::ctl {
+
+// Whether a line looks like the server's: a channel's name, a blank, a method
+// and ": "; or one of the two messages that the server sends to the debugger
+// alone.
+bool IsServerLine(std::wstring_view text);
+
+// Which lines to show.
+struct LineFilter {
+  std::optional<uint32_t> processId;
+  bool all = false;
+
+  [[nodiscard]] bool Takes(const DebugLine& line) const;
+};
+
+// "hh:mm:ss.mmm", the process id, the channel and the text, coloured if
+// `color`; further lines of the text stand below its beginning. Ends with a
+// line end.
+std::wstring FollowText(const DebugLine& line, const SYSTEMTIME& now,
+                        bool color);
+// The same as one line of JSON with a line end.
+std::wstring FollowJson(const DebugLine& line, const SYSTEMTIME& now);
 
 struct FollowOptions {
   LineFilter filter;

@@ -4,7 +4,11 @@
 #include <numeric>
 
 #include "base/ascii.h"
+#include "base/handles.h"
+#include "common/plain_text.h"
+#include "common/server_settings.h"
 #include "log/log_channel.h"
+#include "log/mask_key.h"
 #include "log/server_logger.h"
 #include "text/text_append.h"
 
@@ -47,18 +51,8 @@ std::vector<MaskBit> MakeMaskBits() {
 
 std::optional<uint32_t> ParseHex(std::wstring_view word) {
   constexpr size_t kMostDigits = 8;
-  if (word.size() < 3 || word.size() > 2 + kMostDigits ||
-      !EqualsNoCase(word.substr(0, 2), L"0x")) {
-    return std::nullopt;
-  }
-  uint32_t number = 0;
-  for (const wchar_t c : word.substr(2)) {
-    const size_t digit =
-        std::wstring_view(L"0123456789ABCDEF").find(FoldAscii(c));
-    if (digit == std::wstring_view::npos) return std::nullopt;
-    number = number * 16 + static_cast<uint32_t>(digit);
-  }
-  return number;
+  if (!EqualsNoCase(word.substr(0, 2), L"0x")) return std::nullopt;
+  return ParseNumber(word.substr(2), 16, kMostDigits);
 }
 
 std::vector<std::wstring> NamesOf(uint32_t mask, bool switches) {
@@ -92,17 +86,24 @@ std::wstring LetterRun(uint32_t mask, size_t& first) {
   return begin + end;
 }
 
+// The longest name a value can have, and a terminator.
+constexpr DWORD kNameCharacters = 16384;
+
+LSTATUS ReadLogger(HKEY key, DWORD index, std::wstring& buffer,
+                   LoggerMask& logger) {
+  DWORD length = kNameCharacters;
+  const LSTATUS status = ::RegEnumValueW(key, index, buffer.data(), &length,
+                                         nullptr, nullptr, nullptr, nullptr);
+  if (status != ERROR_SUCCESS) return status;
+  logger.name.assign(buffer, 0, length);
+  return ReadValueState(key, logger.name.c_str(), logger.value);
+}
+
 }  // namespace
 
 const std::vector<MaskBit>& MaskBits() {
   static const std::vector<MaskBit> bits = MakeMaskBits();
   return bits;
-}
-
-uint32_t AllChannels() {
-  uint32_t all = 0;
-  for (const MaskBit& row : MaskBits()) all |= row.isSwitch ? 0 : row.bit;
-  return all;
 }
 
 std::wstring HexMask(uint32_t mask) {
@@ -188,6 +189,53 @@ size_t WordDistance(std::wstring_view left, std::wstring_view right) {
     }
   }
   return row.back();
+}
+
+std::optional<uint32_t> LoggerMask::Mask() const {
+  uint32_t mask = 0;
+  if (!value.present || value.data.size() > sizeof(mask)) return std::nullopt;
+  std::ranges::copy(value.data, reinterpret_cast<uint8_t*>(&mask));
+  return mask;
+}
+
+bool LoggerMask::IsWellFormed() const {
+  return value.present && value.type == REG_DWORD &&
+         value.data.size() == sizeof(uint32_t);
+}
+
+LSTATUS ReadLoggerMasks(std::vector<LoggerMask>& loggers) {
+  loggers.clear();
+  UniqueRegistryKey key;
+  LSTATUS status =
+      ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, kMaskKey, 0, KEY_READ, key.Receive());
+  if (status == ERROR_FILE_NOT_FOUND) return ERROR_SUCCESS;
+  if (status != ERROR_SUCCESS) return status;
+  std::wstring buffer(kNameCharacters, L'\0');
+  for (DWORD index = 0;; ++index) {
+    LoggerMask logger;
+    status = ReadLogger(key.Get(), index, buffer, logger);
+    if (status == ERROR_NO_MORE_ITEMS) return ERROR_SUCCESS;
+    if (status != ERROR_SUCCESS) return status;
+    if (logger.value.present) loggers.push_back(std::move(logger));
+  }
+}
+
+const LoggerMask* FindLogger(const std::vector<LoggerMask>& loggers,
+                             const std::wstring& name) {
+  for (const LoggerMask& logger : loggers) {
+    if (SameName(logger.name, name)) return &logger;
+  }
+  return nullptr;
+}
+
+LSTATUS WriteLoggerMask(const std::wstring& name, uint32_t mask) {
+  UniqueRegistryKey key;
+  const LSTATUS status = ::RegCreateKeyExW(
+      HKEY_LOCAL_MACHINE, kMaskKey, 0, nullptr, REG_OPTION_NON_VOLATILE,
+      KEY_SET_VALUE, nullptr, key.Receive(), nullptr);
+  if (status != ERROR_SUCCESS) return status;
+  return ::RegSetValueExW(key.Get(), name.c_str(), 0, REG_DWORD,
+                          reinterpret_cast<const BYTE*>(&mask), sizeof(mask));
 }
 
 }  // namespace kova::ctl

@@ -1,5 +1,5 @@
-// What a logger's mask means, and the words for it. Nothing here touches the
-// registry.
+// The loggers' masks: what their bits mean, the words for them, and the
+// registry that holds them.
 #pragma once
 
 #include <cstdint>
@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "common/registry_value.h"
 
 namespace kova::ctl {
 
@@ -26,9 +28,6 @@ inline constexpr wchar_t kFileSwitch[] = L"LogFile";
 // Every bit that has a name: the channels, named as the server names them, the
 // gravest first, then the two switches.
 const std::vector<MaskBit>& MaskBits();
-
-// All bits of channels; a new logger's mask of this server.
-uint32_t AllChannels();
 
 // "0x" and eight upper-case hexadecimal digits.
 std::wstring HexMask(uint32_t mask);
@@ -62,5 +61,31 @@ std::wstring NearestMaskWord(std::wstring_view word);
 
 // How many single-character changes lie between two words, case aside.
 size_t WordDistance(std::wstring_view left, std::wstring_view right);
+
+// One value under the masks key.
+struct LoggerMask {
+  std::wstring name;
+  ValueState value;
+
+  // The mask that the logger reads from the value: it takes up to four bytes
+  // of any type. Nothing if there is no value or a longer one; the logger then
+  // keeps the mask it has and writes it back.
+  [[nodiscard]] std::optional<uint32_t> Mask() const;
+  // Whether the value has the type and size that loggers write.
+  [[nodiscard]] bool IsWellFormed() const;
+};
+
+// Every value under the masks key, in its order; empty if there is no key.
+// Returns the error code.
+[[nodiscard]] LSTATUS ReadLoggerMasks(std::vector<LoggerMask>& loggers);
+
+// The row called `name`, case aside; null if there is none. The pointer holds
+// as long as `loggers`.
+const LoggerMask* FindLogger(const std::vector<LoggerMask>& loggers,
+                             const std::wstring& name);
+
+// Writes `mask` as loggers do, a REG_DWORD called `name`, making the key if it
+// is missing. Returns the error code.
+[[nodiscard]] LSTATUS WriteLoggerMask(const std::wstring& name, uint32_t mask);
 
 }  // namespace kova::ctl

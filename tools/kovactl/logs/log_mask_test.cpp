@@ -4,7 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "logs/logger_masks.h"
+#include "common/server_settings.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // Unit: what a command line does to a mask.
-#include "logs/mask_change.h"
+#include "logs/mask_report.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

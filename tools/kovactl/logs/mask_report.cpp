@@ -4,22 +4,29 @@
 #include "common/plain_text.h"
 #include "common/utf8.h"
 #include "log/file_sink.h"
+#include "log/log_channel.h"
 #include "log/mask_key.h"
 #include "log/server_logger.h"
 #include "logs/log_mask.h"
-#include "logs/mask_change.h"
 
 namespace kova::ctl {
 namespace {
 
-using Json = nlohmann::ordered_json;
+Failure UnknownWord(const std::wstring& word) {
+  return {ExitCode::kNotFound, L"there is no channel \"" + HarmlessLine(word) +
+                                   L"\"; did you mean " +
+                                   NearestMaskWord(word) +
+                                   L"? (kovactl log --help lists all)"};
+}
+
+bool IsNone(const std::wstring& word) {
+  return word.size() == 4 && WordDistance(word, L"none") == 0;
+}
 
 constexpr size_t kIndent = 18;
 
-// `text` in its column, broken as needed, behind `label`.
 std::wstring Row(const std::wstring& label, const std::wstring& text) {
-  std::wstring lines = Wrapped(text, kIndent);
-  return lines.replace(2, label.size(), label);
+  return LabelledRow(label, text, kIndent);
 }
 
 std::wstring HeadLine(const std::wstring& name, uint32_t mask) {
@@ -39,9 +46,7 @@ std::wstring DebuggerText(uint32_t mask) {
 
 std::wstring FileText(const std::wstring& name, uint32_t mask) {
   const std::wstring channels = MaskText(ReachingFile(mask));
-  const bool isOn =
-      !SwitchesOf(mask).empty() && SwitchesOf(mask).back() == kFileSwitch;
-  if (!isOn) return channels + L" (LogFile is off)";
+  if ((mask & tk::kFileSinkOn) == 0) return channels + L" (LogFile is off)";
   return channels + L" -> " + HarmlessLine(LogFilePath(name));
 }
 
@@ -85,23 +90,17 @@ std::wstring OddValueText(const LoggerMask& logger) {
   return Wrapped(text, 2);
 }
 
-Json Names(const std::vector<std::wstring>& names) {
-  Json list = Json::array();
-  for (const std::wstring& name : names) list.push_back(ToUtf8(name));
-  return list;
-}
-
 Json HexOrNull(std::optional<uint32_t> mask) {
   return mask ? Json(ToUtf8(HexMask(*mask))) : Json(nullptr);
 }
 
 void AddSinks(Json& json, const std::wstring& name, uint32_t mask) {
-  json["channels"] = Names(ChannelsOf(mask));
-  json["switches"] = Names(SwitchesOf(mask));
+  json["channels"] = JsonList(ChannelsOf(mask));
+  json["switches"] = JsonList(SwitchesOf(mask));
   json["reaches"] = {
-      {"eventLog", Names(ChannelsOf(ReachingEventLog(mask)))},
-      {"debuggerOutput", Names(ChannelsOf(ReachingDebugger(mask)))},
-      {"logFile", Names(ChannelsOf(ReachingFile(mask)))}};
+      {"eventLog", JsonList(ChannelsOf(ReachingEventLog(mask)))},
+      {"debuggerOutput", JsonList(ChannelsOf(ReachingDebugger(mask)))},
+      {"logFile", JsonList(ChannelsOf(ReachingFile(mask)))}};
   json["file"] = ToUtf8(LogFilePath(name));
 }
 
@@ -121,6 +120,38 @@ std::wstring BeforeText(const LoggerMask& before) {
 }
 
 }  // namespace
+
+MaskWords ReadMaskWords(MaskAction action,
+                        const std::vector<std::wstring>& words) {
+  MaskWords result;
+  for (const std::wstring& word : words) {
+    const std::optional<uint32_t> bits = ParseMaskWord(word);
+    if (!bits) return {0, UnknownWord(word)};
+    if (IsNone(word) && (action != MaskAction::kSet || words.size() > 1)) {
+      return {0, Failure{ExitCode::kWrongUsage,
+                         L"\"none\" stands alone, as in kovactl log set none; "
+                         L"leave it out here"}};
+    }
+    result.bits |= *bits;
+  }
+  return result;
+}
+
+uint32_t ChangedMask(MaskAction action, uint32_t mask, uint32_t bits) {
+  if (action == MaskAction::kSet) return bits;
+  return action == MaskAction::kAdd ? mask | bits : mask & ~bits;
+}
+
+std::wstring SetCommand(const std::wstring& logger, uint32_t mask) {
+  return LogCommand(L"set", HexMask(mask), logger);
+}
+
+std::wstring LogCommand(const std::wstring& verb, const std::wstring& word,
+                        const std::wstring& logger) {
+  std::wstring command = L"kovactl log " + verb + L" " + word;
+  if (logger == kServerLoggerName) return command;
+  return command + L" --logger \"" + HarmlessLine(logger) + L"\"";
+}
 
 std::wstring LoggerText(const LoggerMask& logger) {
   const std::optional<uint32_t> mask = logger.Mask();

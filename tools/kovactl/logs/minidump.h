@@ -1,6 +1,5 @@
-// Reads minidumps, the files that describe a crashed process, as the system's
-// documentation of MINIDUMP_HEADER and its streams lays them out. Knows nothing
-// of Windows calls, and believes nothing that a file says of itself.
+// Reads minidumps, the files that describe a crashed process, by the system's
+// own structures. Believes nothing that a file says of itself.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "logs/byte_source.h"
+#include "common/random_access_file.h"
 
 namespace kova::ctl {
 
@@ -77,12 +76,12 @@ struct Minidump {
   [[nodiscard]] const DumpModule* ModuleAt(uint64_t address) const;
 };
 
-// Reads all of that from `source`. Nothing but `notADump` is filled if the file
-// is none: then it says why, as in "is empty", "is not a minidump".
+// Nothing but `notADump` is filled if the file is no dump: then it says why, as
+// in "is empty", "is not a minidump".
 struct MinidumpResult {
   std::optional<Minidump> dump;
   std::wstring notADump;
 };
-MinidumpResult ReadMinidump(const ByteSource& source);
+MinidumpResult ReadMinidump(const RandomAccessFile& file);
 
 }  // namespace kova::ctl

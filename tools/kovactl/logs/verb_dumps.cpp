@@ -1,18 +1,15 @@
-#include "logs/verb_dumps.h"
-
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "base/windows_api.h"
 #include "common/file_path.h"
 #include "common/plain_text.h"
 #include "common/utf8.h"
 #include "common/verb.h"
 #include "common/wait_notice.h"
-#include "logs/dump_json.h"
+#include "logs/crash_dump.h"
 #include "logs/dump_report.h"
-#include "logs/loaded_dump.h"
+#include "verbs.h"
 
 namespace kova::ctl {
 namespace {
@@ -37,12 +34,6 @@ struct Arguments {
   bool json = false;
 };
 
-bool IsFolder(const std::wstring& path) {
-  const DWORD attributes = ::GetFileAttributesW(path.c_str());
-  return attributes != INVALID_FILE_ATTRIBUTES &&
-         (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-}
-
 std::optional<Failure> ChooseFolders(const Arguments& arguments,
                                      std::vector<std::wstring>& folders) {
   if (arguments.folder.empty()) {
@@ -52,7 +43,7 @@ std::optional<Failure> ChooseFolders(const Arguments& arguments,
   std::wstring path = FullPath(ToWide(arguments.folder));
   path.erase(path.find_last_not_of(L"\\/") + 1);
   folders = {path};
-  if (IsFolder(path)) return std::nullopt;
+  if (FolderExists(path)) return std::nullopt;
   return Failure{ExitCode::kNotFound,
                  L"there is no folder " + HarmlessLine(path) +
                      L"; name the one that holds the .dmp files"};
@@ -61,7 +52,7 @@ std::optional<Failure> ChooseFolders(const Arguments& arguments,
 std::optional<Failure> List(const Arguments& arguments) {
   std::vector<std::wstring> folders;
   if (auto failure = ChooseFolders(arguments, folders)) return failure;
-  std::vector<LoadedDump> dumps;
+  std::vector<CrashDump> dumps;
   {
     const WaitNotice notice(L"Reading the dumps");
     if (auto failure = LoadDumps(folders, dumps)) return failure;
@@ -77,7 +68,7 @@ std::optional<Failure> List(const Arguments& arguments) {
 std::optional<Failure> Show(const Arguments& arguments) {
   std::vector<std::wstring> folders;
   if (auto failure = ChooseFolders(arguments, folders)) return failure;
-  LoadedDump loaded;
+  CrashDump loaded;
   if (auto failure = FindDump(folders, ToWide(arguments.what), loaded)) {
     return failure;
   }

@@ -9,13 +9,13 @@
 
 #include "base/handles.h"
 #include "common/program_run.h"
-#include "common/saved_value.h"
+#include "common/registry_value.h"
 #include "common/utf8.h"
 #include "log/mask_key.h"
 #include "log/server_logger.h"
 #include "logs/debug_buffer.h"
-#include "logs/logger_masks.h"
-#include "logs/memory_dump.h"
+#include "logs/log_mask.h"
+#include "logs/sample_dump.h"
 #include "logs/scratch_folder.h"
 
 namespace {

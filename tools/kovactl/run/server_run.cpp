@@ -2,7 +2,7 @@
 
 #include "base/handles.h"
 #include "common/file_path.h"
-#include "common/saved_value.h"
+#include "common/registry_value.h"
 #include "common/server_settings.h"
 #include "common/stop_signal.h"
 #include "kova/server.h"

@@ -1,11 +1,10 @@
-#include "run/verb_run.h"
-
 #include <memory>
 #include <string>
 
 #include "common/utf8.h"
 #include "common/verb.h"
 #include "run/server_run.h"
+#include "verbs.h"
 
 namespace kova::ctl {
 namespace {
@@ -33,11 +32,6 @@ constexpr ColorWord kColorWords[] = {
     {"always", ColorMode::kAlways},
     {"never", ColorMode::kNever},
 };
-
-// The library would show the limits in the help text in its own notation.
-CLI::Validator Limits(uint32_t least, uint32_t most) {
-  return CLI::Range(least, most).description("");
-}
 
 // Fills `mode` from one of the words above.
 CLI::Validator ColorWords(ColorMode& mode) {

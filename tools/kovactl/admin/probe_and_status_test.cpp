@@ -1,0 +1,164 @@
+// Whole: kovactl.exe probe and status as children, asking a server that runs in
+// this process, or something else.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "admin/scripted_peer.h"
+#include "admin/server_status.h"
+#include "common/program_run.h"
+#include "test/support/demo_printer.h"
+#include "test/support/server_fixture.h"
+#include "test/support/test_extension.h"
+
+namespace {
+
+using ::kova::ctl::Exchange;
+using ::kova::ctl::ExchangeEnd;
+using ::kova::ctl::Reach;
+using ::kova::ctl::ReachOf;
+using ::kova::ctl::test::AfterAnswer;
+using ::kova::ctl::test::ProgramResult;
+using ::kova::ctl::test::RunKovactl;
+using ::kova::ctl::test::ScriptedPeer;
+using ::kova::test::DemoPrinter;
+using ::kova::test::ExtensionFolder;
+using ::kova::test::ServerFixture;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+void ExpectFailure(const ProgramResult& result, unsigned long code,
+                   const std::string& says) {
+  EXPECT_EQ(result.exitCode, code);
+  EXPECT_THAT(result.errors, StartsWith("kovactl: error: "));
+  EXPECT_THAT(result.errors, HasSubstr(says));
+  EXPECT_EQ(std::ranges::count(result.errors, '\n'), 1);
+}
+
+std::wstring PortOption(uint16_t port) {
+  return L" --port " + std::to_wstring(port);
+}
+
+class ProbeTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(m_server.IsLoaded() && m_printer.IsInstalled());
+    m_printer.SetDriverPackage(ExtensionFolder(L"scripted"));
+    m_server.Start();
+    ASSERT_TRUE(m_server.IsListening());
+  }
+
+  ServerFixture m_server;
+  DemoPrinter m_printer{L"Probe Printer", L"probe"};
+};
+
+TEST_F(ProbeTest, ReachesTheExtensionByNameAndByShare) {
+  for (const wchar_t* arguments :
+       {L"probe \"Probe Printer\"", L"probe --share PROBE"}) {
+    const ProgramResult result = RunKovactl(arguments);
+    EXPECT_EQ(result.exitCode, 0u);
+    EXPECT_EQ(result.errors, "");
+    EXPECT_THAT(result.output, HasSubstr("\nThe extension answered: status "));
+    EXPECT_THAT(result.output, HasSubstr("\nTimes: connected after "));
+  }
+}
+
+TEST_F(ProbeTest, GivesTheDiagnosisOfTheServersOwnAnswer) {
+  ExpectFailure(RunKovactl(L"probe nobody"), 9, "knows no printer");
+  ExpectFailure(RunKovactl(L"probe --share nobody"), 9, "share name");
+  m_printer.SetDriverPackage(L"C:\\nowhere");
+  ExpectFailure(RunKovactl(L"probe \"Probe Printer\""), 1, "does not exist");
+}
+
+TEST_F(ProbeTest, SaysWhenNoFaultIsToBeSeen) {
+  m_printer.SetDriverPackage(ExtensionFolder(L"version_2"));
+  const ProgramResult result = RunKovactl(L"probe \"Probe Printer\" --json");
+  ExpectFailure(result, 1, "no fault can be seen");
+  const auto json = nlohmann::json::parse(result.output);
+  EXPECT_EQ(json["answeredBy"], "server");
+  EXPECT_EQ(json["status"], 400);
+  EXPECT_EQ(json["fault"], "none");
+}
+
+TEST_F(ProbeTest, FindsNobodyOnAnotherPort) {
+  const ProgramResult result = RunKovactl(L"probe \"Probe Printer\"" +
+                                          PortOption(kova::test::FreePort()));
+  ExpectFailure(result, 10, "nothing listens");
+}
+
+TEST_F(ProbeTest, DistrustsAnAnswerThatCannotBeTheExtensions) {
+  ScriptedPeer peer("HTTP/1.1 200 OK\r\n\r\n", AfterAnswer::kClose);
+  const ProgramResult result =
+      RunKovactl(L"probe nobody" + PortOption(peer.Port()));
+  ExpectFailure(result, 1, "an answer came");
+  EXPECT_THAT(result.output, HasSubstr("\nSomebody answered: status 200"));
+}
+
+TEST_F(ProbeTest, RefusesWrongUsage) {
+  ExpectFailure(RunKovactl(L"probe"), 2, "name a printer");
+  ExpectFailure(RunKovactl(L"probe a --share b"), 2, "excludes");
+  ExpectFailure(RunKovactl(L"probe a --timeout 0"), 2, "--timeout");
+  ExpectFailure(RunKovactl(L"probe a --port 0"), 2, "--port");
+}
+
+TEST_F(ProbeTest, CannotKnowAPortThatWindowsPicks) {
+  m_server.Settings().SetPort(0);
+  ExpectFailure(RunKovactl(L"probe a"), 10, "--port");
+  ExpectFailure(RunKovactl(L"status"), 10, "--port");
+}
+
+TEST_F(ProbeTest, LetsStatusKnowTheServer) {
+  const ProgramResult text = RunKovactl(L"status");
+  EXPECT_EQ(text.exitCode, 0u);
+  EXPECT_EQ(text.errors, "");
+  EXPECT_THAT(text.output, HasSubstr(" answers as this server does.\n"));
+  EXPECT_THAT(text.output, HasSubstr("\nLog masks\n"));
+  EXPECT_THAT(text.output, HasSubstr("\n  Corvane KOVA Server\n    mask  "));
+  EXPECT_THAT(text.output, HasSubstr("\n  DispatcherUtil\n    registered"));
+  EXPECT_THAT(text.output, HasSubstr("\nCrash dumps\n"));
+  const auto json = nlohmann::json::parse(RunKovactl(L"status --json").output);
+  EXPECT_EQ(json["reach"], "this-server");
+  EXPECT_EQ(json["port"], m_server.Port());
+  EXPECT_EQ(json["settings"][0]["value"], m_server.Port());
+  EXPECT_EQ(json["settings"][3]["value"], 1);
+}
+
+TEST_F(ProbeTest, LetsStatusMissAServerThatIsStopped) {
+  m_server.Stop();
+  const ProgramResult stopped = RunKovactl(L"status");
+  ExpectFailure(stopped, 10, "see that the server's host runs");
+  EXPECT_THAT(stopped.output, StartsWith("Server\n  Nothing listens on port "));
+  m_server.Settings().SetByte(L"TCP Enabled", 0);
+  ExpectFailure(RunKovactl(L"status"), 10, "kovactl settings set tcp on");
+}
+
+TEST_F(ProbeTest, LetsStatusTellOtherProgramsFromTheServer) {
+  ScriptedPeer web("HTTP/1.1 400 Bad Request\r\n\r\n", AfterAnswer::kClose);
+  const ProgramResult other = RunKovactl(L"status" + PortOption(web.Port()));
+  ExpectFailure(other, 10, "does not answer as this server does");
+  EXPECT_THAT(other.output, HasSubstr("answers with status 400, not as this"));
+  ScriptedPeer mute("", AfterAnswer::kStayOpen);
+  const ProgramResult silent =
+      RunKovactl(L"status --timeout 1" + PortOption(mute.Port()));
+  EXPECT_EQ(silent.exitCode, 10u);
+  EXPECT_THAT(silent.output, HasSubstr("did not answer within 1 s."));
+}
+
+TEST(ReachOf, JudgesByEndAndAnswer) {
+  Exchange exchange;
+  exchange.end = ExchangeEnd::kRefused;
+  EXPECT_EQ(ReachOf(exchange), Reach::kNothing);
+  exchange.end = ExchangeEnd::kTimedOut;
+  EXPECT_EQ(ReachOf(exchange), Reach::kSilent);
+  exchange.firstByteMs = 1;
+  EXPECT_EQ(ReachOf(exchange), Reach::kOther);
+  exchange.end = ExchangeEnd::kNoHttp;
+  EXPECT_EQ(ReachOf(exchange), Reach::kOther);
+  exchange.end = ExchangeEnd::kAnswered;
+  EXPECT_EQ(ReachOf(exchange), Reach::kOther);
+}
+
+}  // namespace

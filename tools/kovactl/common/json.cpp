@@ -1,0 +1,18 @@
+#include "common/json.h"
+
+#include "common/utf8.h"
+
+namespace kova::ctl {
+
+Json JsonList(const std::vector<std::wstring>& texts) {
+  Json list = Json::array();
+  for (const std::wstring& text : texts) list.push_back(ToUtf8(text));
+  return list;
+}
+
+std::wstring JsonText(const Json& json, int indent) {
+  return ToWide(json.dump(indent, ' ', false, Json::error_handler_t::replace)) +
+         L"\n";
+}
+
+}  // namespace kova::ctl

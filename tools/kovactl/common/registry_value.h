@@ -1,0 +1,73 @@
+// Registry values: what one holds at a moment, as words, and changed for a
+// while.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/handles.h"
+#include "base/windows_api.h"
+
+namespace kova::ctl {
+
+// What a value is at one moment.
+struct ValueState {
+  bool present = false;
+  DWORD type = REG_NONE;
+  std::vector<uint8_t> data;
+
+  bool operator==(const ValueState&) const = default;
+};
+
+// Reads the value `name` under the open `key`. `state` is filled only on
+// success; a value that is missing is a success, too. Returns the error code.
+[[nodiscard]] LSTATUS ReadValueState(HKEY key, const wchar_t* name,
+                                     ValueState& state);
+
+// Writes exactly what `state` holds, or deletes the value if it is absent; one
+// that is absent already is a success. Returns the error code.
+[[nodiscard]] LSTATUS WriteValueState(HKEY key, const wchar_t* name,
+                                      const ValueState& state);
+
+// Sets a value and, when destroyed, puts back exactly what was there: type,
+// bytes and size, or its absence. A key that had to be created stays.
+class SavedValue {
+ public:
+  // Nothing is touched until Set.
+  SavedValue(HKEY root, std::wstring keyPath, std::wstring valueName);
+  ~SavedValue();
+
+  SavedValue(const SavedValue&) = delete;
+  SavedValue& operator=(const SavedValue&) = delete;
+
+  // Remembers what is there, then writes `number` as REG_DWORD, creating the
+  // key if needed. Returns the error code; after a failure nothing is changed.
+  [[nodiscard]] LSTATUS Set(DWORD number);
+
+ private:
+  const HKEY m_root;  // weak
+  const std::wstring m_keyPath;
+  const std::wstring m_valueName;
+  UniqueRegistryKey m_key;
+  ValueState m_before;
+};
+
+// "1 byte", "4 bytes".
+std::wstring BytesText(size_t count);
+
+// "REG_DWORD"; "type 99" for one without a name.
+std::wstring TypeText(DWORD type);
+
+// "REG_DWORD, 4 bytes".
+std::wstring ShapeText(const ValueState& value);
+
+// The type and every byte of a value that is present: "REG_BINARY:0A0BFF",
+// "99:0A". ParseRawForm makes the same value of it; its letter case does not
+// count. Empty for what RawForm never gives.
+std::wstring RawForm(const ValueState& value);
+std::optional<ValueState> ParseRawForm(std::wstring_view text);
+
+}  // namespace kova::ctl
