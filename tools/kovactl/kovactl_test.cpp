@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
 
 #include "base/handles.h"
@@ -20,22 +19,14 @@ using ::kova::UniqueSocket;
 using ::kova::ctl::ReadValueState;
 using ::kova::ctl::SettingsKeyPath;
 using ::kova::ctl::ValueState;
+using ::kova::ctl::test::ExpectFailure;
 using ::kova::ctl::test::ProgramResult;
 using ::kova::ctl::test::RunKovactl;
-using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::StartsWith;
 
 constexpr wchar_t kFakeServer[] = L"run --dll fake-server/KOVAServer.dll ";
-
-// A failure is one line on standard error that begins as every failure does.
-void ExpectOneErrorLine(const ProgramResult& result, const std::string& text) {
-  EXPECT_THAT(result.errors, StartsWith("kovactl: error: "));
-  EXPECT_THAT(result.errors, HasSubstr(text));
-  EXPECT_THAT(result.errors, EndsWith("\n"));
-  EXPECT_EQ(std::ranges::count(result.errors, '\n'), 1);
-}
 
 // A socket on a port that was free; listens, so that nobody else can.
 class TakenPort {
@@ -133,48 +124,40 @@ TEST_F(KovactlTest, ExplainsWrongUsage) {
   };
   for (const auto& mistake : kMistakes) {
     const ProgramResult result = RunKovactl(mistake.arguments);
-    EXPECT_EQ(result.exitCode, 2u);
-    ExpectOneErrorLine(result, mistake.says);
+    ExpectFailure(result, 2, mistake.says);
     EXPECT_EQ(result.output, "");
   }
 }
 
 TEST_F(KovactlTest, MissesALibrary) {
   const ProgramResult result = RunKovactl(L"run --dll C:\\nowhere\\x.dll");
-  EXPECT_EQ(result.exitCode, 3u);
-  ExpectOneErrorLine(result, "there is no library C:\\nowhere\\x.dll");
+  ExpectFailure(result, 3, "there is no library C:\\nowhere\\x.dll");
   const ProgramResult demo =
       RunFake(L"listen", L"--demo --package C:\\nowhere");
-  EXPECT_EQ(demo.exitCode, 3u);
-  ExpectOneErrorLine(
-      demo, "there is no extension C:\\nowhere\\Corvane_V3_NetMon.dll");
+  ExpectFailure(demo, 3,
+                "there is no extension C:\\nowhere\\Corvane_V3_NetMon.dll");
 }
 
 TEST_F(KovactlTest, RefusesALibraryThatIsNoServer) {
   const ProgramResult other =
       RunKovactl(L"run --dll ..\\bin\\sample-extension\\Corvane_V3_NetMon.dll");
-  EXPECT_EQ(other.exitCode, 4u);
-  ExpectOneErrorLine(other, "does not export StartKOVAServer");
+  ExpectFailure(other, 4, "does not export StartKOVAServer");
   const ProgramResult noLibrary = RunKovactl(L"run --dll ..\\build.ninja");
-  EXPECT_EQ(noLibrary.exitCode, 4u);
-  ExpectOneErrorLine(noLibrary, "cannot load ");
+  ExpectFailure(noLibrary, 4, "cannot load ");
 }
 
 TEST_F(KovactlTest, SaysThatThePortIsInUse) {
   const TakenPort port;
   const ProgramResult result = RunFake(L"listen", L"--port " + port.Text());
-  EXPECT_EQ(result.exitCode, 5u);
-  ExpectOneErrorLine(result, "port " + port.Narrow() + " is in use");
+  ExpectFailure(result, 5, "port " + port.Narrow() + " is in use");
   EXPECT_THAT(result.output, HasSubstr("\nStopped in "));
 }
 
 TEST_F(KovactlTest, SaysThatNothingListens) {
   const ProgramResult silent = RunFake(L"silent", L"--port " + FreePort());
-  EXPECT_EQ(silent.exitCode, 7u);
-  ExpectOneErrorLine(silent, "nothing listens on port");
+  ExpectFailure(silent, 7, "nothing listens on port");
   const ProgramResult error = RunFake(L"error", L"--port " + FreePort());
-  EXPECT_EQ(error.exitCode, 7u);
-  ExpectOneErrorLine(error, "WSAStartup(...) failure. result:10091");
+  ExpectFailure(error, 7, "WSAStartup(...) failure. result:10091");
 }
 
 TEST_F(KovactlTest, SaysThatTheServerIsSwitchedOff) {
@@ -182,8 +165,7 @@ TEST_F(KovactlTest, SaysThatTheServerIsSwitchedOff) {
   ::RegSetValueExW(m_settings.Get(), kova::kTcpEnabledSetting.name, 0,
                    REG_BINARY, &off, 1);
   const ProgramResult result = RunFake(L"silent", L"");
-  EXPECT_EQ(result.exitCode, 7u);
-  ExpectOneErrorLine(result, "\"TCP Enabled\" is 0");
+  ExpectFailure(result, 7, "\"TCP Enabled\" is 0");
 }
 
 TEST_F(KovactlTest, RunsForAsLongAsAsked) {

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "base/windows_api.h"
+#include "common/json.h"
 
 namespace kova::ctl {
 
@@ -16,6 +17,14 @@ enum class ExchangeEnd {
   kNoHttp,    // what came is no HTTP answer
   kBroken,    // the connection ended before, or another error
 };
+
+// The words for programs.
+NLOHMANN_JSON_SERIALIZE_ENUM(ExchangeEnd,
+                             {{ExchangeEnd::kAnswered, "answered"},
+                              {ExchangeEnd::kRefused, "refused"},
+                              {ExchangeEnd::kTimedOut, "timed-out"},
+                              {ExchangeEnd::kNoHttp, "no-http"},
+                              {ExchangeEnd::kBroken, "broken"}})
 
 struct Exchange {
   ExchangeEnd end = ExchangeEnd::kBroken;

@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -21,6 +20,7 @@ using ::kova::ctl::ExchangeEnd;
 using ::kova::ctl::Reach;
 using ::kova::ctl::ReachOf;
 using ::kova::ctl::test::AfterAnswer;
+using ::kova::ctl::test::ExpectFailure;
 using ::kova::ctl::test::ProgramResult;
 using ::kova::ctl::test::RunKovactl;
 using ::kova::ctl::test::ScriptedPeer;
@@ -29,14 +29,6 @@ using ::kova::test::ExtensionFolder;
 using ::kova::test::ServerFixture;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
-
-void ExpectFailure(const ProgramResult& result, unsigned long code,
-                   const std::string& says) {
-  EXPECT_EQ(result.exitCode, code);
-  EXPECT_THAT(result.errors, StartsWith("kovactl: error: "));
-  EXPECT_THAT(result.errors, HasSubstr(says));
-  EXPECT_EQ(std::ranges::count(result.errors, '\n'), 1);
-}
 
 std::wstring PortOption(uint16_t port) {
   return L" --port " + std::to_wstring(port);

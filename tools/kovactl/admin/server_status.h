@@ -7,8 +7,9 @@
 #include <vector>
 
 #include "admin/http_exchange.h"
-#include "admin/settings_report.h"
+#include "admin/setting.h"
 #include "common/exit_code.h"
+#include "common/json.h"
 #include "logs/crash_dump.h"
 #include "logs/log_mask.h"
 
@@ -22,6 +23,13 @@ enum class Reach {
   kUnknown,     // the setting leaves the port to Windows
 };
 
+// The words for programs.
+NLOHMANN_JSON_SERIALIZE_ENUM(Reach, {{Reach::kThisServer, "this-server"},
+                                     {Reach::kOther, "other"},
+                                     {Reach::kSilent, "silent"},
+                                     {Reach::kNothing, "nothing"},
+                                     {Reach::kUnknown, "unknown"}})
+
 // What an exchange with the server's port says about who is there.
 Reach ReachOf(const Exchange& exchange);
 
@@ -30,6 +38,12 @@ enum class SourceForm {
   kNoMessageFile,  // registered, but the file of its texts is missing
   kAbsent,
 };
+
+// The words for programs.
+NLOHMANN_JSON_SERIALIZE_ENUM(SourceForm,
+                             {{SourceForm::kRegistered, "registered"},
+                              {SourceForm::kNoMessageFile, "no-message-file"},
+                              {SourceForm::kAbsent, "absent"}})
 
 struct EventSource {
   std::wstring name;

@@ -1,5 +1,5 @@
-// The server's settings: their names, what the registry holds, and what the
-// server makes of a value.
+// The server's settings: their names, what the registry holds, what the server
+// makes of it, and all that for people and programs.
 #pragma once
 
 #include <cstdint>
@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "common/exit_code.h"
+#include "common/json.h"
 #include "common/registry_value.h"
 
 namespace kova::ctl {
@@ -44,6 +45,11 @@ enum class Origin {
   kAbsent,    // it has none
   kUnusable,  // it has one of a size that the server passes over
 };
+// The words for programs.
+NLOHMANN_JSON_SERIALIZE_ENUM(Origin, {{Origin::kStored, "stored"},
+                                      {Origin::kAbsent, "absent"},
+                                      {Origin::kUnusable, "unusable"}})
+
 Origin OriginOf(const Setting& setting, const ValueState& stored);
 
 // The number the server works with; empty only for a setting that it does not
@@ -87,5 +93,31 @@ std::optional<Failure> ReadSetting(const Setting& setting, ValueState& stored);
 // needed and missing.
 std::optional<Failure> WriteSetting(const Setting& setting,
                                     const ValueState& stored);
+
+struct SettingState {
+  const Setting* setting;
+  ValueState stored;
+};
+
+// When a changed setting takes effect, as a sentence.
+inline constexpr wchar_t kTakesEffect[] =
+    L"The server reads its settings when its host starts it and when a driver "
+    L"extension asks for a restart; until then nothing changes.";
+
+// Two lines per setting, in 80 columns, indented by `indent`.
+std::wstring SettingsText(const std::vector<SettingState>& states,
+                          size_t indent);
+Json SettingJson(const SettingState& state);
+
+// The command that brings back `before`, which is what was stored. Empty if it
+// is too large for a command line.
+std::optional<std::wstring> UndoCommand(const Setting& setting,
+                                        const ValueState& before);
+
+// What a change from `before` to `after` did, and how it is undone.
+std::wstring ChangeText(const Setting& setting, const ValueState& before,
+                        const ValueState& after);
+Json ChangeJson(const Setting& setting, const ValueState& before,
+                const ValueState& after);
 
 }  // namespace kova::ctl

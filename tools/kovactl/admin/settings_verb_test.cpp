@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -13,6 +12,7 @@
 
 namespace {
 
+using ::kova::ctl::test::ExpectRefusal;
 using ::kova::ctl::test::ProgramResult;
 using ::kova::ctl::test::RunKovactl;
 using ::kova::test::kNetworkCommunication;
@@ -50,16 +50,6 @@ class SettingsVerbTest : public ::testing::Test {
     const size_t to = result.output.find('\n', from);
     return {result.output.begin() + static_cast<ptrdiff_t>(from),
             result.output.begin() + static_cast<ptrdiff_t>(to)};
-  }
-
-  static void ExpectRefusal(const std::wstring& arguments, unsigned long code,
-                            const std::string& says) {
-    const ProgramResult result = RunKovactl(arguments);
-    EXPECT_EQ(result.exitCode, code);
-    EXPECT_THAT(result.errors, StartsWith("kovactl: error: "));
-    EXPECT_THAT(result.errors, HasSubstr(says));
-    EXPECT_EQ(std::ranges::count(result.errors, '\n'), 1);
-    EXPECT_EQ(result.output, "");
   }
 
   ServerSettingsScope m_settings;
@@ -127,16 +117,19 @@ TEST_F(SettingsVerbTest, PutsBackAbsenceByItsOwnCommand) {
 }
 
 TEST_F(SettingsVerbTest, RefusesNonsenseAndChangesNothing) {
-  ExpectRefusal(L"settings set port 65536", 2, "from 0 to 65535");
-  ExpectRefusal(L"settings set port -1", 2, "from 0 to 65535");
-  ExpectRefusal(L"settings set port", 2, "is missing");
-  ExpectRefusal(L"settings set tcp 2", 2, "1 (on) or 0 (off)");
-  ExpectRefusal(L"settings set port --raw 4", 2, "no type and bytes");
-  ExpectRefusal(L"settings set network 1", 2, "say which");
-  ExpectRefusal(L"settings set bidirectional 1", 2, "written by the server");
-  ExpectRefusal(L"settings reset bidirectional", 2, "written by the server");
-  ExpectRefusal(L"settings get fly", 9, "no setting \"fly\"");
-  ExpectRefusal(L"settings", 2, "kovactl settings --help");
+  ExpectRefusal(RunKovactl(L"settings set port 65536"), 2, "from 0 to 65535");
+  ExpectRefusal(RunKovactl(L"settings set port -1"), 2, "from 0 to 65535");
+  ExpectRefusal(RunKovactl(L"settings set port"), 2, "is missing");
+  ExpectRefusal(RunKovactl(L"settings set tcp 2"), 2, "1 (on) or 0 (off)");
+  ExpectRefusal(RunKovactl(L"settings set port --raw 4"), 2,
+                "no type and bytes");
+  ExpectRefusal(RunKovactl(L"settings set network 1"), 2, "say which");
+  ExpectRefusal(RunKovactl(L"settings set bidirectional 1"), 2,
+                "written by the server");
+  ExpectRefusal(RunKovactl(L"settings reset bidirectional"), 2,
+                "written by the server");
+  ExpectRefusal(RunKovactl(L"settings get fly"), 9, "no setting \"fly\"");
+  ExpectRefusal(RunKovactl(L"settings"), 2, "kovactl settings --help");
   EXPECT_EQ(m_settings.Get(kServerPort), std::nullopt);
   EXPECT_EQ(m_settings.Get(kTcpEnabled), std::nullopt);
 }
@@ -144,7 +137,7 @@ TEST_F(SettingsVerbTest, RefusesNonsenseAndChangesNothing) {
 TEST_F(SettingsVerbTest, TouchesNoValueThatItCouldNotPutBack) {
   const std::string large(2001, 'x');
   m_settings.Set(kServerPort, REG_BINARY, large.data(), 2001);
-  ExpectRefusal(L"settings set port 80", 2, "2001 bytes");
+  ExpectRefusal(RunKovactl(L"settings set port 80"), 2, "2001 bytes");
   EXPECT_EQ(m_settings.Get(kServerPort)->bytes.size(), 2001u);
 }
 

@@ -92,9 +92,8 @@ std::optional<Failure> Look(const std::string& name, std::vector<Row>& rows) {
 
 void Show(const std::vector<Row>& rows, bool asJson) {
   if (asJson) {
-    Json list = Json::array();
-    for (const Row& row : rows) list.push_back(RowJson(row));
-    ShowJson({{"printers", list}, {"notSeen", ToUtf8(kNotSeen)}});
+    ShowJson({{"printers", JsonList(rows, &RowJson)},
+              {"notSeen", ToUtf8(kNotSeen)}});
     return;
   }
   std::wstring text;

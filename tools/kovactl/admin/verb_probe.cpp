@@ -127,22 +127,6 @@ std::wstring ProbeText(const Probe& probe) {
   return text;
 }
 
-const char* EndWord(ExchangeEnd end) {
-  switch (end) {
-    case ExchangeEnd::kAnswered:
-      return "answered";
-    case ExchangeEnd::kRefused:
-      return "refused";
-    case ExchangeEnd::kTimedOut:
-      return "timed-out";
-    case ExchangeEnd::kNoHttp:
-      return "no-http";
-    case ExchangeEnd::kBroken:
-      return "broken";
-  }
-  return "";
-}
-
 Json MsJson(std::optional<double> ms) {
   return ms ? Json(std::round(*ms * 1000) / 1000) : Json(nullptr);
 }
@@ -153,7 +137,7 @@ Json ProbeJson(const Probe& probe) {
   return {
       {"port", probe.port},
       {"target", ToUtf8(probe.target)},
-      {"end", EndWord(exchange.end)},
+      {"end", exchange.end},
       {"answeredBy", answered ? Json(AnswererWord(probe)) : Json(nullptr)},
       {"status", answered ? Json(exchange.status) : Json(nullptr)},
       {"bodyBytes", answered ? Json(exchange.bodyBytes) : Json(nullptr)},

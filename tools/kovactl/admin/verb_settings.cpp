@@ -1,7 +1,6 @@
 #include <memory>
 
 #include "admin/setting.h"
-#include "admin/settings_report.h"
 #include "common/plain_text.h"
 #include "common/registry_value.h"
 #include "common/utf8.h"
@@ -81,10 +80,8 @@ void Get(const Arguments& arguments) {
   std::vector<SettingState> states;
   EndVerb(ReadAll(arguments.name, states));
   if (arguments.json) {
-    Json list = Json::array();
-    for (const SettingState& state : states) list.push_back(SettingJson(state));
     ShowJson({{"key", ToUtf8(SettingsKeyText())},
-              {"settings", list},
+              {"settings", JsonList(states, &SettingJson)},
               {"takesEffect", ToUtf8(kTakesEffect)}});
     return;
   }

@@ -133,66 +133,32 @@ std::wstring DumpsText(const StatusFacts& facts) {
   return text;
 }
 
-const char* ReachWord(Reach reach) {
-  switch (reach) {
-    case Reach::kThisServer:
-      return "this-server";
-    case Reach::kOther:
-      return "other";
-    case Reach::kSilent:
-      return "silent";
-    case Reach::kNothing:
-      return "nothing";
-    case Reach::kUnknown:
-      return "unknown";
-  }
-  return "";
+Json LoggerJson(const LoggerMask& logger) {
+  const std::optional<uint32_t> mask = logger.Mask();
+  const uint32_t bits = mask.value_or(0);
+  return {
+      {"name", ToUtf8(logger.name)},
+      {"mask", mask ? Json(ToUtf8(HexMask(*mask))) : Json(nullptr)},
+      {"eventLog", JsonList(ChannelsOf(ReachingEventLog(bits)))},
+      {"debugger", JsonList(ChannelsOf(ReachingDebugger(bits)))},
+      {"file", JsonList(ChannelsOf(ReachingFile(bits)))},
+  };
 }
 
-const char* SourceWord(SourceForm form) {
-  switch (form) {
-    case SourceForm::kRegistered:
-      return "registered";
-    case SourceForm::kNoMessageFile:
-      return "no-message-file";
-    case SourceForm::kAbsent:
-      return "absent";
-  }
-  return "";
+Json SourceJson(const EventSource& source) {
+  return {
+      {"name", ToUtf8(source.name)},
+      {"state", source.form},
+      {"messageFile", ToUtf8(source.messageFile)},
+  };
 }
 
-Json LoggersJson(const StatusFacts& facts) {
-  Json list = Json::array();
-  for (const LoggerMask& logger : facts.loggers) {
-    const std::optional<uint32_t> mask = logger.Mask();
-    list.push_back(
-        {{"name", ToUtf8(logger.name)},
-         {"mask", mask ? Json(ToUtf8(HexMask(*mask))) : Json(nullptr)},
-         {"eventLog", JsonList(ChannelsOf(ReachingEventLog(mask.value_or(0))))},
-         {"debugger", JsonList(ChannelsOf(ReachingDebugger(mask.value_or(0))))},
-         {"file", JsonList(ChannelsOf(ReachingFile(mask.value_or(0))))}});
-  }
-  return list;
-}
-
-Json SourcesJson(const StatusFacts& facts) {
-  Json list = Json::array();
-  for (const EventSource& source : facts.sources) {
-    list.push_back({{"name", ToUtf8(source.name)},
-                    {"state", SourceWord(source.form)},
-                    {"messageFile", ToUtf8(source.messageFile)}});
-  }
-  return list;
-}
-
-Json DumpsJson(const StatusFacts& facts) {
-  Json list = Json::array();
-  for (const DumpFile& dump : facts.dumps) {
-    list.push_back({{"path", ToUtf8(dump.path)},
-                    {"bytes", dump.sizeBytes},
-                    {"written", ToUtf8(UtcTimeText(dump.writtenFileTime))}});
-  }
-  return list;
+Json DumpJson(const DumpFile& dump) {
+  return {
+      {"path", ToUtf8(dump.path)},
+      {"bytes", dump.sizeBytes},
+      {"written", ToUtf8(UtcTimeText(dump.writtenFileTime))},
+  };
 }
 
 std::wstring ReachText(const StatusFacts& facts) {
@@ -224,20 +190,16 @@ std::wstring StatusText(const StatusFacts& facts) {
 }
 
 Json StatusJson(const StatusFacts& facts) {
-  Json settings = Json::array();
-  for (const SettingState& state : facts.settings) {
-    settings.push_back(SettingJson(state));
-  }
   return {
       {"port", facts.port},
-      {"reach", ReachWord(facts.reach)},
+      {"reach", facts.reach},
       {"reachText", ToUtf8(ReachText(facts))},
       {"settingsKey", ToUtf8(SettingsKeyText())},
-      {"settings", settings},
-      {"loggers", LoggersJson(facts)},
-      {"eventSources", SourcesJson(facts)},
+      {"settings", JsonList(facts.settings, &SettingJson)},
+      {"loggers", JsonList(facts.loggers, &LoggerJson)},
+      {"eventSources", JsonList(facts.sources, &SourceJson)},
       {"dumpCount", facts.dumpCount},
-      {"newestDumps", DumpsJson(facts)},
+      {"newestDumps", JsonList(facts.dumps, &DumpJson)},
   };
 }
 

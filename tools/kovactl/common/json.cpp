@@ -5,9 +5,7 @@
 namespace kova::ctl {
 
 Json JsonList(const std::vector<std::wstring>& texts) {
-  Json list = Json::array();
-  for (const std::wstring& text : texts) list.push_back(ToUtf8(text));
-  return list;
+  return JsonList(texts, &ToUtf8);
 }
 
 std::wstring JsonText(const Json& json, int indent) {

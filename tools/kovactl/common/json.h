@@ -11,6 +11,14 @@ namespace kova::ctl {
 // Keeps its members in the order in which they were set. Texts in it are UTF-8.
 using Json = nlohmann::ordered_json;
 
+// An array with what `toJson` makes of each member of `range`.
+template <typename Range, typename ToJson>
+Json JsonList(const Range& range, ToJson toJson) {
+  Json list = Json::array();
+  for (const auto& member : range) list.push_back(toJson(member));
+  return list;
+}
+
 // An array of texts.
 Json JsonList(const std::vector<std::wstring>& texts);
 

@@ -1,49 +1,22 @@
 #include "common/program_run.h"
 
-#include <thread>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
 
 #include "base/handles.h"
 #include "base/windows_api.h"
+#include "common/captured_output.h"
 #include "common/file_path.h"
 
 namespace kova::ctl::test {
 namespace {
 
-// One pipe whose writing end a child inherits, read on a thread of its own, so
-// that the child never waits for a reader.
-class ChildPipe {
- public:
-  ChildPipe() {
-    ::CreatePipe(m_read.Receive(), m_write.Receive(), nullptr, 0);
-    ::SetHandleInformation(m_write.Get(), HANDLE_FLAG_INHERIT,
-                           HANDLE_FLAG_INHERIT);
-  }
-  [[nodiscard]] HANDLE WritingEnd() const { return m_write.Get(); }
-
-  // To be called once the child runs.
-  void StartReading() {
-    m_write.Reset();
-    m_reader = std::thread([this] {
-      char buffer[4096];
-      DWORD count = 0;
-      while (
-          ::ReadFile(m_read.Get(), buffer, sizeof(buffer), &count, nullptr) &&
-          count > 0) {
-        m_text.append(buffer, count);
-      }
-    });
-  }
-  std::string Finish() {
-    m_reader.join();
-    return m_text;
-  }
-
- private:
-  UniqueKernelHandle m_read;
-  UniqueKernelHandle m_write;
-  std::string m_text;
-  std::thread m_reader;
-};
+void LetChildrenInherit(const ReadPipe& pipe) {
+  ::SetHandleInformation(pipe.WritingEnd(), HANDLE_FLAG_INHERIT,
+                         HANDLE_FLAG_INHERIT);
+}
 
 std::wstring CommandLine(const std::wstring& arguments) {
   return L"\"" + ProgramFolder() + L"\\..\\bin\\kovactl.exe\" " + arguments;
@@ -52,8 +25,10 @@ std::wstring CommandLine(const std::wstring& arguments) {
 }  // namespace
 
 ProgramResult RunKovactl(const std::wstring& arguments) {
-  ChildPipe output;
-  ChildPipe errors;
+  ReadPipe output;
+  ReadPipe errors;
+  LetChildrenInherit(output);
+  LetChildrenInherit(errors);
   STARTUPINFOW startup{};
   startup.cb = sizeof(startup);
   startup.dwFlags = STARTF_USESTDHANDLES;
@@ -68,13 +43,26 @@ ProgramResult RunKovactl(const std::wstring& arguments) {
   }
   const UniqueKernelHandle child(process.hProcess);
   const UniqueKernelHandle thread(process.hThread);
-  output.StartReading();
-  errors.StartReading();
   ::WaitForSingleObject(child.Get(), INFINITE);
   ::GetExitCodeProcess(child.Get(), &result.exitCode);
   result.output = output.Finish();
   result.errors = errors.Finish();
   return result;
+}
+
+void ExpectFailure(const ProgramResult& result, unsigned long code,
+                   const std::string& says) {
+  EXPECT_EQ(result.exitCode, code);
+  EXPECT_THAT(result.errors, ::testing::StartsWith("kovactl: error: "));
+  EXPECT_THAT(result.errors, ::testing::HasSubstr(says));
+  EXPECT_THAT(result.errors, ::testing::EndsWith("\n"));
+  EXPECT_EQ(std::ranges::count(result.errors, '\n'), 1);
+}
+
+void ExpectRefusal(const ProgramResult& result, unsigned long code,
+                   const std::string& says) {
+  ExpectFailure(result, code, says);
+  EXPECT_EQ(result.output, "");
 }
 
 }  // namespace kova::ctl::test

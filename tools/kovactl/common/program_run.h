@@ -15,4 +15,12 @@ struct ProgramResult {
 // and waits until it ends.
 ProgramResult RunKovactl(const std::wstring& arguments);
 
+// Expects what every failed command gives: that exit code and, on standard
+// error, one line that begins as all do and has `says` in it.
+void ExpectFailure(const ProgramResult& result, unsigned long code,
+                   const std::string& says);
+// And nothing on standard output.
+void ExpectRefusal(const ProgramResult& result, unsigned long code,
+                   const std::string& says);
+
 }  // namespace kova::ctl::test

@@ -3,7 +3,6 @@
 #include "common/plain_text.h"
 #include "common/time_text.h"
 #include "common/utf8.h"
-#include "logs/exception_name.h"
 
 namespace kova::ctl {
 namespace {
@@ -203,81 +202,71 @@ std::string Hex(uint64_t number, size_t digits) {
 }
 
 Json PlaceJson(const Minidump& dump, uint64_t address) {
-  Json json;
-  json["address"] = Hex(address, 16);
   const DumpModule* const module = dump.ModuleAt(address);
-  json["module"] = module ? Json(ToUtf8(module->FileName())) : Json(nullptr);
-  json["offset"] =
-      module ? Json(Hex(address - module->base, 1)) : Json(nullptr);
-  return json;
+  return {
+      {"address", Hex(address, 16)},
+      {"module", module ? Json(ToUtf8(module->FileName())) : Json(nullptr)},
+      {"offset", module ? Json(Hex(address - module->base, 1)) : Json(nullptr)},
+  };
 }
 
 Json ExceptionJson(const Minidump& dump) {
   if (!dump.exception) return nullptr;
   const DumpException& exception = *dump.exception;
-  Json json;
-  json["code"] = Hex(exception.code, 8);
-  json["name"] = ToUtf8(ExceptionName(exception.code));
-  json["text"] = ToUtf8(ExceptionText(exception));
-  json["flags"] = exception.flags;
-  json["threadId"] = exception.threadId;
+  Json json = {
+      {"code", Hex(exception.code, 8)},
+      {"name", ToUtf8(ExceptionName(exception.code))},
+      {"text", ToUtf8(ExceptionText(exception))},
+      {"flags", exception.flags},
+      {"threadId", exception.threadId},
+  };
   json.update(PlaceJson(dump, exception.address));
-  Json parameters = Json::array();
-  for (const uint64_t number : exception.parameters) {
-    parameters.push_back(Hex(number, 1));
-  }
-  json["parameters"] = std::move(parameters);
+  json["parameters"] = JsonList(exception.parameters,
+                                [](uint64_t number) { return Hex(number, 1); });
   return json;
 }
 
 Json SummaryJson(const CrashDump& loaded) {
-  Json json;
-  json["path"] = ToUtf8(loaded.file.path);
-  json["number"] = JsonOrNull(loaded.number);
-  json["time"] = ToUtf8(UtcTimeText(loaded.FileTime()));
-  json["sizeBytes"] = loaded.file.sizeBytes;
-  json["problem"] = loaded.dump ? Json(nullptr) : Json(ToUtf8(loaded.problem));
-  json["exception"] = loaded.dump ? ExceptionJson(*loaded.dump) : nullptr;
-  json["damage"] = loaded.dump ? JsonList(loaded.dump->damage) : Json::array();
-  return json;
+  const bool isRead = loaded.dump.has_value();
+  return {
+      {"path", ToUtf8(loaded.file.path)},
+      {"number", JsonOrNull(loaded.number)},
+      {"time", ToUtf8(UtcTimeText(loaded.FileTime()))},
+      {"sizeBytes", loaded.file.sizeBytes},
+      {"problem", isRead ? Json(nullptr) : Json(ToUtf8(loaded.problem))},
+      {"exception", isRead ? ExceptionJson(*loaded.dump) : Json(nullptr)},
+      {"damage", isRead ? JsonList(loaded.dump->damage) : Json::array()},
+  };
 }
 
 Json SystemJson(const Minidump& dump) {
   if (!dump.system) return nullptr;
-  Json json;
-  json["major"] = dump.system->major;
-  json["minor"] = dump.system->minor;
-  json["build"] = dump.system->build;
-  json["servicePack"] = ToUtf8(dump.system->servicePack);
-  json["architecture"] = dump.system->architecture;
-  json["processors"] = dump.system->processors;
-  json["text"] = ToUtf8(SystemText(*dump.system));
-  return json;
+  return {
+      {"major", dump.system->major},
+      {"minor", dump.system->minor},
+      {"build", dump.system->build},
+      {"servicePack", ToUtf8(dump.system->servicePack)},
+      {"architecture", dump.system->architecture},
+      {"processors", dump.system->processors},
+      {"text", ToUtf8(SystemText(*dump.system))},
+  };
 }
 
 Json ThreadsJson(const Minidump& dump) {
-  Json list = Json::array();
-  for (const DumpThread& thread : dump.threads) {
-    Json json;
-    json["id"] = thread.id;
-    json["stackBytes"] = thread.stackBytes;
+  return JsonList(dump.threads, [&dump](const DumpThread& thread) {
+    Json json = {{"id", thread.id}, {"stackBytes", thread.stackBytes}};
     if (thread.instruction) json.update(PlaceJson(dump, *thread.instruction));
-    list.push_back(std::move(json));
-  }
-  return list;
+    return json;
+  });
 }
 
-Json ModulesJson(const Minidump& dump) {
-  Json list = Json::array();
-  for (const DumpModule& module : dump.modules) {
-    Json json;
-    json["path"] = ToUtf8(module.path);
-    json["base"] = Hex(module.base, 16);
-    json["sizeBytes"] = module.sizeBytes;
-    json["version"] = ToUtf8(module.version);
-    list.push_back(std::move(json));
-  }
-  return list;
+Json ModuleJson(const DumpModule& module) {
+  return {
+      {"path", ToUtf8(module.path)},
+      {"base", Hex(module.base, 16)},
+      {"sizeBytes", module.sizeBytes},
+      {"version", ToUtf8(module.version)},
+  };
 }
 
 }  // namespace
@@ -317,13 +306,10 @@ std::wstring DumpText(const CrashDump& loaded) {
 
 Json DumpListJson(const std::vector<CrashDump>& dumps,
                   const std::vector<std::wstring>& folders) {
-  Json json;
-  json["folders"] = JsonList(folders);
-  json["dumps"] = Json::array();
-  for (const CrashDump& loaded : dumps) {
-    json["dumps"].push_back(SummaryJson(loaded));
-  }
-  return json;
+  return {
+      {"folders", JsonList(folders)},
+      {"dumps", JsonList(dumps, &SummaryJson)},
+  };
 }
 
 Json DumpJson(const CrashDump& loaded) {
@@ -337,7 +323,7 @@ Json DumpJson(const CrashDump& loaded) {
   }
   json["registers"] = std::move(registers);
   json["threads"] = ThreadsJson(dump);
-  json["modules"] = ModulesJson(dump);
+  json["modules"] = JsonList(dump.modules, &ModuleJson);
   return json;
 }
 

@@ -180,12 +180,10 @@ std::wstring LoggersText(const std::vector<LoggerMask>& loggers) {
 }
 
 Json LoggersJson(const std::vector<LoggerMask>& loggers) {
-  Json list = Json::array();
-  for (const LoggerMask& logger : loggers) list.push_back(LoggerJson(logger));
-  Json json;
-  json["key"] = "HKEY_LOCAL_MACHINE\\" + ToUtf8(kMaskKey);
-  json["loggers"] = std::move(list);
-  return json;
+  return {
+      {"key", "HKEY_LOCAL_MACHINE\\" + ToUtf8(kMaskKey)},
+      {"loggers", JsonList(loggers, &LoggerJson)},
+  };
 }
 
 std::optional<std::wstring> UndoCommand(const MaskUpdate& update) {

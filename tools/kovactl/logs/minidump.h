@@ -1,5 +1,6 @@
 // Reads minidumps, the files that describe a crashed process, by the system's
-// own structures. Believes nothing that a file says of itself.
+// own structures, and puts their exceptions into words. Believes nothing that a
+// file says of itself.
 #pragma once
 
 #include <cstdint>
@@ -83,5 +84,13 @@ struct MinidumpResult {
   std::wstring notADump;
 };
 MinidumpResult ReadMinidump(const RandomAccessFile& file);
+
+// What a well-known exception code means, in a few words that can be looked up;
+// "an exception of the program's own" for others with the customer bit, else
+// "unknown exception".
+std::wstring ExceptionName(uint32_t code);
+
+// The name, and what an access violation or a page error did to which address.
+std::wstring ExceptionText(const DumpException& exception);
 
 }  // namespace kova::ctl

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include "common/memory_file.h"
-#include "logs/exception_name.h"
 #include "logs/sample_dump.h"
 
 namespace {

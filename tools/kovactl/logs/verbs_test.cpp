@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <string>
 #include <thread>
@@ -21,7 +20,6 @@
 namespace {
 
 using ::kova::kServerLoggerName;
-using ::kova::UniqueRegistryKey;
 using ::kova::ctl::DebugBuffer;
 using ::kova::ctl::DebugScope;
 using ::kova::ctl::FindLogger;
@@ -30,6 +28,7 @@ using ::kova::ctl::ReadLoggerMasks;
 using ::kova::ctl::ToUtf8;
 using ::kova::ctl::ValueState;
 using ::kova::ctl::test::DumpParts;
+using ::kova::ctl::test::ExpectRefusal;
 using ::kova::ctl::test::ProgramResult;
 using ::kova::ctl::test::RunKovactl;
 using ::kova::ctl::test::ScratchFolder;
@@ -37,13 +36,6 @@ using ::kova::ctl::test::SmallDump;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::StartsWith;
-
-void ExpectOneErrorLine(const ProgramResult& result, const std::string& text) {
-  EXPECT_THAT(result.errors, StartsWith("kovactl: error: "));
-  EXPECT_THAT(result.errors, HasSubstr(text));
-  EXPECT_EQ(std::ranges::count(result.errors, '\n'), 1);
-  EXPECT_EQ(result.output, "");
-}
 
 // No masks but those that a test makes.
 class LogVerbTest : public ::testing::Test {
@@ -111,11 +103,9 @@ TEST_F(LogVerbTest, ShowsEveryLogger) {
 
 TEST_F(LogVerbTest, RefusesWhatIsNotThere) {
   const ProgramResult channel = RunKovactl(L"log add Detail Infos");
-  EXPECT_EQ(channel.exitCode, 9u);
-  ExpectOneErrorLine(channel, "there is no channel \"Detail\"; did you mean");
+  ExpectRefusal(channel, 9, "there is no channel \"Detail\"; did you mean");
   const ProgramResult logger = RunKovactl(L"log set all --logger kova");
-  EXPECT_EQ(logger.exitCode, 9u);
-  ExpectOneErrorLine(logger, "did you mean \"Corvane KOVA Server\"?");
+  ExpectRefusal(logger, 9, "did you mean \"Corvane KOVA Server\"?");
   EXPECT_EQ(RunKovactl(L"log show --logger x").exitCode, 9u);
   EXPECT_EQ(RunKovactl(L"log").exitCode, 2u);
   EXPECT_EQ(RunKovactl(L"log set").exitCode, 2u);
@@ -128,8 +118,7 @@ TEST_F(LogVerbTest, KeepsAValueThatItCannotRead) {
   const ValueState longer{true, REG_BINARY, {1, 2, 3, 4, 5}};
   Put(L"Demo", longer);
   const ProgramResult result = RunKovactl(L"log add Error --logger Demo");
-  EXPECT_EQ(result.exitCode, 1u);
-  ExpectOneErrorLine(result, "give it one with kovactl log set");
+  ExpectRefusal(result, 1, "give it one with kovactl log set");
   EXPECT_EQ(Value(L"Demo"), longer);
   EXPECT_EQ(RunKovactl(L"log set Error --logger Demo").exitCode, 0u);
   EXPECT_EQ(Value(L"Demo"), (ValueState{true, REG_DWORD, {0, 0, 0, 0x80}}));
@@ -182,8 +171,7 @@ TEST_F(LogVerbTest, SaysThatAnotherProgramReadsTheLines) {
   ASSERT_EQ(session.Open(DebugScope::kSession), DWORD{ERROR_SUCCESS});
   static_cast<void>(services.Open(DebugScope::kServices));
   const ProgramResult result = RunKovactl(L"log follow --seconds 1");
-  EXPECT_EQ(result.exitCode, 1u);
-  ExpectOneErrorLine(result, "another program reads the debugger output");
+  ExpectRefusal(result, 1, "another program reads the debugger output");
 }
 
 TEST(DumpsVerbTest, ListsAndShowsDumps) {
@@ -209,14 +197,11 @@ TEST(DumpsVerbTest, RefusesWhatIsNoDump) {
   static_cast<void>(folder.Add(L"empty.dmp", {}));
   const std::wstring where = L" --folder \"" + folder.Path() + L"\"";
   const ProgramResult empty = RunKovactl(L"dumps show empty.dmp" + where);
-  EXPECT_EQ(empty.exitCode, 1u);
-  ExpectOneErrorLine(empty, "empty.dmp is empty: writing it was cut short; ");
+  ExpectRefusal(empty, 1, "empty.dmp is empty: writing it was cut short; ");
   const ProgramResult missing = RunKovactl(L"dumps show 7" + where);
-  EXPECT_EQ(missing.exitCode, 9u);
-  ExpectOneErrorLine(missing, "there is no dump 7 in ");
+  ExpectRefusal(missing, 9, "there is no dump 7 in ");
   const ProgramResult nowhere = RunKovactl(L"dumps --folder C:\\nowhere");
-  EXPECT_EQ(nowhere.exitCode, 9u);
-  ExpectOneErrorLine(nowhere, "there is no folder C:\\nowhere");
+  ExpectRefusal(nowhere, 9, "there is no folder C:\\nowhere");
   EXPECT_EQ(RunKovactl(L"dumps show").exitCode, 2u);
 }
 
