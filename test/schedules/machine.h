@@ -68,7 +68,6 @@ class Machine {
 // The name of a function, for a template.
 template <size_t size>
 struct CallName {
-  // NOLINTNEXTLINE(google-explicit-constructor): from the text itself.
   constexpr CallName(const char (&name)[size]) {
     std::copy_n(name, size, text);
   }

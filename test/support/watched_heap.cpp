@@ -14,7 +14,7 @@ std::atomic<size_t> g_bytes;
 std::atomic<int64_t> g_heldBytes;
 std::atomic<int64_t> g_peakBytes;
 std::atomic<int64_t> g_liveBlocks;
-std::atomic<size_t> g_callsToRefusal;  // 0: there is none to come
+std::atomic<int64_t> g_callsToRefusal;  // 0 or less: there is none to come
 std::atomic<size_t> g_mostBytes;
 std::atomic<size_t> g_refusedBytes;
 
@@ -24,7 +24,7 @@ void* (*g_realloc)(void*, size_t) = nullptr;
 void (*g_free)(void*) = nullptr;
 
 bool IsRefused(size_t bytes) {
-  const bool isNth = g_callsToRefusal != 0 && g_callsToRefusal-- == 1;
+  const bool isNth = --g_callsToRefusal == 0;
   if (!isNth && bytes <= g_mostBytes) return false;
   g_refusedBytes = bytes;
   return true;
@@ -91,7 +91,8 @@ bool WatchedHeap::KeepOriginals(HMODULE module) {
   Keep(g_free, module, "free");
   g_calls = g_zeroedCalls = g_bytes = 0;
   g_heldBytes = g_peakBytes = g_liveBlocks = 0;
-  g_callsToRefusal = g_refusedBytes = 0;
+  g_callsToRefusal = 0;
+  g_refusedBytes = 0;
   g_mostBytes = SIZE_MAX;
   return true;
 }
@@ -103,7 +104,9 @@ WatchedHeap::WatchedHeap(HMODULE module)
       m_realloc(module, "realloc", &Realloc),
       m_free(module, "free", &Free) {}
 
-void WatchedHeap::RefuseNth(size_t nth) { g_callsToRefusal = nth; }
+void WatchedHeap::RefuseNth(size_t nth) {
+  g_callsToRefusal = static_cast<int64_t>(nth);
+}
 void WatchedHeap::RefuseAbove(size_t bytes) { g_mostBytes = bytes; }
 size_t WatchedHeap::RefusedBytes() { return g_refusedBytes; }
 size_t WatchedHeap::Calls() { return g_calls; }
