@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "base/o_critical_section.h"
-#include "base/thread_annotations.h"
 #include "base/windows_api.h"
 
 namespace kova::bench {

@@ -11,16 +11,6 @@ namespace kova {
 inline constexpr std::string_view kBlanks = " \t";
 inline constexpr std::string_view kBlanksAndLineEnds = " \t\r\n";
 
-[[nodiscard]] constexpr bool IsBlank(char c) { return c == ' ' || c == '\t'; }
-
-// The index of the first blank or tab, npos when there is none.
-[[nodiscard]] constexpr size_t FindBlank(std::string_view text) {
-  for (size_t i = 0; i < text.size(); ++i) {
-    if (IsBlank(text[i])) return i;
-  }
-  return text.npos;
-}
-
 // Folds a to z to A to Z and leaves every other unit alone.
 template <typename Unit>
 [[nodiscard]] constexpr Unit FoldAscii(Unit unit) {

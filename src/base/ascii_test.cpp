@@ -31,13 +31,6 @@ TEST(EqualsNoCaseTest, ComparesEmbeddedZeros) {
   EXPECT_FALSE(EqualsNoCase("a\0b"sv, "a\0c"sv));
 }
 
-TEST(FindBlankTest, FindsTheFirstBlankOrTab) {
-  EXPECT_EQ(FindBlank("a\tb c"), 1u);
-  EXPECT_EQ(FindBlank(" "), 0u);
-  EXPECT_EQ(FindBlank("a\r\n\v"), std::string_view::npos);
-  EXPECT_EQ(FindBlank(""), std::string_view::npos);
-}
-
 TEST(TrimTest, RemovesTheSetAtTheEndsAndKeepsTheMiddle) {
   EXPECT_EQ(Trim(" \t a b\r\n", kBlanksAndLineEnds), "a b");
   EXPECT_EQ(TrimStart(" \ta ", kBlanks), "a ");

@@ -1,12 +1,27 @@
-// Owners of Windows handles, one type per way of closing.
+// Owners of Windows handles, one type per way of closing, and the keeper of the
+// last error that they close under.
 #pragma once
 
 #include <utility>
 
-#include "base/last_error_keeper.h"
 #include "base/windows_api.h"
 
 namespace kova {
+
+// Reads GetLastError() when made and puts it back when it goes out of scope,
+// so that what happens in between (a log call, the closing of a handle) does
+// not change what a later decision reads. WSAGetLastError() is the same value.
+class LastErrorKeeper {
+ public:
+  LastErrorKeeper() : m_error(::GetLastError()) {}
+  ~LastErrorKeeper() { ::SetLastError(m_error); }
+
+  LastErrorKeeper(const LastErrorKeeper&) = delete;
+  LastErrorKeeper& operator=(const LastErrorKeeper&) = delete;
+
+ private:
+  const DWORD m_error;
+};
 
 // Owns one handle of the kind that Traits describes: its type, the value that
 // means "none", and how it is closed. Closing keeps the thread's last error,

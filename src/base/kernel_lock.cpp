@@ -1,6 +1,6 @@
 #include "base/kernel_lock.h"
 
-#include "base/last_error_keeper.h"
+#include "base/handles.h"
 #include "base/windows_api.h"
 
 namespace kova {

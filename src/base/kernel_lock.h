@@ -3,7 +3,6 @@
 
 #include "base/handles.h"
 #include "base/o_critical_section.h"
-#include "base/thread_annotations.h"
 
 namespace kova {
 

@@ -1,4 +1,4 @@
-// Unit: the growable arrays of bytes and pointers.
+// Unit: the growable arrays of bytes and pointers, and the rule of growth.
 #include "base/o_array.h"
 
 #include <gtest/gtest.h>
@@ -12,6 +12,42 @@ namespace {
 bool AreZero(const OTypedArray<char>& bytes, int32_t from, int32_t to) {
   return std::all_of(bytes.Data() + from, bytes.Data() + to,
                      [](char byte) { return byte == 0; });
+}
+
+TEST(NextCapacityTest, AddsAnEighthOfTheCountWithinLimits) {
+  EXPECT_EQ(kova::NextCapacity(1, 1, 0, 2), 5);
+  EXPECT_EQ(kova::NextCapacity(39, 39, 0, 40), 43);
+  EXPECT_EQ(kova::NextCapacity(40, 40, 0, 41), 45);
+  EXPECT_EQ(kova::NextCapacity(800, 800, 0, 801), 900);
+  EXPECT_EQ(kova::NextCapacity(8184, 8184, 0, 8185), 8184 + 1023);
+  EXPECT_EQ(kova::NextCapacity(8192, 8192, 0, 8193), 8192 + 1024);
+  EXPECT_EQ(kova::NextCapacity(16000, 16000, 0, 16001), 17024);
+}
+
+TEST(NextCapacityTest, TakesTheStepThatWasSet) {
+  EXPECT_EQ(kova::NextCapacity(800, 800, 1, 801), 801);
+  EXPECT_EQ(kova::NextCapacity(800, 800, 7, 801), 807);
+  EXPECT_EQ(kova::NextCapacity(800, 800, -3, 801), 801);
+}
+
+TEST(NextCapacityTest, GivesWhatIsAskedWhereThatIsMore) {
+  EXPECT_EQ(kova::NextCapacity(1, 1, 0, 100), 100);
+  EXPECT_EQ(kova::NextCapacity(0, 5, 0, 9), 9);
+  EXPECT_EQ(kova::NextCapacity(0, 5, 0, 10), 10);
+}
+
+TEST(NextCapacityTest, DoesNotOverflow) {
+  EXPECT_EQ(kova::NextCapacity(INT32_MAX - 1, INT32_MAX - 1, 0, INT32_MAX),
+            INT32_MAX);
+  EXPECT_EQ(kova::NextCapacity(10, 10, INT32_MAX, 11), INT32_MAX);
+}
+
+TEST(NextRoomTest, IsAtLeastHalfAsMuchAgain) {
+  EXPECT_EQ(kova::NextRoom(0, 5), 5u);
+  EXPECT_EQ(kova::NextRoom(1, 2), 2u);
+  EXPECT_EQ(kova::NextRoom(6, 7), 9u);
+  EXPECT_EQ(kova::NextRoom(6, 9), 9u);
+  EXPECT_EQ(kova::NextRoom(6, 10), 10u);
 }
 
 TEST(OTypedArrayTest, StartsWithoutStorage) {
@@ -35,17 +71,6 @@ TEST(OTypedArrayTest, AllocatesExactlyAtFirstAndThenByTheStep) {
   EXPECT_EQ(bytes.Capacity(), 5);
   bytes.SetSize(6);
   EXPECT_EQ(bytes.Capacity(), 9);
-}
-
-TEST(OTypedArrayTest, ReportsTheCapacityOfItsGrowthRule) {
-  OTypedArray<char> bytes;
-  bytes.SetSize(800);
-  bytes.SetSize(801);
-  EXPECT_EQ(bytes.Capacity(), 900);
-  OTypedArray<char> many;
-  many.SetSize(16000);
-  many.SetSize(16001);
-  EXPECT_EQ(many.Capacity(), 17024);
 }
 
 TEST(OTypedArrayTest, GrowsByTheStepThatWasSet) {

@@ -5,7 +5,6 @@
 #include <new>
 
 #include "base/handles.h"
-#include "base/last_error_keeper.h"
 #include "crash/dump.h"
 #include "log/log_line.h"
 #include "log/server_logger.h"

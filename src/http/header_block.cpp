@@ -3,8 +3,7 @@
 #include <limits>
 
 #include "base/ascii.h"
-#include "base/find_byte.h"
-#include "http/pieces.h"
+#include "base/byte_search.h"
 
 namespace kova {
 

@@ -3,8 +3,8 @@
 #include <cstring>
 
 #include "base/ascii.h"
+#include "base/byte_search.h"
 #include "http/header_block.h"
-#include "http/pieces.h"
 #include "http/request_progress.h"
 #include "http/request_scan.h"
 #include "http/url_decode.h"

@@ -5,8 +5,7 @@
 #include <vector>
 
 #include "base/ascii.h"
-#include "base/clock.h"
-#include "base/computer_name.h"
+#include "base/this_computer.h"
 #include "http/http_date.h"
 #include "http/reason_phrases.h"
 #include "text/string_codec.h"

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "base/clock.h"
+#include "base/this_computer.h"
 #include "http/http_date.h"
 #include "test/support/import_patch.h"
 

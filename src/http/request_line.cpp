@@ -1,7 +1,7 @@
 #include "http/request_line.h"
 
 #include "base/ascii.h"
-#include "base/find_byte.h"
+#include "base/byte_search.h"
 #include "http/url_decode.h"
 
 namespace kova {

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "base/find_byte.h"
+#include "base/byte_search.h"
 #include "http/header_block.h"
 #include "http/request_line.h"
 

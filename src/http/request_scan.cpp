@@ -3,8 +3,7 @@
 #include <bit>
 #include <cstdint>
 
-#include "base/byte_block.h"
-#include "base/find_byte.h"
+#include "base/byte_search.h"
 
 namespace kova {
 

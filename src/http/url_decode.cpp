@@ -1,7 +1,7 @@
 #include "http/url_decode.h"
 
 #include "base/ascii.h"
-#include "base/find_byte.h"
+#include "base/byte_search.h"
 #include "text/string_codec.h"
 
 namespace {

@@ -3,7 +3,6 @@
 #include <iterator>
 
 #include "base/handles.h"
-#include "base/last_error_keeper.h"
 
 namespace kova {
 namespace {

@@ -4,9 +4,9 @@
 #include <limits>
 #include <memory>
 
-#include "base/clock.h"
 #include "base/handles.h"
 #include "base/kernel_lock.h"
+#include "base/this_computer.h"
 #include "log/time_text.h"
 
 namespace kova {

@@ -1,6 +1,6 @@
 #include "log/last_error_text.h"
 
-#include "base/last_error_keeper.h"
+#include "base/handles.h"
 
 namespace tk {
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "base/last_error_keeper.h"
+#include "base/handles.h"
 #include "log/log_channel.h"
 #include "log/logger.h"
 #include "log/server_logger.h"

@@ -1,6 +1,6 @@
 #include "log/log_storage.h"
 
-#include "base/last_error_keeper.h"
+#include "base/handles.h"
 #include "base/windows_api.h"
 #include "log/channel_formatter.h"
 #include "log/debugger_sink.h"

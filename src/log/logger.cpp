@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "base/handles.h"
-#include "base/last_error_keeper.h"
 #include "log/event_source.h"
 #include "log/mask_key.h"
 

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "base/last_error_keeper.h"
+#include "base/handles.h"
 
 namespace kova {
 

@@ -6,7 +6,6 @@
 
 #include "base/o_array.h"
 #include "base/o_critical_section.h"
-#include "base/thread_annotations.h"
 #include "net/winsock_session.h"
 
 namespace kova {

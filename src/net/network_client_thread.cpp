@@ -1,6 +1,6 @@
 #include "net/network_client_thread.h"
 
-#include "base/module_pin.h"
+#include "base/module_reference.h"
 #include "crash/guard.h"
 #include "dispatch/request_dispatch.h"
 #include "net/connection_loop.h"
@@ -28,12 +28,12 @@ void Network_ClientThread::Start(kova::ConnectionHost& host,
   if (record->m_thread.IsValid()) {
     ::TerminateThread(record->m_thread.Get(), 0);
   }
-  const kova::UniqueModule pin(record->m_modulePin);
+  const kova::UniqueModule reference(record->m_moduleReference);
   delete record;
 }
 
 bool Network_ClientThread::StartThread() {
-  m_modulePin = kova::PinThisModule();
+  m_moduleReference = kova::AddModuleReference();
   unsigned id = 0;
   m_thread.Reset(reinterpret_cast<HANDLE>(
       ::_beginthreadex(nullptr, 0, &Network_ClientThread::_ClientThread, this,
@@ -55,8 +55,9 @@ void Network_ClientThread::FinishStart(kova::ClientList& clients) {
 
 unsigned __stdcall Network_ClientThread::_ClientThread(void* record) {
   // Read before the record frees itself.
-  const HMODULE pin = static_cast<Network_ClientThread*>(record)->m_modulePin;
-  kova::EndThread(pin, kova::RunGuarded(&ServeRecord, record));
+  const HMODULE reference =
+      static_cast<Network_ClientThread*>(record)->m_moduleReference;
+  kova::EndThread(reference, kova::RunGuarded(&ServeRecord, record));
 }
 
 unsigned Network_ClientThread::ServeRecord(void* record) {

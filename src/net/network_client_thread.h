@@ -64,7 +64,7 @@ class Network_ClientThread final : private kova::ClientWorker {
   void FreeAfterStart();
 
   const kova::ClientList::Alive m_alive;
-  HMODULE m_modulePin = nullptr;  // given back by the thread's last call
+  HMODULE m_moduleReference = nullptr;  // given back by the thread's last call
   bool m_acceptsStopSignals = false;
   std::atomic<bool> m_stopping{false};
 

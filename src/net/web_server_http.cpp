@@ -1,6 +1,6 @@
 #include "net/web_server_http.h"
 
-#include "base/module_pin.h"
+#include "base/module_reference.h"
 #include "http/request_progress.h"
 #include "log/server_logger.h"
 
@@ -20,11 +20,11 @@ WebServerHTTP::WebServerHTTP(ThreadProcedure restartThread,
   m_monitor.restartEvent = restartEvent;
   m_monitor.shutdownEvent.Reset(::CreateEventW(nullptr, FALSE, FALSE, nullptr));
   m_monitor.endedEvent.Reset(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
-  m_monitor.modulePin = kova::PinThisModule();
+  m_monitor.moduleReference = kova::AddModuleReference();
   m_monitor.restartThread.Reset(reinterpret_cast<HANDLE>(::_beginthreadex(
       nullptr, 0, restartThread, this, 0, &m_monitor.restartThreadId)));
   if (m_monitor.restartThread.IsValid()) return;
-  const kova::UniqueModule unused(m_monitor.modulePin);
+  const kova::UniqueModule unused(m_monitor.moduleReference);
 }
 
 WebServerHTTP::~WebServerHTTP() = default;
@@ -57,7 +57,7 @@ bool WebServerHTTP::JoinRestartThread() {
   }
   // A thread with a reference to the library may end when it can. Behind the
   // threads of thousands of connections it would keep the host waiting.
-  if (m_monitor.modulePin == nullptr) {
+  if (m_monitor.moduleReference == nullptr) {
     ::WaitForSingleObject(m_monitor.restartThread.Get(), kThreadEndMs);
   }
   m_monitor.restartThread.Reset();

@@ -27,7 +27,8 @@ struct NetworkMonitorState {
   // Set when a stop begins: no restart listens again from here on, and the
   // restart thread ends even where it has no shutdown event to wait for.
   std::atomic<bool> ending{false};
-  HMODULE modulePin = nullptr;  // the restart thread's; its last call drops it
+  // The restart thread's; its last call drops it.
+  HMODULE moduleReference = nullptr;
 };
 
 class WebServerHTTP : public WebServerBase {

@@ -1,7 +1,7 @@
 // One reference to Windows Sockets.
 #pragma once
 
-#include "base/last_error_keeper.h"
+#include "base/handles.h"
 #include "base/windows_api.h"
 
 namespace kova {

@@ -3,8 +3,8 @@
 #include <atomic>
 #include <new>
 
-#include "base/computer_name.h"
-#include "base/module_pin.h"
+#include "base/module_reference.h"
+#include "base/this_computer.h"
 #include "crash/guard.h"
 #include "log/log_line.h"
 #include "server/server_settings.h"
@@ -106,11 +106,11 @@ unsigned __stdcall NetworkMonitor::_RestartServerThread(void* server) {
   // Read first: once the event is set, the server object may be gone.
   const NetworkMonitorState& monitor =
       static_cast<WebServerHTTP*>(server)->Monitor();
-  const HMODULE pin = monitor.modulePin;
+  const HMODULE reference = monitor.moduleReference;
   const HANDLE ended = monitor.endedEvent.Get();
   const unsigned result = kova::RunGuarded(&ServeRestarts, server);
   if (ended != nullptr) ::SetEvent(ended);
-  kova::EndThread(pin, result);
+  kova::EndThread(reference, result);
 }
 
 BOOL NetworkMonitor::SignalRestart() {

@@ -4,7 +4,7 @@
 #include <limits>
 #include <utility>
 
-#include "base/array_growth.h"
+#include "base/o_array.h"
 
 void OStringArray::SetSize(int32_t newSize) {
   if (newSize < 0) return;

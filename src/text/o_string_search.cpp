@@ -76,7 +76,7 @@ int32_t OString::Find(const OString& text, int32_t start) const {
 }
 
 int32_t OString::FindFirstBlank() const {
-  return IndexOf(kova::FindBlank(NarrowView()));
+  return IndexOf(NarrowView().find_first_of(kova::kBlanks));
 }
 
 int32_t OString::ReverseFindOneOf(const OString& set) const {

@@ -1,5 +1,5 @@
-// Patched: the time of the system's clock.
-#include "base/clock.h"
+// Patched: the time on this computer's clock.
+#include "base/this_computer.h"
 
 #include <gtest/gtest.h>
 

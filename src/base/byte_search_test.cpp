@@ -1,5 +1,5 @@
-// Unit: finding bytes eight at a time.
-#include "base/find_byte.h"
+// Unit: searching bytes, sixteen and sixty-four at a time.
+#include "base/byte_search.h"
 
 #include <gtest/gtest.h>
 
@@ -33,8 +33,8 @@ TEST(FindByteTest, GivesTheSizeWhereThereIsNone) {
   EXPECT_EQ(FindByte(std::string(9, '\x80'), 0, '\0'), 9u);
 }
 
-// Neighbours in value and the borrow of the mask's subtraction are what a
-// search by words may trip over.
+// Bytes next to each other in value, and those above 0x7F, are where a search
+// of many at once may go wrong.
 TEST(FindByteTest, AgreesWithTheSearchByteByByte) {
   std::mt19937 random(4660);
   const std::string alphabet("\0\x01\x02\x7F\x80\x81\xFF\t\n\v", 10);
@@ -49,6 +49,44 @@ TEST(FindByteTest, AgreesWithTheSearchByteByByte) {
     ASSERT_EQ(FindEither(text, from, a, b), FindSlowly(text, from, a, b))
         << testing::PrintToString(text);
   }
+}
+
+TEST(ByteBlockTest, TellsThePlaceOfEachByte) {
+  for (size_t at = 0; at < ByteBlock::kBytes; ++at) {
+    std::string text(ByteBlock::kBytes, 'x');
+    text[at] = '\n';
+    const ByteBlock block(text.data());
+    EXPECT_EQ(block.Equal('\n'), uint64_t{1} << at);
+    EXPECT_EQ(block.Equal('x'), ~(uint64_t{1} << at));
+    EXPECT_TRUE(block.Has('\n')) << at;
+  }
+}
+
+TEST(ByteBlockTest, HasNoByteThatIsNotThere) {
+  const std::string text(ByteBlock::kBytes, '\x80');
+  const ByteBlock block(text.data());
+  EXPECT_FALSE(block.Has('\n'));
+  EXPECT_FALSE(block.Has('\0'));
+  EXPECT_FALSE(block.HasZero());
+  EXPECT_EQ(block.Equal('\0'), 0u);
+  EXPECT_EQ(block.Equal('\x80'), ~uint64_t{0});
+}
+
+TEST(ByteBlockTest, SeesAZeroAmongAnyBytes) {
+  for (const char other : {'\x01', '\x7F', '\x80', '\xFF'}) {
+    for (size_t at = 0; at < ByteBlock::kBytes; ++at) {
+      std::string text(ByteBlock::kBytes, other);
+      text[at] = '\0';
+      EXPECT_TRUE(ByteBlock(text.data()).HasZero()) << at;
+      EXPECT_EQ(ByteBlock(text.data()).Equal('\0'), uint64_t{1} << at);
+    }
+  }
+}
+
+TEST(ByteBlockTest, TakesBytesThatAreNotAligned) {
+  std::string text(ByteBlock::kBytes + 7, 'x');
+  text[7 + 63] = '\n';
+  EXPECT_EQ(ByteBlock(text.data() + 7).Equal('\n'), uint64_t{1} << 63);
 }
 
 }  // namespace

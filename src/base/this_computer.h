@@ -1,7 +1,8 @@
-// The time of the system's clock.
+// What this computer says of itself: the time on its clock, and its name.
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 namespace kova {
 
@@ -9,5 +10,9 @@ namespace kova {
 // runtime, whose time() may look up the time zone first, as Wine's does. For
 // any thread.
 [[nodiscard]] int64_t CurrentTimeSeconds();
+
+// The name as GetComputerNameW gives it at this moment; empty where the system
+// refuses. For any thread.
+[[nodiscard]] std::wstring ComputerName();
 
 }  // namespace kova

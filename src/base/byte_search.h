@@ -1,10 +1,13 @@
-// Looking at many bytes at once, with what every x64 processor has.
+// Searching bytes sixteen and more at a time, with what every x64 processor
+// has: the C runtime of Windows looks at each one by itself.
 #pragma once
 
 #include <emmintrin.h>
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 namespace kova {
 
@@ -19,12 +22,50 @@ namespace kova {
   return static_cast<uint32_t>(_mm_movemask_epi8(bytes));
 }
 
+// The index of the first byte at or after `from` that is one of the two;
+// text.size() when there is none. `from` is at most text.size().
+[[nodiscard]] inline size_t FindEither(std::string_view text, size_t from,
+                                       char first, char second) {
+  const __m128i firsts = _mm_set1_epi8(first);
+  const __m128i seconds = _mm_set1_epi8(second);
+  for (; text.size() - from >= sizeof(__m128i); from += sizeof(__m128i)) {
+    const __m128i bytes = SixteenBytes(text.data() + from);
+    const uint32_t found = BitOfEach(_mm_or_si128(
+        _mm_cmpeq_epi8(bytes, firsts), _mm_cmpeq_epi8(bytes, seconds)));
+    if (found != 0) return from + static_cast<size_t>(std::countr_zero(found));
+  }
+  while (from < text.size() && text[from] != first && text[from] != second) {
+    ++from;
+  }
+  return from;
+}
+
+// The same for one byte.
+[[nodiscard]] inline size_t FindByte(std::string_view text, size_t from,
+                                     char byte) {
+  return FindEither(text, from, byte, byte);
+}
+
+// Calls `take` for each piece of `text` between separators, empty ones too,
+// until it returns false.
+template <typename Take>
+void ForEachPiece(std::string_view text, char separator, const Take& take) {
+  size_t from = 0;
+  size_t end = FindByte(text, from, separator);
+  while (end != text.size()) {
+    if (!take(text.substr(from, end - from))) return;
+    from = end + 1;
+    end = FindByte(text, from, separator);
+  }
+  take(text.substr(from));
+}
+
 // 64 bytes of a text, to ask where in them a byte is.
 class ByteBlock {
  public:
   static constexpr size_t kBytes = 64;
 
-  // Copies the bytes from `at` on.
+  // Copies the bytes from `at` on, which need not be aligned.
   explicit ByteBlock(const char* at)
       : m_parts{SixteenBytes(at), SixteenBytes(at + 16), SixteenBytes(at + 32),
                 SixteenBytes(at + 48)} {}
