@@ -7,7 +7,7 @@
 #include "http/http_request.h"
 #include "http/http_response.h"
 #include "log/log_line.h"
-#include "spooler/share_names.h"
+#include "spooler/printers.h"
 
 namespace kova {
 namespace {

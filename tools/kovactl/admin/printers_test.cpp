@@ -9,7 +9,7 @@
 #include <string>
 
 #include "common/program_run.h"
-#include "spooler/driver_location.h"
+#include "spooler/printers.h"
 #include "test/support/demo_printer.h"
 #include "test/support/import_patch.h"
 #include "test/support/server_fixture.h"

@@ -9,7 +9,7 @@
 #include "common/utf8.h"
 #include "common/verb.h"
 #include "common/wait_notice.h"
-#include "spooler/share_names.h"
+#include "spooler/printers.h"
 #include "verbs.h"
 
 namespace kova::ctl {

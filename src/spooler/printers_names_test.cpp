@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "spooler/driver_location.h"
+#include "spooler/printers.h"
 #include "test/support/demo_printer.h"
 #include "test/support/import_patch.h"
 #include "test/support/watched_heap.h"

@@ -1,5 +1,5 @@
 // Patched: driver packages of real printers; chosen spooler calls replaced.
-#include "spooler/driver_location.h"
+#include "spooler/printers.h"
 
 #include <gtest/gtest.h>
 
@@ -17,32 +17,32 @@ constexpr wchar_t kName[] = L"KOVA location test";
 
 std::wstring LibraryPath() { return GetV3PrintMonitorDllFullPath(kName); }
 
-class DriverLocationTest : public testing::Test {
+class PrinterDriverTest : public testing::Test {
  protected:
-  DriverLocationTest() : m_printer(kName) {}
+  PrinterDriverTest() : m_printer(kName) {}
   void SetUp() override { ASSERT_TRUE(m_printer.IsInstalled()); }
 
   DemoPrinter m_printer;
 };
 
-TEST_F(DriverLocationTest, JoinsThePackageFolderAndTheLibrary) {
+TEST_F(PrinterDriverTest, JoinsThePackageFolderAndTheLibrary) {
   ASSERT_TRUE(m_printer.SetDriverPackage(L"C:\\Drivers\\Pkg"));
   EXPECT_EQ(GetDriverPackagePath(kName), L"C:\\Drivers\\Pkg");
   EXPECT_EQ(LibraryPath(), L"C:\\Drivers\\Pkg\\Corvane_V3_NetMon.dll");
 }
 
-TEST_F(DriverLocationTest, AFolderThatEndsInABackslashGetsASecondOne) {
+TEST_F(PrinterDriverTest, AFolderThatEndsInABackslashGetsASecondOne) {
   ASSERT_TRUE(m_printer.SetDriverPackage(L"C:\\Drivers\\Pkg\\"));
   EXPECT_EQ(LibraryPath(), L"C:\\Drivers\\Pkg\\\\Corvane_V3_NetMon.dll");
 }
 
-TEST_F(DriverLocationTest, WithoutAPackageThereIsNoPath) {
+TEST_F(PrinterDriverTest, WithoutAPackageThereIsNoPath) {
   EXPECT_EQ(LibraryPath(), L"");
   ASSERT_TRUE(m_printer.SetDriverPackage(L""));
   EXPECT_EQ(LibraryPath(), L"");
 }
 
-TEST_F(DriverLocationTest, APackageOfAnotherTypeIsNone) {
+TEST_F(PrinterDriverTest, APackageOfAnotherTypeIsNone) {
   const wchar_t text[] = L"C:\\Drivers";
   ASSERT_TRUE(m_printer.SetDriverPackageData(REG_BINARY, text, sizeof(text)));
   EXPECT_EQ(LibraryPath(), L"");
@@ -51,14 +51,14 @@ TEST_F(DriverLocationTest, APackageOfAnotherTypeIsNone) {
   EXPECT_EQ(LibraryPath(), L"");
 }
 
-TEST_F(DriverLocationTest, UnknownAndNullPrintersHaveNoPath) {
+TEST_F(PrinterDriverTest, UnknownAndNullPrintersHaveNoPath) {
   EXPECT_EQ(GetV3PrintMonitorDllFullPath(L"KOVA no such printer"), L"");
   EXPECT_EQ(GetV3PrintMonitorDllFullPath(L""), L"");
   EXPECT_EQ(GetV3PrintMonitorDllFullPath(nullptr), L"");
   EXPECT_EQ(GetDriverPackagePath(nullptr), L"");
 }
 
-TEST_F(DriverLocationTest, AFolderOfAtMost2047CharactersIsTaken) {
+TEST_F(PrinterDriverTest, AFolderOfAtMost2047CharactersIsTaken) {
   const std::wstring longest = L"C:\\" + std::wstring(2044, L'x');
   ASSERT_TRUE(m_printer.SetDriverPackage(longest));
   EXPECT_EQ(GetDriverPackagePath(kName), longest);
@@ -70,7 +70,7 @@ TEST_F(DriverLocationTest, AFolderOfAtMost2047CharactersIsTaken) {
   EXPECT_EQ(GetDriverPackagePath(kName), L"");
 }
 
-TEST_F(DriverLocationTest, EndsAtTheFirstZero) {
+TEST_F(PrinterDriverTest, EndsAtTheFirstZero) {
   const wchar_t text[] = L"C:\\A\0B";
   ASSERT_TRUE(m_printer.SetDriverPackageData(REG_SZ, text, sizeof(text)));
   EXPECT_EQ(GetDriverPackagePath(kName), L"C:\\A");
@@ -101,9 +101,9 @@ DWORD WINAPI FailToGetData(HANDLE, LPWSTR, DWORD* type, BYTE* data, DWORD size,
   return ERROR_MORE_DATA;
 }
 
-class DriverLocationFailureTest : public testing::Test {
+class PrinterDriverFailureTest : public testing::Test {
  protected:
-  DriverLocationFailureTest()
+  PrinterDriverFailureTest()
       : m_open(nullptr, "OpenPrinterW", &OpenGivenHandle),
         m_close(nullptr, "ClosePrinter", &CountClose),
         m_get(nullptr, "GetPrinterDataW", &FailToGetData) {
@@ -114,7 +114,7 @@ class DriverLocationFailureTest : public testing::Test {
   const ImportPatch<decltype(GetPrinterDataW)> m_get;
 };
 
-TEST_F(DriverLocationFailureTest, ClosesThePrinterWhereReadingFails) {
+TEST_F(PrinterDriverFailureTest, ClosesThePrinterWhereReadingFails) {
   g_handle = reinterpret_cast<HANDLE>(uintptr_t{4660});
   EXPECT_EQ(GetDriverPackagePath(kName), L"");
   EXPECT_EQ(g_closed, 1);
@@ -130,14 +130,14 @@ DWORD WINAPI FillTheBuffer(HANDLE, LPWSTR, DWORD* type, BYTE* data, DWORD size,
   return ERROR_SUCCESS;
 }
 
-TEST_F(DriverLocationFailureTest, ATextWithoutATerminatorIsNone) {
+TEST_F(PrinterDriverFailureTest, ATextWithoutATerminatorIsNone) {
   const ImportPatch<decltype(GetPrinterDataW)> get(nullptr, "GetPrinterDataW",
                                                    &FillTheBuffer);
   g_handle = reinterpret_cast<HANDLE>(uintptr_t{4660});
   EXPECT_EQ(GetDriverPackagePath(kName), L"");
 }
 
-TEST_F(DriverLocationFailureTest, ClosesNothingWhereNothingWasOpened) {
+TEST_F(PrinterDriverFailureTest, ClosesNothingWhereNothingWasOpened) {
   g_handle = nullptr;
   EXPECT_EQ(GetDriverPackagePath(kName), L"");
   g_handle = INVALID_HANDLE_VALUE;

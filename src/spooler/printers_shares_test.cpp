@@ -1,5 +1,5 @@
 // Patched: share names of real printers, and a spooler that is made to fail.
-#include "spooler/share_names.h"
+#include "spooler/printers.h"
 
 #include <gtest/gtest.h>
 
@@ -17,7 +17,6 @@ using kova::test::ImportPatch;
 // A spooler under the test's command: lists these printers.
 struct FakeSpooler {
   std::vector<PRINTER_INFO_2W> printers;
-  DWORD neededBytes = 0;  // 0: what the printers need
   bool secondCallFails = false;
   std::vector<DWORD> sizes;  // of the buffers of all calls
   DWORD flags = 0;
@@ -53,16 +52,16 @@ PRINTER_INFO_2W Entry(const wchar_t* name, const wchar_t* share) {
   return entry;
 }
 
-class FakeSpoolerTest : public testing::Test {
+class PrinterShareTest : public testing::Test {
  protected:
-  FakeSpoolerTest() { g_spooler = &m_spooler; }
+  PrinterShareTest() { g_spooler = &m_spooler; }
 
   FakeSpooler m_spooler;
   const ImportPatch<decltype(::EnumPrintersW)> m_patch{nullptr, "EnumPrintersW",
                                                        &FakeEnumPrinters};
 };
 
-TEST_F(FakeSpoolerTest, AsksForLocalAndSharedPrintersTwice) {
+TEST_F(PrinterShareTest, AsksForLocalAndSharedPrintersTwice) {
   m_spooler.printers = {Entry(L"P", L"S")};
   EXPECT_EQ(ShareNameToPrinterName(L"S"), L"P");
   EXPECT_EQ(m_spooler.flags, 0x22u);
@@ -71,40 +70,40 @@ TEST_F(FakeSpoolerTest, AsksForLocalAndSharedPrintersTwice) {
             (std::vector<DWORD>{0, DWORD{sizeof(PRINTER_INFO_2W)}}));
 }
 
-TEST_F(FakeSpoolerTest, ASizeOfZeroEndsTheLookUp) {
+TEST_F(PrinterShareTest, ASizeOfZeroEndsTheLookUp) {
   const kova::test::WatchedHeap heap;
   heap.RefuseAbove(sizeof(PRINTER_INFO_2W) * 1000 - 1);
   EXPECT_EQ(ShareNameToPrinterName(L"S"), L"");
   EXPECT_EQ(m_spooler.sizes, std::vector<DWORD>{0});
 }
 
-TEST_F(FakeSpoolerTest, AFailedListHasNoPrinter) {
+TEST_F(PrinterShareTest, AFailedListHasNoPrinter) {
   m_spooler.printers = {Entry(L"P", L"S")};
   m_spooler.secondCallFails = true;
   EXPECT_EQ(ShareNameToPrinterName(L"S"), L"");
   EXPECT_EQ(m_spooler.sizes.size(), 2u);
 }
 
-TEST_F(FakeSpoolerTest, TheFirstOfEqualShareNamesWins) {
+TEST_F(PrinterShareTest, TheFirstOfEqualShareNamesWins) {
   m_spooler.printers = {Entry(L"A", L"x"), Entry(L"B", L"KOVA"),
                         Entry(L"C", L"kova")};
   EXPECT_EQ(ShareNameToPrinterName(L"kova"), L"B");
   EXPECT_EQ(ShareNameToPrinterName(L"X"), L"A");
 }
 
-TEST_F(FakeSpoolerTest, PrintersWithoutAShareNameArePassedOver) {
+TEST_F(PrinterShareTest, PrintersWithoutAShareNameArePassedOver) {
   m_spooler.printers = {Entry(L"A", nullptr), Entry(L"B", L""),
                         Entry(L"C", L"S")};
   EXPECT_EQ(ShareNameToPrinterName(L"s"), L"C");
   EXPECT_EQ(ShareNameToPrinterName(L"A"), L"");
 }
 
-TEST_F(FakeSpoolerTest, AnEntryWithoutAPrinterNameGivesNone) {
+TEST_F(PrinterShareTest, AnEntryWithoutAPrinterNameGivesNone) {
   m_spooler.printers = {Entry(nullptr, L"S"), Entry(L"B", L"S")};
   EXPECT_EQ(ShareNameToPrinterName(L"S"), L"");
 }
 
-TEST_F(FakeSpoolerTest, OnlyAsciiLettersIgnoreCase) {
+TEST_F(PrinterShareTest, OnlyAsciiLettersIgnoreCase) {
   m_spooler.printers = {Entry(L"A", L"\x00C9T\x00C9"), Entry(L"B", L"[@`{")};
   EXPECT_EQ(ShareNameToPrinterName(L"\x00C9t\x00C9"), L"A");
   EXPECT_EQ(ShareNameToPrinterName(L"\x00E9t\x00E9"), L"");
@@ -112,14 +111,14 @@ TEST_F(FakeSpoolerTest, OnlyAsciiLettersIgnoreCase) {
   EXPECT_EQ(ShareNameToPrinterName(L"[@`{"), L"B");
 }
 
-TEST_F(FakeSpoolerTest, WholeNamesAreCompared) {
+TEST_F(PrinterShareTest, WholeNamesAreCompared) {
   m_spooler.printers = {Entry(L"A", L"share")};
   EXPECT_EQ(ShareNameToPrinterName(L"shar"), L"");
   EXPECT_EQ(ShareNameToPrinterName(L"share1"), L"");
   EXPECT_EQ(ShareNameToPrinterName(std::wstring(L"share\0x", 7)), L"");
 }
 
-TEST_F(FakeSpoolerTest, AListBeyondMemoryHasNoPrinter) {
+TEST_F(PrinterShareTest, AListBeyondMemoryHasNoPrinter) {
   m_spooler.printers.assign(1000, Entry(L"P", L"S"));
   const kova::test::WatchedHeap heap;
   heap.RefuseAbove(sizeof(PRINTER_INFO_2W) * 1000 - 1);
@@ -127,7 +126,7 @@ TEST_F(FakeSpoolerTest, AListBeyondMemoryHasNoPrinter) {
   EXPECT_EQ(m_spooler.sizes, std::vector<DWORD>{0});
 }
 
-TEST(ShareNamesTest, FindsRealPrintersAsTheyComeAndGo) {
+TEST(RealPrinterShareTest, FindsRealPrintersAsTheyComeAndGo) {
   const DemoPrinter hidden(L"KOVA share test hidden");
   ASSERT_TRUE(hidden.IsInstalled());
   EXPECT_EQ(ShareNameToPrinterName(L"kovashare"), L"");

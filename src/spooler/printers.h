@@ -1,4 +1,5 @@
-// Where a printer driver keeps its network-extension library.
+// What the spooler tells of printers: where a driver keeps its
+// network-extension library, and which printer has a share name.
 #pragma once
 
 #include <string>
@@ -16,7 +17,7 @@ inline constexpr size_t kMostPackageCharacters = 2047;
 
 // Whether the printer may be opened at all. Names come from the network: one
 // that can lead to another machine (it holds a backslash or "://", or begins
-// with "//") is unknown to the others below unless this machine's spooler lists
+// with "//") is unknown to the next two unless this machine's spooler lists
 // a printer, its own or a connection of the host's user, under that very name,
 // apart from the case of ASCII letters. False for a null name.
 [[nodiscard]] bool MayOpenPrinter(const wchar_t* printerName);
@@ -30,3 +31,10 @@ std::wstring GetV3PrintMonitorDllFullPath(const wchar_t* printerName);
 // The printer's data value "DriverPackage", if it is a REG_SZ of at most 2047
 // characters; otherwise, and for a null or unknown printer, empty.
 std::wstring GetDriverPackagePath(const wchar_t* printerName);
+
+// The name of the first local or shared printer, in the spooler's order, whose
+// share name equals `shareName` (ASCII letters compare without case); empty if
+// there is none or the spooler does not answer. Asks the spooler anew at every
+// call.
+[[nodiscard]] std::wstring ShareNameToPrinterName(
+    const std::wstring& shareName);

@@ -1,4 +1,4 @@
-#include "spooler/driver_location.h"
+#include "spooler/printers.h"
 
 #include <cwchar>
 #include <memory>
@@ -15,8 +15,8 @@ namespace {
 constexpr size_t kPackageCharacters = kova::kMostPackageCharacters + 1;
 
 // The level that names the connections without asking their servers.
-constexpr DWORD kLevel = 4;
-constexpr DWORD kPrinters = PRINTER_ENUM_LOCAL | PRINTER_ENUM_CONNECTIONS;
+constexpr DWORD kNamesLevel = 4;
+constexpr DWORD kNamed = PRINTER_ENUM_LOCAL | PRINTER_ENUM_CONNECTIONS;
 // Printers may be added between two calls, but not for ever.
 constexpr int kMostAttempts = 4;
 
@@ -44,7 +44,7 @@ bool IsListedHere(std::wstring_view printerName) {
   for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
     DWORD neededBytes = 0;
     DWORD count = 0;
-    if (::EnumPrintersW(kPrinters, nullptr, kLevel, list.get(), sizeBytes,
+    if (::EnumPrintersW(kNamed, nullptr, kNamesLevel, list.get(), sizeBytes,
                         &neededBytes, &count)) {
       return HasName(list.get(), count, printerName);
     }
@@ -81,6 +81,9 @@ std::wstring ReadPackage(HANDLE printer) {
   return std::wstring(text, length);
 }
 
+constexpr DWORD kSharesLevel = 2;
+constexpr DWORD kShared = PRINTER_ENUM_LOCAL | PRINTER_ENUM_SHARED;
+
 }  // namespace
 
 // Deliberate: a client names the printer, and the printer's machine names the
@@ -103,4 +106,30 @@ std::wstring GetDriverPackagePath(const wchar_t* printerName) {
   if (!MayOpenPrinter(printerName)) return {};
   const kova::UniquePrinter printer = OpenToUse(printerName);
   return printer.IsValid() ? ReadPackage(printer.Get()) : std::wstring();
+}
+
+std::wstring ShareNameToPrinterName(const std::wstring& shareName) {
+  DWORD neededBytes = 0;
+  DWORD count = 0;
+  ::EnumPrintersW(kShared, nullptr, kSharesLevel, nullptr, 0, &neededBytes,
+                  &count);
+  if (neededBytes == 0) return std::wstring();
+
+  const std::unique_ptr<BYTE[]> buffer(new (std::nothrow) BYTE[neededBytes]);
+  if (buffer == nullptr) return std::wstring();
+  if (!::EnumPrintersW(kShared, nullptr, kSharesLevel, buffer.get(),
+                       neededBytes, &neededBytes, &count)) {
+    return std::wstring();
+  }
+  const auto* const printers =
+      reinterpret_cast<const PRINTER_INFO_2W*>(buffer.get());
+  for (DWORD i = 0; i < count; ++i) {
+    // A printer that is not shared may be listed, too, without a share name.
+    const wchar_t* const share = printers[i].pShareName;
+    if (share != nullptr && kova::EqualsNoCase(share, shareName)) {
+      const wchar_t* const name = printers[i].pPrinterName;
+      return name == nullptr ? std::wstring() : std::wstring(name);
+    }
+  }
+  return std::wstring();
 }
