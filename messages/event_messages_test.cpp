@@ -8,7 +8,7 @@
 
 #include "base/handles.h"
 #include "base/windows_api.h"
-#include "log/event_log_sink.h"
+#include "log/sinks.h"
 
 namespace {
 

@@ -6,8 +6,6 @@
 #include <memory>
 
 #include "base/kernel_lock.h"
-#include "base/thread_annotations.h"
-#include "log/last_error_text.h"
 #include "log/log_line.h"
 #include "spooler/driver_location.h"
 

@@ -4,9 +4,8 @@
 
 #include "base/ascii.h"
 #include "base/byte_search.h"
-#include "http/header_block.h"
 #include "http/request_progress.h"
-#include "http/request_scan.h"
+#include "http/request_syntax.h"
 #include "http/url_decode.h"
 
 using kova::kBlanksAndLineEnds;

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "base/byte_buffer.h"
-#include "http/request_line.h"
+#include "http/request_syntax.h"
 #include "text/o_string.h"
 #include "text/o_string_array.h"
 

@@ -5,12 +5,13 @@
 
 #include <algorithm>
 #include <cwchar>
+#include <map>
 #include <string>
 #include <vector>
 
 #include "base/this_computer.h"
-#include "http/http_date.h"
 #include "test/support/import_patch.h"
+#include "text/date_text.h"
 
 namespace {
 
@@ -65,16 +66,59 @@ TEST_F(HTTPResponseTest, BeginsWithTwoHeaderLines) {
                             "Cache-Control: no-cache"}));
 }
 
-TEST_F(HTTPResponseTest, RebuildsTheStatusText) {
-  m_response.SetStatus(404);
-  EXPECT_EQ(m_response.Status(), 404u);
-  EXPECT_STREQ(m_response.StatusText().Narrow(), "404 Not Found");
-  m_response.SetStatus(299);
-  EXPECT_STREQ(m_response.StatusText().Narrow(), "299 OK");
-  m_response.SetStatus(306);
-  EXPECT_STREQ(m_response.StatusText().Narrow(), "306 OK");
-  m_response.SetStatus(7);
-  EXPECT_STREQ(m_response.StatusText().Narrow(), "7 OK");
+const std::map<uint32_t, std::string> kPhrases = {
+    {100, "Continue"},
+    {101, "Switching Protocols"},
+    {201, "Created"},
+    {202, "Accepted"},
+    {203, "Non-Authoritative Information"},
+    {204, "No Content"},
+    {205, "Reset Content"},
+    {206, "Partial Content"},
+    {300, "Multiple Choices"},
+    {301, "Moved Permanently"},
+    {302, "Found"},
+    {303, "See Other"},
+    {304, "Not Modified"},
+    {305, "Use Proxy"},
+    {307, "Temporary Redirect"},
+    {400, "Bad Request"},
+    {401, "Unauthorized"},
+    {402, "Payment Required"},
+    {403, "Forbidden"},
+    {404, "Not Found"},
+    {405, "Method Not Allowed"},
+    {406, "Not Acceptable"},
+    {407, "Proxy Authentication Required"},
+    {408, "Request Time-out"},
+    {409, "Conflict"},
+    {410, "Gone"},
+    {411, "Length Required"},
+    {412, "Precondition Failed"},
+    {413, "Request Entity Too Large"},
+    {414, "Request-URI Too Large"},
+    {415, "Unsupported Media Type"},
+    {416, "Requested range not satisfiable"},
+    {417, "Expectation Failed"},
+    {500, "Internal Server Error"},
+    {501, "Not Implemented"},
+    {502, "Bad Gateway"},
+    {503, "Service Unavailable"},
+    {504, "Gateway Time-out"},
+    {505, "HTTP Version not supported"},
+};
+
+TEST_F(HTTPResponseTest, KnowsThePhrasesAndSaysOkForAllOtherCodes) {
+  for (uint32_t code = 0; code < 1000; ++code) {
+    m_response.SetStatus(code);
+    EXPECT_EQ(m_response.Status(), code);
+    const auto known = kPhrases.find(code);
+    EXPECT_EQ(m_response.StatusText().NarrowView(),
+              std::to_string(code) + " " +
+                  (known == kPhrases.end() ? "OK" : known->second));
+  }
+  m_response.SetStatus(UINT32_MAX);
+  EXPECT_STREQ(m_response.StatusText().Narrow(), "4294967295 OK");
 }
 
 TEST_F(HTTPResponseTest, ReplacesALineInPlaceWhateverItsCase) {

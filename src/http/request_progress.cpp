@@ -3,8 +3,7 @@
 #include <algorithm>
 
 #include "base/byte_search.h"
-#include "http/header_block.h"
-#include "http/request_line.h"
+#include "http/request_syntax.h"
 
 namespace kova {
 

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string_view>
 
-#include "http/request_scan.h"
+#include "http/request_syntax.h"
 
 namespace kova {
 

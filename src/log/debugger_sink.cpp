@@ -1,4 +1,4 @@
-#include "log/debugger_sink.h"
+#include "log/sinks.h"
 
 namespace kova {
 namespace {

@@ -1,5 +1,5 @@
 // Patched: what the debugger is shown.
-#include "log/debugger_sink.h"
+#include "log/sinks.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "log/event_log_sink.h"
+#include "log/sinks.h"
 
 #include <cwchar>
 #include <string_view>

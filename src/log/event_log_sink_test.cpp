@@ -1,6 +1,6 @@
 // Patched: reports to the event log, which are recorded instead of filed, and
 // event sources in the real registry.
-#include "log/event_log_sink.h"
+#include "log/sinks.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "log/file_sink.h"
+#include "log/sinks.h"
 
 #include <algorithm>
 #include <limits>
@@ -7,7 +7,7 @@
 #include "base/handles.h"
 #include "base/kernel_lock.h"
 #include "base/this_computer.h"
-#include "log/time_text.h"
+#include "text/date_text.h"
 
 namespace kova {
 namespace {

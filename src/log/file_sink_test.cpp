@@ -1,5 +1,5 @@
 // Patched: the log file in its real folder, under a clock that stands still.
-#include "log/file_sink.h"
+#include "log/sinks.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,10 +10,10 @@
 #include <thread>
 
 #include "base/handles.h"
-#include "log/time_text.h"
 #include "test/support/fake_tick_count.h"
 #include "test/support/import_patch.h"
 #include "test/support/log_capture.h"
+#include "text/date_text.h"
 
 namespace {
 

@@ -1,5 +1,17 @@
 #include "log/log_line.h"
 
+namespace tk {
+
+std::wstring LastErrorText() {
+  const DWORD error = ::GetLastError();
+  const kova::LastErrorKeeper keeper;
+  wchar_t text[64] = {};
+  ::wsprintfW(text, L" GetLastError: 0x%08X", error);
+  return text;
+}
+
+}  // namespace tk
+
 namespace kova {
 
 LogLine::LogLine(const std::shared_ptr<tk::Logger>& logger,

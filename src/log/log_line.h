@@ -1,4 +1,4 @@
-// Composes one log line and writes it.
+// Composes one log line, the last error in it, and writes it.
 #pragma once
 
 #include <concepts>
@@ -13,6 +13,15 @@
 #include "log/logger.h"
 #include "log/server_logger.h"
 #include "text/text_append.h"
+
+namespace tk {
+
+// The calling thread's last error as log messages show it: a blank,
+// "GetLastError: 0x" and eight upper-case hexadecimal digits. Keeps the last
+// error.
+std::wstring LastErrorText();
+
+}  // namespace tk
 
 namespace kova {
 

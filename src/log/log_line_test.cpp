@@ -6,7 +6,6 @@
 
 #include <thread>
 
-#include "log/last_error_text.h"
 #include "log/server_logger.h"
 #include "test/support/fake_tick_count.h"
 #include "test/support/log_capture.h"

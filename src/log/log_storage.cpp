@@ -2,10 +2,7 @@
 
 #include "base/handles.h"
 #include "base/windows_api.h"
-#include "log/channel_formatter.h"
-#include "log/debugger_sink.h"
-#include "log/event_log_sink.h"
-#include "log/file_sink.h"
+#include "log/sinks.h"
 
 namespace tk {
 namespace {
@@ -64,6 +61,16 @@ class StorageSlot {
 // slot of thread-local storage, which a host that unloads the library keeps.
 StorageSlot g_slot;
 
+// Empty for a value that is not exactly one channel.
+std::wstring NameOf(LogChannel channel) {
+  const auto row = ChannelNames.find(channel);
+  return row == ChannelNames.end() ? std::wstring() : row->second;
+}
+
+// A plain function keeps nothing between calls: threads that log at once cannot
+// mix their prefixes.
+LogFormatter MakeChannelFormatter(Logger* /*logger*/) { return &NameOf; }
+
 // The folder is looked after once per thread.
 LogSink MakeFileSinkInFolder(Logger* logger) {
   const Holder storage = LogStorage::OfThisThread();
@@ -79,7 +86,7 @@ LogSink MakeFileSinkInFolder(Logger* logger) {
 LogStorage::LogStorage()
     : m_sinkFactories{&kova::MakeEventLogSink, &MakeFileSinkInFolder,
                       &kova::MakeDebuggerSink},
-      m_formatterFactories{&kova::MakeChannelFormatter} {}
+      m_formatterFactories{&MakeChannelFormatter} {}
 
 std::shared_ptr<LogStorage> LogStorage::OfThisThread() { return g_slot.Get(); }
 

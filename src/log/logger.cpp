@@ -4,7 +4,6 @@
 
 #include "base/handles.h"
 #include "log/event_source.h"
-#include "log/mask_key.h"
 
 namespace tk {
 

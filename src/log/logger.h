@@ -12,7 +12,19 @@
 #include "base/windows_api.h"
 #include "log/log_channel.h"
 
+namespace kova {
+
+// Where the loggers' masks are, below HKEY_LOCAL_MACHINE: one REG_DWORD value
+// per logger, named like the logger.
+inline constexpr wchar_t kMaskKey[] =
+    L"SOFTWARE\\Corvane Tessaly\\Drivers\\DebugLogMasks";
+
+}  // namespace kova
+
 namespace tk {
+
+// The same key with a trailing backslash.
+extern const std::wstring MaskKeyPath;
 
 class Logger;
 

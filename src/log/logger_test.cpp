@@ -8,7 +8,6 @@
 #include <thread>
 
 #include "log/log_storage.h"
-#include "log/mask_key.h"
 #include "test/support/fake_tick_count.h"
 #include "test/support/import_patch.h"
 #include "test/support/log_capture.h"

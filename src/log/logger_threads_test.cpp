@@ -15,10 +15,10 @@
 
 #include "base/handles.h"
 #include "log/logger.h"
-#include "log/time_text.h"
 #include "test/support/fake_tick_count.h"
 #include "test/support/import_patch.h"
 #include "test/support/log_capture.h"
+#include "text/date_text.h"
 
 namespace {
 

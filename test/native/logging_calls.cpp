@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdarg>
 #include <cstring>
 #include <cwchar>
 #include <mutex>
@@ -82,6 +83,14 @@ BOOL ReportEventW(HANDLE, WORD, WORD, DWORD, void*, WORD, DWORD,
 }
 void OutputDebugStringW(LPCWSTR text) {
   TheLoggingCalls().debuggerLines += std::wcslen(text) > 0;
+}
+int wsprintfW(wchar_t* text, LPCWSTR format, ...) {
+  constexpr size_t kMostUnits = 1024;
+  va_list arguments;
+  va_start(arguments, format);
+  const int length = std::vswprintf(text, kMostUnits, format, arguments);
+  va_end(arguments);
+  return length;
 }
 UINT GetSystemDirectoryW(wchar_t* folder, UINT) {
   std::wcscpy(folder, L"C:\\windows\\system32");

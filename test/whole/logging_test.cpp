@@ -12,11 +12,11 @@
 #include <string>
 #include <vector>
 
-#include "log/time_text.h"
 #include "test/support/import_patch.h"
 #include "test/support/log_capture.h"
 #include "test/support/server_fixture.h"
 #include "test/support/test_client.h"
+#include "text/date_text.h"
 
 namespace kova::test {
 namespace {

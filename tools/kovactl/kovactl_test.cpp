@@ -8,7 +8,7 @@
 #include "common/program_run.h"
 #include "common/registry_value.h"
 #include "common/server_settings.h"
-#include "log/mask_key.h"
+#include "log/logger.h"
 #include "log/server_logger.h"
 #include "server/server_settings.h"
 

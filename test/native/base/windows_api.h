@@ -123,6 +123,7 @@ HANDLE RegisterEventSourceW(LPCWSTR, LPCWSTR);
 BOOL ReportEventW(HANDLE, WORD, WORD, DWORD, void*, WORD, DWORD,
                   LPCWSTR* strings, void*);
 void OutputDebugStringW(LPCWSTR);
+int wsprintfW(wchar_t*, LPCWSTR format, ...);
 UINT GetSystemDirectoryW(wchar_t*, UINT);
 
 DWORD GetFileAttributesW(LPCWSTR);

@@ -1,9 +1,9 @@
 #include "common/server_settings.h"
 
-#include "base/computer_name.h"
+#include "base/this_computer.h"
 #include "base/windows_api.h"
 #include "log/log_channel.h"
-#include "log/mask_key.h"
+#include "log/logger.h"
 #include "log/server_logger.h"
 #include "registry/key_path.h"
 #include "server/server_settings.h"

@@ -3,10 +3,10 @@
 #include "common/file_path.h"
 #include "common/plain_text.h"
 #include "common/utf8.h"
-#include "log/file_sink.h"
 #include "log/log_channel.h"
-#include "log/mask_key.h"
+#include "log/logger.h"
 #include "log/server_logger.h"
+#include "log/sinks.h"
 #include "logs/log_mask.h"
 
 namespace kova::ctl {

@@ -10,7 +10,7 @@
 #include "common/program_run.h"
 #include "common/registry_value.h"
 #include "common/utf8.h"
-#include "log/mask_key.h"
+#include "log/logger.h"
 #include "log/server_logger.h"
 #include "logs/debug_buffer.h"
 #include "logs/log_mask.h"

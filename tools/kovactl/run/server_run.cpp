@@ -6,7 +6,7 @@
 #include "common/server_settings.h"
 #include "common/stop_signal.h"
 #include "kova/server.h"
-#include "log/mask_key.h"
+#include "log/logger.h"
 #include "log/server_logger.h"
 #include "run/debug_output_hook.h"
 #include "run/demo_printer.h"

@@ -1,15 +1,21 @@
-#include "log/time_text.h"
+#include "text/date_text.h"
 
+#include <chrono>
+#include <cstdio>
 #include <cwchar>
 #include <iterator>
 
-#include "base/calendar_names.h"
 #include "base/windows_api.h"
 
 namespace kova {
 namespace {
 
 // Deliberate: English, whatever the locale of the host.
+constexpr char kDayNames[][4] = {"Sun", "Mon", "Tue", "Wed",
+                                 "Thu", "Fri", "Sat"};
+constexpr char kMonthNames[][4] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                   "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+
 template <size_t size>
 std::wstring Widened(const char (&name)[size]) {
   return std::wstring(name, name + size - 1);
@@ -40,6 +46,23 @@ std::wstring ZoneName(const std::tm& time) {
 }
 
 }  // namespace
+
+OString HttpDate(std::time_t time) {
+  using namespace std::chrono;
+  const sys_seconds now{seconds(time)};
+  const sys_days today = floor<days>(now);
+  const year_month_day date(today);
+  const hh_mm_ss clock(now - today);
+  char text[128];
+  std::snprintf(
+      text, sizeof(text), "%s, %02u %s %04d %02d:%02d:%02d GMT",
+      kDayNames[weekday(today).c_encoding()], static_cast<unsigned>(date.day()),
+      kMonthNames[static_cast<unsigned>(date.month()) - 1],
+      static_cast<int>(date.year()), static_cast<int>(clock.hours().count()),
+      static_cast<int>(clock.minutes().count()),
+      static_cast<int>(clock.seconds().count()));
+  return OString(text);
+}
 
 std::wstring StandardTimeText(const std::tm& time) {
   return Widened(kDayNames[time.tm_wday]) + L" " +

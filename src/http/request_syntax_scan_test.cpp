@@ -1,5 +1,5 @@
-// Unit: where the parts of a request are found.
-#include "http/request_scan.h"
+// Unit: where the parts of a request end.
+#include "http/request_syntax.h"
 
 #include <gtest/gtest.h>
 

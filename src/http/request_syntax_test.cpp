@@ -1,5 +1,5 @@
-// Unit: the fields of a request line.
-#include "http/request_line.h"
+// Unit: what a request line and header lines say.
+#include "http/request_syntax.h"
 
 #include <gtest/gtest.h>
 
@@ -52,6 +52,43 @@ TEST(RequestLineTest, NeedsAMethodAndADecodedPath) {
   EXPECT_FALSE(HasBoth("GET ?a v"));
   EXPECT_FALSE(HasBoth("GET %00/ v"));
   EXPECT_FALSE(HasBoth("GET %4 v"));
+}
+
+constexpr std::string_view kBlock =
+    "Host: a:1\r\nX:\r\n no colon\r\n\t x-y \t:\tz \r\n\nHOST: b";
+
+TEST(HeaderBlockTest, GivesTheFirstLineOfAName) {
+  EXPECT_EQ(FindHeaderValue(kBlock, "host"), "a:1");
+  EXPECT_EQ(FindHeaderValue(kBlock, "HOST"), "a:1");
+  EXPECT_EQ(FindHeaderValue(kBlock, "X"), "");
+  EXPECT_EQ(FindHeaderValue("A:1\nB:2", "B"), "2");
+}
+
+TEST(HeaderBlockTest, TakesABlankBeforeTheColonForPartOfTheName) {
+  EXPECT_EQ(FindHeaderValue(kBlock, "x-y"), "");
+  EXPECT_EQ(FindHeaderValue(kBlock, "X-Y \t"), "z");
+}
+
+TEST(HeaderBlockTest, HasNoOtherNames) {
+  EXPECT_EQ(FindHeaderValue(kBlock, "Hos"), "");
+  EXPECT_EQ(FindHeaderValue(kBlock, "no colon"), "");
+  EXPECT_EQ(FindHeaderValue("", "Host"), "");
+}
+
+TEST(HeaderBlockTest, AnnouncesHowLongABodyIs) {
+  EXPECT_EQ(AnnouncedBodyBytes("A: 1\ncontent-length: 10"), 10);
+  EXPECT_EQ(AnnouncedBodyBytes("Content-Length: x"), 0);
+  EXPECT_EQ(AnnouncedBodyBytes("Content-Length:"), INT32_MIN);
+  EXPECT_EQ(AnnouncedBodyBytes(""), INT32_MIN);
+}
+
+TEST(HeaderBlockTest, IsFollowedByAWholeBodyOrByNone) {
+  EXPECT_TRUE(IsWholeBody(10, 0));
+  EXPECT_FALSE(IsWholeBody(10, 1));
+  EXPECT_FALSE(IsWholeBody(10, 9));
+  EXPECT_TRUE(IsWholeBody(10, 10));
+  EXPECT_TRUE(IsWholeBody(10, 11));
+  EXPECT_TRUE(IsWholeBody(INT32_MIN, 1));
 }
 
 }  // namespace
