@@ -6,7 +6,7 @@
 #include <memory>
 
 #include "base/handles.h"
-#include "spooler/driver_location.h"
+#include "spooler/printers.h"
 
 namespace kova::bench {
 namespace {

@@ -9,7 +9,7 @@
 #include "bench/servers/bench_printer.h"
 #include "bench/servers/server_program.h"
 #include "net/winsock_session.h"
-#include "spooler/driver_location.h"
+#include "spooler/printers.h"
 
 namespace kova::bench {
 namespace {

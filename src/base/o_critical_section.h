@@ -6,7 +6,8 @@
 
 #include "base/windows_api.h"
 
-// Names for the compiler's lock analysis (-Wthread-safety); nothing elsewhere.
+// Names for clang's lock analysis (-Wthread-safety); nothing to other
+// compilers.
 #if defined(__clang__)
 #define KOVA_ANNOTATE(x) __attribute__((x))
 #else

@@ -7,7 +7,7 @@
 
 #include "base/kernel_lock.h"
 #include "log/log_line.h"
-#include "spooler/driver_location.h"
+#include "spooler/printers.h"
 
 using kova::LogLine;
 using tk::LogChannel;

@@ -1,4 +1,4 @@
-// Unit: the body of a request, and when a request is complete.
+// Unit: the body of a request.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -19,11 +19,6 @@ bool Parse(HTTPRequest& request, const std::string& bytes,
                        parseForm);
 }
 
-bool IsComplete(const std::string& length, const std::string& body) {
-  HTTPRequest request;
-  return Parse(request, PostOf("Content-Length:" + length + "\r\n", body));
-}
-
 std::string BodyOf(const HTTPRequest& request) {
   return std::string(request.Body(), request.BodyLength());
 }
@@ -33,13 +28,6 @@ TEST(HTTPRequestBodyTest, IsNotWaitedForWhereNoneHasCome) {
   EXPECT_TRUE(Parse(request, PostOf("Content-Length: 10\r\n", "")));
   EXPECT_EQ(request.BodyLength(), 0u);
   EXPECT_EQ(request.Body(), nullptr);
-}
-
-TEST(HTTPRequestBodyTest, IsWaitedForOnceItHasBegun) {
-  EXPECT_FALSE(IsComplete("10", "1"));
-  EXPECT_FALSE(IsComplete("10", "1234"));
-  EXPECT_FALSE(IsComplete("10", "123456789"));
-  EXPECT_TRUE(IsComplete("10", "1234567890"));
 }
 
 TEST(HTTPRequestBodyTest, IsAllThatCame) {
@@ -89,40 +77,6 @@ TEST(HTTPRequestBodyTest, IsLeftOutWhileTheRequestIsIncomplete) {
   EXPECT_FALSE(Parse(request, PostOf("Content-Length: 10\r\n", "1234"), true));
   EXPECT_EQ(request.BodyLength(), 0u);
   EXPECT_EQ(request.HeaderLines().Count(), 1);
-}
-
-TEST(HTTPRequestBodyTest, ReadsContentLengthAsANumberAtTheStart) {
-  EXPECT_FALSE(IsComplete(" \t+5", "1234"));
-  EXPECT_TRUE(IsComplete(" \t+5", "12345"));
-  EXPECT_TRUE(IsComplete("5 6", "12345"));
-  EXPECT_FALSE(IsComplete("0005x", "1234"));
-  EXPECT_TRUE(IsComplete("five", "1"));
-  EXPECT_TRUE(IsComplete("0x10", "1"));
-  EXPECT_TRUE(IsComplete("", "1"));
-}
-
-TEST(HTTPRequestBodyTest, TakesANegativeContentLengthForMet) {
-  EXPECT_TRUE(IsComplete("-1", "1"));
-  EXPECT_TRUE(IsComplete("-2147483648", "1"));
-  EXPECT_TRUE(IsComplete("-99999999999999999999", "1"));
-}
-
-TEST(HTTPRequestBodyTest, TakesAHugeContentLengthForUnmet) {
-  EXPECT_FALSE(IsComplete("2147483647", "1"));
-  EXPECT_FALSE(IsComplete("2147483648", "1"));
-  EXPECT_FALSE(IsComplete("4294967296", "1"));
-  EXPECT_FALSE(IsComplete("4294967297", "1"));
-  EXPECT_FALSE(IsComplete("18446744073709551617", "1"));
-  EXPECT_FALSE(IsComplete(std::string(1000, '9'), "1"));
-}
-
-TEST(HTTPRequestBodyTest, SeesTheFirstContentLengthOnly) {
-  HTTPRequest request;
-  EXPECT_TRUE(Parse(request, PostOf("content-length: 2\r\n"
-                                    "Content-Length: 100\r\n",
-                                    "12")));
-  HTTPRequest blank;
-  EXPECT_TRUE(Parse(blank, PostOf("Content-Length : 100\r\n", "12")));
 }
 
 TEST(HTTPRequestBodyTest, GivesFormFieldsAfterThoseOfTheQuery) {

@@ -87,15 +87,6 @@ TEST(ScanHeaderEndTest, AgreesWithTheSearchInLongRandomBytes) {
   }
 }
 
-TEST(ScanHeaderEndTest, FindsEachTerminator) {
-  EXPECT_EQ(ScanHeaderEnd("ab\r\n\r\nx", 2)->Next(), 6u);
-  EXPECT_EQ(ScanHeaderEnd("ab\n\r\nx", 2)->Next(), 5u);
-  EXPECT_EQ(ScanHeaderEnd("ab\r\n\nx", 2)->Next(), 5u);
-  EXPECT_EQ(ScanHeaderEnd("ab\n\nx", 2)->Next(), 4u);
-  EXPECT_FALSE(ScanHeaderEnd("ab\r\n\rx", 2));
-  EXPECT_FALSE(ScanHeaderEnd("ab\r\r\n", 2));
-}
-
 TEST(ScanRequestLineTest, EndsAtTheFirstLineFeed) {
   EXPECT_EQ(ScanRequestLine("ab\nc\n")->end, 2u);
   EXPECT_EQ(ScanRequestLine("ab\nc\n")->terminator, 1u);

@@ -24,9 +24,10 @@ bool HasBoth(std::string_view line) {
 
 TEST(RequestLineTest, HasFourFields) {
   EXPECT_EQ(FieldsOf("GET /p?a=b HTTP/1.1"), "GET|/p|a=b|HTTP/1.1");
-  EXPECT_EQ(FieldsOf(" \tGET\t /p \tHTTP/1.1 x\t\r"), "GET|/p|none|HTTP/1.1 x");
+  EXPECT_EQ(FieldsOf(" \tGET\t /p \tHTTP/1.1 x\t\r\n"),
+            "GET|/p|none|HTTP/1.1 x");
   EXPECT_EQ(FieldsOf("GET /p"), "GET|/p|none|HTTP/1.0");
-  EXPECT_EQ(FieldsOf("GET /p\r"), "GET|/p|none|HTTP/1.0");
+  EXPECT_EQ(FieldsOf("GET /p\r\n"), "GET|/p|none|HTTP/1.0");
   EXPECT_EQ(FieldsOf("GET /p "), "GET|/p|none|");
 }
 
@@ -77,6 +78,9 @@ TEST(HeaderBlockTest, HasNoOtherNames) {
 
 TEST(HeaderBlockTest, AnnouncesHowLongABodyIs) {
   EXPECT_EQ(AnnouncedBodyBytes("A: 1\ncontent-length: 10"), 10);
+  EXPECT_EQ(AnnouncedBodyBytes("Content-Length: 2\nContent-Length: 9"), 2);
+  EXPECT_EQ(AnnouncedBodyBytes("Content-Length: -1"), -1);
+  EXPECT_EQ(AnnouncedBodyBytes("Content-Length: 99999999999"), INT32_MAX);
   EXPECT_EQ(AnnouncedBodyBytes("Content-Length: x"), 0);
   EXPECT_EQ(AnnouncedBodyBytes("Content-Length:"), INT32_MIN);
   EXPECT_EQ(AnnouncedBodyBytes(""), INT32_MIN);
@@ -89,6 +93,7 @@ TEST(HeaderBlockTest, IsFollowedByAWholeBodyOrByNone) {
   EXPECT_TRUE(IsWholeBody(10, 10));
   EXPECT_TRUE(IsWholeBody(10, 11));
   EXPECT_TRUE(IsWholeBody(INT32_MIN, 1));
+  EXPECT_FALSE(IsWholeBody(INT32_MAX, 1));
 }
 
 }  // namespace

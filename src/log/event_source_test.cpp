@@ -18,6 +18,7 @@ namespace {
 
 using kova::test::ImportPatch;
 using kova::test::LogCapture;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -117,7 +118,9 @@ class EventSourceTest : public testing::Test {
 };
 
 TEST_F(EventSourceTest, PreparingWritesFourValuesInTheirOrder) {
+  ::SetLastError(4660);
   EXPECT_TRUE(tk::PrepareEventSource(kName.c_str()));
+  EXPECT_EQ(::GetLastError(), 4660u);
   EXPECT_THAT(g_creations,
               ElementsAre(Creation{kInApplication, 0, 0x20019 | 0x20006}));
   EXPECT_EQ(g_settings, SourceSettings(kMessageFile));
@@ -142,6 +145,19 @@ TEST_F(EventSourceTest, ASystemSourceThatCannotBeDeletedDoesNotMatter) {
   EXPECT_THAT(m_capture.Lines(), IsEmpty());
 }
 
+LSTATUS WINAPI FailToCreateKey(HKEY, LPCWSTR, DWORD, LPWSTR, DWORD, REGSAM,
+                               SECURITY_ATTRIBUTES*, HKEY*, DWORD*) {
+  return ERROR_ACCESS_DENIED;
+}
+
+TEST_F(EventSourceTest, PreparingFailsWithoutAKeyOrAName) {
+  EXPECT_FALSE(tk::PrepareEventSource(nullptr));
+  const ImportPatch<decltype(RegCreateKeyExW)> patch(nullptr, "RegCreateKeyExW",
+                                                     &FailToCreateKey);
+  EXPECT_FALSE(tk::PrepareEventSource(kName.c_str()));
+  EXPECT_THAT(m_capture.Lines(), IsEmpty());
+}
+
 TEST_F(EventSourceTest, ALoggerMakesItsSourceBeforeItOpensItsMask) {
   tk::Logger logger(kName, 0x20000000, {}, {}, 0);
   EXPECT_THAT(
@@ -153,6 +169,13 @@ TEST_F(EventSourceTest, ALoggerMakesItsSourceBeforeItOpensItsMask) {
   std::vector<Setting> expected = SourceSettings(kMessageFile);
   expected.push_back({kName, 4, {0, 0, 0, 0x20}});
   EXPECT_EQ(g_settings, expected);
+}
+
+TEST_F(EventSourceTest, ALoggerLeavesAnExistingSourceAlone) {
+  EXPECT_TRUE(tk::PrepareEventSource(kName.c_str()));
+  g_settings.clear();
+  tk::Logger logger(kName, 0, {}, {}, 0);
+  EXPECT_THAT(g_settings, ElementsAre(Setting{kName, 4, {0, 0, 0, 0}}));
 }
 
 TEST_F(EventSourceTest, ALoggerOfTheSystemKindMakesItsSourceThere) {
@@ -220,6 +243,45 @@ TEST_F(EventSourceTest, PopulatingGoesOnAfterANameThatCannotBeASource) {
   EXPECT_EQ(g_creations[1].path, kInApplication);
   EXPECT_THAT(m_capture.Lines(), IsEmpty());
   ::RegDeleteKeyW(HKEY_LOCAL_MACHINE, g_creations[0].path.c_str());
+}
+
+std::vector<REGSAM> g_access;
+bool g_refuseReading = false;
+decltype(RegOpenKeyExW)* g_openKey = nullptr;
+
+LSTATUS WINAPI RefuseToOpenForWriting(HKEY root, LPCWSTR path, DWORD options,
+                                      REGSAM access, HKEY* key) {
+  EXPECT_STREQ(path, L"SOFTWARE\\Corvane Tessaly\\Drivers\\DebugLogMasks");
+  g_access.push_back(access);
+  if (g_refuseReading || (access & KEY_SET_VALUE) != 0) {
+    return ERROR_ACCESS_DENIED;
+  }
+  return g_openKey(root, path, options, access, key);
+}
+
+TEST_F(EventSourceTest, PopulatingReadsMasksThatItMayNotWrite) {
+  kova::test::SetLogMask(1, kName.c_str());
+  const ImportPatch<decltype(RegOpenKeyExW)> patch(nullptr, "RegOpenKeyExW",
+                                                   &RefuseToOpenForWriting);
+  g_openKey = patch.Original();
+  g_access.clear();
+  g_refuseReading = false;
+  tk::Logger::PopulateEventSourceRegKeys();
+  EXPECT_THAT(g_access, ElementsAre(0x2001Fu, 0x20019u));
+  EXPECT_THAT(g_creations,
+              Contains(Creation{kInApplication, 0, 0x20019 | 0x20006}));
+}
+
+TEST_F(EventSourceTest, PopulatingSaysSoWhereTheMasksCannotBeRead) {
+  const ImportPatch<decltype(RegOpenKeyExW)> patch(nullptr, "RegOpenKeyExW",
+                                                   &RefuseToOpenForWriting);
+  g_refuseReading = true;
+  tk::Logger::PopulateEventSourceRegKeys();
+  EXPECT_THAT(
+      m_capture.Lines(),
+      ElementsAre(L"Logger::PopulateEventSourceRegKeys  Cannot open registry "
+                  L"key  HKEY_LOCAL_MACHINE:SOFTWARE\\Corvane Tessaly\\Drivers"
+                  L"\\DebugLogMasks\n"));
 }
 
 }  // namespace

@@ -274,28 +274,6 @@ TEST_F(FileSinkTest, LogsOfOneNameFromTwoThreadsShareTheFileNotTheText) {
   EXPECT_EQ(FileBytes(), BytesOf(text, text.size() + 1));
 }
 
-TEST_F(FileSinkTest, LinesOfConcurrentThreadsStayWhole) {
-  const auto logger = Make(kInfoToFile);
-  constexpr int kThreads = 4;
-  constexpr int kLines = 50;
-  std::vector<std::thread> threads;
-  for (int thread = 0; thread < kThreads; ++thread) {
-    threads.emplace_back([&] {
-      for (int i = 0; i < kLines; ++i) logger->Log(LogChannel::Info, L"line");
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  fs::remove(kPath);
-  const ImportPatch<decltype(WriteFile)> patch(nullptr, "WriteFile",
-                                               &RecordWrite);
-  logger->Log(LogChannel::Info, L"line");
-  std::wstring expected;
-  for (int i = 0; i < kThreads * kLines + 1; ++i) {
-    expected += Stamped(L"Info line");
-  }
-  EXPECT_TRUE(g_written == expected) << "a text of " << g_written.size();
-}
-
 HANDLE g_holding = nullptr;
 decltype(&WaitForSingleObjectEx) g_wait = nullptr;
 // Stays for ever as soon as it has waited for the file sink's lock, the second

@@ -5,9 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <thread>
 
-#include "log/log_storage.h"
 #include "test/support/fake_tick_count.h"
 #include "test/support/import_patch.h"
 #include "test/support/log_capture.h"
@@ -71,17 +69,6 @@ TEST_F(LoggerTest, TakesTheRegisteredMaskInsteadOfTheDefault) {
   EXPECT_FALSE(logger->IsEnabled(LogChannel::Info));
   EXPECT_TRUE(logger->IsEnabled(LogChannel::Error));
   EXPECT_EQ(Registered(), 0x80000000u);
-}
-
-TEST_F(LoggerTest, GivesOneLoggerPerNameAndThread) {
-  const auto logger = Create(0);
-  EXPECT_EQ(Create(0), logger);
-  EXPECT_NE(CreateLogger(m_name + L" other", 0), logger);
-  DeleteLogMask((m_name + L" other").c_str());
-  std::shared_ptr<tk::Logger> elsewhere;
-  std::thread([&] { elsewhere = Create(0); }).join();
-  EXPECT_NE(elsewhere, nullptr);
-  EXPECT_NE(elsewhere, logger);
 }
 
 TEST_F(LoggerTest, SecondCreationWidensTheMaskAndNeverNarrowsIt) {
@@ -321,101 +308,21 @@ TEST_F(LoggerTest, LeavesTheLastErrorAsItFoundIt) {
   EXPECT_EQ(::GetLastError(), 4662u);
 }
 
-TEST_F(LoggerTest, ConcurrentRefreshesAndLinesStayWhole) {
-  const auto logger = Create(0x20000000 | tk::kDebuggerShowsAll);
-  constexpr int kThreads = 4;
-  constexpr int kLines = 500;
-  std::vector<std::thread> threads;
-  for (int thread = 0; thread < kThreads; ++thread) {
-    threads.emplace_back([&] {
-      for (int i = 0; i < kLines; ++i) {
-        m_clock.Advance(100);
-        logger->Log(LogChannel::Info, L"a line of text");
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  const auto lines = m_capture.Lines();
-  EXPECT_EQ(lines.size(), static_cast<size_t>(kThreads * kLines));
-  EXPECT_THAT(lines, testing::Each(L"Info a line of text"));
+int g_closedKeys = 0;
+LSTATUS WINAPI CountClosedKeys(HKEY) {
+  ++g_closedKeys;
+  return ERROR_SUCCESS;
 }
 
-// A copy of its own, in the order of declaration.
-struct ChannelRow {
-  LogChannel channel;
-  uint32_t value;
-  const wchar_t* name;
-};
-constexpr ChannelRow kChannels[] = {
-    {LogChannel::Error, 0x80000000, L"Error"},
-    {LogChannel::Warning, 0x40000000, L"Warning"},
-    {LogChannel::Info, 0x20000000, L"Info"},
-    {LogChannel::DetailInfo, 0x10000000, L"DetailInfo"},
-    {LogChannel::DetailInfoA, 0x00000001, L"DetailInfoA"},
-    {LogChannel::DetailInfoB, 0x00000002, L"DetailInfoB"},
-    {LogChannel::DetailInfoC, 0x00000004, L"DetailInfoC"},
-    {LogChannel::DetailInfoD, 0x00000008, L"DetailInfoD"},
-    {LogChannel::DetailInfoE, 0x00000010, L"DetailInfoE"},
-    {LogChannel::DetailInfoF, 0x00000020, L"DetailInfoF"},
-    {LogChannel::DetailInfoG, 0x00000040, L"DetailInfoG"},
-    {LogChannel::DetailInfoH, 0x00000080, L"DetailInfoH"},
-    {LogChannel::DetailInfoI, 0x00000100, L"DetailInfoI"},
-    {LogChannel::DetailInfoJ, 0x00000200, L"DetailInfoJ"},
-    {LogChannel::DetailInfoK, 0x00000400, L"DetailInfoK"},
-    {LogChannel::DetailInfoL, 0x00000800, L"DetailInfoL"},
-    {LogChannel::DetailInfoM, 0x00001000, L"DetailInfoM"},
-    {LogChannel::DetailInfoN, 0x00002000, L"DetailInfoN"},
-    {LogChannel::DetailInfoO, 0x00004000, L"DetailInfoO"},
-    {LogChannel::DetailInfoP, 0x00008000, L"DetailInfoP"},
-};
-
-TEST(LogChannelTest, EachChannelIsOneBitUnderItsOwnName) {
-  for (const ChannelRow& row : kChannels) {
-    EXPECT_EQ(static_cast<uint32_t>(row.channel), row.value);
-    ASSERT_EQ(tk::ChannelNames.count(row.channel), 1u);
-    EXPECT_EQ(tk::ChannelNames.at(row.channel), row.name);
-  }
-  EXPECT_EQ(tk::ChannelNames.size(), 20u);
-}
-
-TEST(LogStorageTest, EachThreadHasOneOfItsOwn) {
-  const auto storage = tk::LogStorage::OfThisThread();
-  EXPECT_EQ(tk::LogStorage::OfThisThread(), storage);
-  EXPECT_EQ(storage->SinkFactories().size(), 3u);
-  EXPECT_EQ(storage->FormatterFactories().size(), 1u);
-  std::weak_ptr<tk::LogStorage> elsewhere;
-  std::thread([&] {
-    elsewhere = tk::LogStorage::OfThisThread();
-    EXPECT_NE(elsewhere.lock(), storage);
-  }).join();
-  EXPECT_TRUE(elsewhere.expired());
-}
-
-BOOL WINAPI FailToKeep(DWORD, void*) { return FALSE; }
-
-TEST(LogStorageTest, IsFreedByItsUsersWhereTheThreadCannotKeepIt) {
-  std::thread([] {
-    const ImportPatch<decltype(FlsSetValue)> patch(nullptr, "FlsSetValue",
-                                                   &FailToKeep);
-    std::shared_ptr<tk::LogStorage> storage = tk::LogStorage::OfThisThread();
-    ASSERT_NE(storage, nullptr);
-    EXPECT_EQ(storage.use_count(), 1);
-    EXPECT_NE(tk::LogStorage::OfThisThread(), storage);
-    const std::weak_ptr<tk::LogStorage> watch = storage;
-    storage.reset();
-    EXPECT_TRUE(watch.expired());
-  }).join();
-}
-
-TEST_F(LoggerTest, TheThreadsStorageAloneKeepsALogger) {
-  std::weak_ptr<tk::Logger> watch;
-  std::thread([&] {
-    watch = Create(0);
-    EXPECT_FALSE(watch.expired());
-    EXPECT_EQ(Create(0), watch.lock());
-    EXPECT_EQ(watch.use_count(), 1);
-  }).join();
-  EXPECT_TRUE(watch.expired());
+TEST_F(LoggerTest, TheKeyOfItsMaskStaysOpenWhenItGoes) {
+  auto logger =
+      std::make_shared<tk::Logger>(m_name, 0, std::vector<tk::LogFormatter>(),
+                                   std::vector<tk::LogSink>(), 0);
+  const ImportPatch<decltype(RegCloseKey)> close(nullptr, "RegCloseKey",
+                                                 &CountClosedKeys);
+  g_closedKeys = 0;
+  logger.reset();
+  EXPECT_EQ(g_closedKeys, 0);
 }
 
 // What a logger is made of, in the order in which it goes.

@@ -6,7 +6,6 @@
 
 #include "base/handles.h"
 #include "base/o_critical_section.h"
-#include "base/thread_annotations.h"
 #include "net/accept_loop.h"
 
 namespace kova {

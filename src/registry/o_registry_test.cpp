@@ -44,7 +44,6 @@ class ORegistryTest : public testing::Test {
 
   static void Clean() {
     RemoveTree(HKEY_LOCAL_MACHINE, std::wstring(kDrivers) + L"Test Keys");
-    RemoveTree(HKEY_CLASSES_ROOT, L"KovaTestFoo");
     RemoveTree(HKEY_CURRENT_USER, L"KovaTestFoo");
   }
   static std::wstring NativeKey() {
@@ -95,11 +94,6 @@ TEST_F(ORegistryTest, AValueNameMayExtendOrReplaceThePath) {
   EXPECT_THAT(Read(L"Sub/Val"), ElementsAre(1));
   EXPECT_THAT(Read(L"1:KovaTestFoo/Val"), ElementsAre(2));
   EXPECT_THAT(Read(L"CURRENT_USER:KovaTestFoo\\Val"), ElementsAre(2));
-}
-
-TEST_F(ORegistryTest, AnUnknownAliasLandsInTheClassesRoot) {
-  WriteNative(HKEY_CLASSES_ROOT, L"KovaTestFoo", L"Val", {3});
-  EXPECT_THAT(Read(L"HKLM:KovaTestFoo/Val"), ElementsAre(3));
 }
 
 TEST_F(ORegistryTest, FailsOnPathsThatLeadNowhere) {

@@ -23,10 +23,9 @@ class StringRecord;
 // A text "prefers wide" when it was set in its wide form or when its code page
 // is a multi-byte one (1208, 932, 936, 949, 950, 1361, 54936, or 0 where the
 // ANSI code page is one of these); having been asked for Wide() is not enough.
-// Length(), indexes and changes then count 16-bit
-// units, otherwise bytes. Two texts are handled wide together when either
-// prefers wide or their code pages differ. Texts hold no zero: one ends where
-// its first zero is.
+// Length(), indexes and changes then count 16-bit units, otherwise bytes. Two
+// texts are handled wide together when either prefers wide or their code pages
+// differ. A text ends where its first zero is.
 //
 // Threads: only the reference count is atomic. Narrow() and Wide() may fill
 // the shared record, so a text must not be read on one thread while another

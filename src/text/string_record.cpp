@@ -16,9 +16,22 @@ constexpr uint64_t NarrowRoom(uint64_t capacity, uint32_t codePage) {
 }
 
 template <typename Unit>
-void OverwriteForm(TextForm<Unit>& form, size_t index,
+void OverwriteForm(StringForm<Unit>& form, size_t index,
                    std::basic_string_view<Unit> text) {
   std::copy_n(text.data(), text.size(), form.MutableText() + index);
+}
+
+// Only forms of equal length agree on where a character is; a form of another
+// length is made again from this one when next asked for.
+template <typename Unit, typename Other>
+void EraseForms(StringForm<Unit>& form, StringForm<Other>& other, size_t index,
+                size_t count) {
+  if (other.Length() == form.Length()) {
+    other.Erase(index, count);
+  } else {
+    other.Clear();
+  }
+  form.Erase(index, count);
 }
 
 }  // namespace
@@ -59,17 +72,17 @@ bool StringRecord::PrefersWide() const {
 
 // A form that was converted may be longer than the capacity; it still has to
 // fit when it is cloned.
-size_t StringRecord::RoomOf(const TextForm<char>& form,
+size_t StringRecord::RoomOf(const StringForm<char>& form,
                             uint64_t capacity) const {
   return std::max<size_t>(NarrowRoom(capacity, m_codePage), form.Length() + 1);
 }
 
-size_t StringRecord::RoomOf(const TextForm<wchar_t>& form,
+size_t StringRecord::RoomOf(const StringForm<wchar_t>& form,
                             uint64_t capacity) const {
   return std::max<size_t>(capacity, form.Length() + 1);
 }
 
-const TextForm<char>& StringRecord::MakeNarrow() {
+const StringForm<char>& StringRecord::MakeNarrow() {
   if (!m_narrow.IsPresent() && m_wide.IsPresent()) {
     const size_t room = RoomOf(m_narrow, m_capacity);
     char* const out = m_narrow.Overwrite(room);
@@ -79,7 +92,7 @@ const TextForm<char>& StringRecord::MakeNarrow() {
   return m_narrow;
 }
 
-const TextForm<wchar_t>& StringRecord::MakeWide() {
+const StringForm<wchar_t>& StringRecord::MakeWide() {
   if (!m_wide.IsPresent() && m_narrow.IsPresent()) {
     const size_t room = RoomOf(m_wide, m_capacity);
     wchar_t* const out = m_wide.Overwrite(room);
@@ -90,7 +103,7 @@ const TextForm<wchar_t>& StringRecord::MakeWide() {
 }
 
 template <typename Unit, typename Other>
-void StringRecord::SetForm(TextForm<Unit>& form, TextForm<Other>& other,
+void StringRecord::SetForm(StringForm<Unit>& form, StringForm<Other>& other,
                            std::basic_string_view<Unit> text) {
   const bool isTooSmall = text.size() + 1 > m_capacity;
   const bool grows = text.empty() ? m_capacity == 0 : isTooSmall;
@@ -115,7 +128,7 @@ void StringRecord::Set(std::wstring_view text) {
 }
 
 template <typename Unit, typename Other>
-void StringRecord::AppendForm(TextForm<Unit>& form, TextForm<Other>& other,
+void StringRecord::AppendForm(StringForm<Unit>& form, StringForm<Other>& other,
                               std::basic_string_view<Unit> text) {
   const size_t length = form.Length() + text.size();
   const uint64_t capacity =
@@ -132,19 +145,6 @@ void StringRecord::Append(std::string_view text) {
 
 void StringRecord::Append(std::wstring_view text) {
   AppendForm(m_wide, m_narrow, text);
-}
-
-// Only forms of equal length agree on where a character is; a form of another
-// length is made again from this one when next asked for.
-template <typename Unit, typename Other>
-void StringRecord::EraseForms(TextForm<Unit>& form, TextForm<Other>& other,
-                              size_t index, size_t count) {
-  if (other.Length() == form.Length()) {
-    other.Erase(index, count);
-  } else {
-    other.Clear();
-  }
-  form.Erase(index, count);
 }
 
 void StringRecord::Erase(size_t index, size_t count) {

@@ -1,7 +1,7 @@
-// Appends values to wide text, one character sequence for each value whatever
-// the locale. In place of the standard's streams: those start the runtime's
-// locale machinery, which leaves two handles and a slot of thread-local storage
-// with the first thread that uses one, for good.
+// Appends values to wide text, in the same characters whatever the locale. In
+// place of the standard's streams: those start the runtime's locale machinery,
+// which leaves two handles and a slot of thread-local storage with the first
+// thread that uses one, for good.
 #pragma once
 
 #include <cstdint>

@@ -7,7 +7,7 @@
 #include "common/registry_value.h"
 #include "common/utf8.h"
 #include "dispatch/web_server_interface.h"
-#include "spooler/driver_location.h"
+#include "spooler/printers.h"
 
 namespace kova::ctl {
 namespace {

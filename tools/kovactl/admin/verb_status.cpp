@@ -8,9 +8,9 @@
 #include "common/time_text.h"
 #include "common/utf8.h"
 #include "common/verb.h"
-#include "log/file_sink.h"
 #include "log/log_channel.h"
 #include "log/server_logger.h"
+#include "log/sinks.h"
 #include "logs/log_mask.h"
 
 namespace kova::ctl {

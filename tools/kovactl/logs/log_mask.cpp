@@ -8,7 +8,7 @@
 #include "common/plain_text.h"
 #include "common/server_settings.h"
 #include "log/log_channel.h"
-#include "log/mask_key.h"
+#include "log/logger.h"
 #include "log/server_logger.h"
 #include "text/text_append.h"
 

@@ -6,7 +6,7 @@
 #include "base/handles.h"
 #include "common/file_path.h"
 #include "kova/extension.h"
-#include "spooler/driver_location.h"
+#include "spooler/printers.h"
 
 namespace kova::ctl {
 namespace {
