@@ -47,7 +47,7 @@ check_crash() {
 make_dumps
 read_dump library
 check_crash library 0xc0000005 \
-  'KOVAServer\.dll`WebServerBase::StartAcceptThread'
+  'KOVAServer\.dll`kova::Listener::StartAcceptThread'
 read_dump null "$KOVA_BUILD/test-bin/extensions/scripted" \
   test_extension_scripted
 check_crash null 0xc0000005 \
