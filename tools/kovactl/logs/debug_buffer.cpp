@@ -11,6 +11,7 @@ namespace {
 constexpr DWORD kBufferBytes = 4096;
 constexpr int kAttempts = 5;
 constexpr DWORD kBetweenAttemptsMs = 100;
+constexpr DWORD kLetGoMs = 100;
 
 // Services and restricted processes write lines, too, whoever reads them.
 constexpr wchar_t kEveryoneWrites[] =
@@ -82,18 +83,24 @@ DebugLine ParseDebugBuffer(const uint8_t* buffer, size_t sizeBytes) {
   return line;
 }
 
+// Without the mapping nobody takes this for a reader any more. Those who did so
+// before wait for their turn, one after another.
 DebugBuffer::~DebugBuffer() {
-  while (IsOpen() &&
-         ::WaitForSingleObject(m_dataReady.Get(), 0) == WAIT_OBJECT_0) {
-    static_cast<void>(Take());
-  }
-  Close();
+  if (!IsOpen()) return;
+  CloseMapping();
+  do {
+    ::SetEvent(m_bufferReady.Get());
+  } while (::WaitForSingleObject(m_dataReady.Get(), kLetGoMs) == WAIT_OBJECT_0);
 }
 
-void DebugBuffer::Close() {
+void DebugBuffer::CloseMapping() {
   if (m_view != nullptr) ::UnmapViewOfFile(m_view);
   m_view = nullptr;
   m_mapping.Reset();
+}
+
+void DebugBuffer::Close() {
+  CloseMapping();
   m_dataReady.Reset();
   m_bufferReady.Reset();
 }

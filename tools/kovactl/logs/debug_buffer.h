@@ -28,7 +28,7 @@ enum class DebugScope { kSession, kServices };
 class DebugBuffer {
  public:
   DebugBuffer() = default;
-  // Takes what is still there, so that no writer is left waiting.
+  // Lets go of all who wait to write, for 100 ms after the last of them.
   ~DebugBuffer();
 
   DebugBuffer(const DebugBuffer&) = delete;
@@ -47,6 +47,7 @@ class DebugBuffer {
 
  private:
   DWORD Create(DebugScope scope);
+  void CloseMapping();
   void Close();
 
   UniqueKernelHandle m_bufferReady;
