@@ -27,7 +27,8 @@ class ConnectionHost {
   ConnectionHost(const ConnectionHost&) = delete;
   ConnectionHost& operator=(const ConnectionHost&) = delete;
 
-  // How long the connection may be silent; 0: without limit.
+  // How long the connection may be silent; 0: without limit. The server's Run
+  // decides it.
   [[nodiscard]] virtual uint32_t ClientTimeoutMs() const = 0;
   virtual void OnReceived(uint32_t byteCount) = 0;
   // Whether the bytes received so far hold a whole request. `progress` is the

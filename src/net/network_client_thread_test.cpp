@@ -72,7 +72,7 @@ TEST_F(ConnectionTest, EndsWhenThePeerCloses) {
   EXPECT_THAT(m_server->Sent(), IsEmpty());
 }
 
-TEST_F(ConnectionTest, MayBeSilentForFiveMinutesOrUntilTheStop) {
+TEST_F(ConnectionTest, MayBeSilentForItsTimeOrUntilTheStop) {
   std::atomic<uint64_t> patienceMs{0};
   m_windows.Before(Call::kWait, [&](uint64_t timeoutMs) {
     if (timeoutMs != WSA_INFINITE) patienceMs = timeoutMs;

@@ -73,7 +73,7 @@ class WebServerBase {
                                  kova::RequestProgress& progress) = 0;
 
   // See kova::Listener; `zero` is not read. Each Run() lets a connection be
-  // silent for 300000 ms.
+  // silent for kClientTimeoutMs (see the source).
   int Run(uint32_t port, int zero, uint32_t bindAddress);
   int Stop() { return m_listener.Stop(); }
   void JoinAcceptThread() { m_listener.JoinAcceptThread(); }

@@ -31,7 +31,8 @@ std::wstring UnescapeName(std::wstring text);
 [[nodiscard]] bool CombinePath(std::wstring& keyPath, std::wstring& valueName);
 
 // Rewrites an alias at the front of `path`, in any letter case, to its
-// numbered root and path. Other paths stay as they are.
+// numbered root and path. Other paths stay as they are, and read as the classes
+// root: a new alias changes what stored paths mean that begin so.
 void ExpandKeyAliases(std::wstring& path);
 
 // Where an expanded path leads.
