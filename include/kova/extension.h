@@ -126,7 +126,11 @@ typedef void KOVA_ReleaseResponse(KOVA_Context context, KOVA_Response response);
  * the compiler then checks its seven functions against the types above, and
  * exports them. */
 #ifdef KOVA_BUILDING_EXTENSION
+#ifdef _WIN32
 #define KOVA_EXTENSION_EXPORT __declspec(dllexport)
+#else /* only to be tried: with sanitizers, by a fuzzer */
+#define KOVA_EXTENSION_EXPORT __attribute__((visibility("default")))
+#endif
 KOVA_EXTENSION_EXPORT KOVA_GetInterfaceVersionsSupported
     WSIE_GetInterfaceVersionsSupported;
 KOVA_EXTENSION_EXPORT KOVA_SetKOVAServerRestartRoutine

@@ -3,21 +3,16 @@
 
 #include <cstdint>
 #include <string>
-
-#include "request.h"
+#include <string_view>
 
 namespace sample {
 
-// A complete HTTP response, and whether the connection outlives it.
-struct Answer {
-  std::string bytes;
-  bool keepOpen = false;
-};
-
-// GET and HEAD get the printer's status page, POST gets back what it posted,
-// anything else 405. `client` is the client's address as text, `answered` the
-// number of this request. The form field keep=1 keeps the connection open.
-Answer MakeAnswer(const Request& request, const std::string& client,
-                  uint64_t answered);
+// The complete HTTP response to the bytes of a request. GET and HEAD get the
+// printer's status page, POST gets back what it posted, anything else 405.
+// `client` is the client's address as text, `answered` the number of this
+// request. `keepOpen` is set to whether the connection stays open: the form
+// field keep=1 asks for it.
+std::string MakeAnswer(std::string_view request, const std::string& client,
+                       uint64_t answered, uint32_t* keepOpen);
 
 }  // namespace sample

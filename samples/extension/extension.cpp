@@ -8,6 +8,7 @@
 #include <exception>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "answer.h"
 
@@ -48,8 +49,9 @@ Result Contained(Result onFailure, const Body& body) {
   }
 }
 
-sample::Answer* AsAnswer(KOVA_Response response) {
-  return static_cast<sample::Answer*>(response);
+// A response is the bytes to be sent.
+std::string* AsBytes(KOVA_Response response) {
+  return static_cast<std::string*>(response);
 }
 
 }  // namespace
@@ -84,33 +86,29 @@ KOVA_Response WSIE_HandleServerRequest(KOVA_Context context,
   }
   return Contained<KOVA_Response>(nullptr, [&] {
     auto& extension = *static_cast<Extension*>(context);
-    const auto answer = [&] {
-      return sample::MakeAnswer(
-          sample::ReadRequest(
-              {static_cast<const char*>(request), requestLengthBytes}),
-          ToNarrow(clientAddress, clientAddressLength), ++extension.answered);
-    };
-    auto response = std::make_unique<sample::Answer>(answer());
-    // The flag keeps its value from request to request: write it every time.
-    *keepOpen = response->keepOpen ? 1 : 0;
+    const std::string_view bytes(static_cast<const char*>(request),
+                                 requestLengthBytes);
+    auto response = std::make_unique<std::string>(
+        sample::MakeAnswer(bytes, ToNarrow(clientAddress, clientAddressLength),
+                           ++extension.answered, keepOpen));
     return response.release();
   });
 }
 
 uint32_t WSIE_GetResponseLength(KOVA_Context, KOVA_Response response) {
   if (response == nullptr) return 0;
-  return static_cast<uint32_t>(AsAnswer(response)->bytes.size());
+  return static_cast<uint32_t>(AsBytes(response)->size());
 }
 
 int32_t WSIE_GetResponse(KOVA_Context, KOVA_Response response, void* buffer,
                          uint32_t bufferLengthBytes) {
   if (response == nullptr || buffer == nullptr) return 0;
-  const std::string& bytes = AsAnswer(response)->bytes;
+  const std::string& bytes = *AsBytes(response);
   if (bufferLengthBytes < bytes.size()) return 0;
   std::memcpy(buffer, bytes.data(), bytes.size());
   return 1;
 }
 
 void WSIE_ReleaseResponse(KOVA_Context, KOVA_Response response) {
-  delete AsAnswer(response);
+  delete AsBytes(response);
 }

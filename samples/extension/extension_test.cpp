@@ -147,8 +147,8 @@ TEST_F(SampleExtensionTest, AsksAgainForABodyThatHadNotArrived) {
 TEST_F(SampleExtensionTest, RefusesOtherMethods) {
   const std::string response =
       m_extension.Ask("DELETE /?printer=P HTTP/1.1\r\n\r\n");
-  EXPECT_THAT(response, StartsWith("HTTP/1.1 405 Method Not Allowed\r\n"
-                                   "Allow: GET, HEAD, POST\r\n"));
+  EXPECT_THAT(response, StartsWith("HTTP/1.1 405 Method Not Allowed\r\n"));
+  EXPECT_THAT(response, HasSubstr("\r\nAllow: GET, HEAD, POST\r\n"));
 }
 
 TEST_F(SampleExtensionTest, KeepsTheConnectionWhenAsked) {

@@ -152,11 +152,11 @@ std::string OrNone(const std::string& fact, std::string_view none) {
 }
 
 // A page is for reading: of a very long request its beginning is shown.
-std::string Shown(const std::string& raw) {
+std::string Shown(std::string_view raw) {
   constexpr size_t kMostBytes = 8192;
   if (raw.size() <= kMostBytes) return EscapeHtml(raw);
-  return EscapeHtml(std::string_view(raw).substr(0, kMostBytes)) +
-         "\n... and " + std::to_string(raw.size() - kMostBytes) + " bytes more";
+  return EscapeHtml(raw.substr(0, kMostBytes)) + "\n... and " +
+         std::to_string(raw.size() - kMostBytes) + " bytes more";
 }
 
 std::string_view Replacement(char c) {
@@ -198,7 +198,7 @@ std::string EscapeHtml(std::string_view text) {
   return escaped;
 }
 
-std::string StatusPage(const Request& request, const PageFacts& facts) {
+std::string StatusPage(const PageFacts& facts) {
   const PrinterFacts& printer = facts.printer;
   const Values values = {
       {"style", std::string(kStyle)},
@@ -211,7 +211,7 @@ std::string StatusPage(const Request& request, const PageFacts& facts) {
       {"port", OrNone(printer.port, "unknown")},
       {"package", OrNone(printer.package, "unknown")},
       {"client", EscapeHtml(facts.client)},
-      {"request", Shown(request.raw)},
+      {"request", Shown(facts.request)},
       {"field", EscapeHtml(printer.name)},
   };
   return Fill(kPage, values);

@@ -6,20 +6,20 @@
 #include <string_view>
 
 #include "printer_facts.h"
-#include "request.h"
 
 namespace sample {
 
-// What the page shows besides the request itself.
+// What the page shows.
 struct PageFacts {
   PrinterFacts printer;
-  std::string client;     // the client's address
-  uint64_t answered = 0;  // requests answered so far, this one included
-  bool keptOpen = false;  // the connection stays open after this answer
+  std::string client;        // the client's address
+  std::string_view request;  // its bytes
+  uint64_t answered = 0;     // requests answered so far, this one included
+  bool keptOpen = false;     // the connection stays open after this answer
 };
 
 // The whole page, UTF-8. Every text that came from outside is escaped.
-std::string StatusPage(const Request& request, const PageFacts& facts);
+std::string StatusPage(const PageFacts& facts);
 
 // `text` made harmless inside HTML, in element text and in quoted attributes.
 // Control characters other than tab and line end become U+FFFD; carriage

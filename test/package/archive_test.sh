@@ -38,7 +38,8 @@ check_contents() {
   for file in bin/KOVAServer.dll bin/kovactl.exe \
     bin/messages/Corvane_EventMessages.dll lib/KOVAServer.lib \
     bin/sample-extension/Corvane_V3_NetMon.dll include/kova/server.h \
-    include/kova/extension.h lib/cmake/KOVAServer/KOVAServerConfig.cmake \
+    include/kova/extension.h include/kova/extension_http.h \
+    include/kova/extension_http_parts.h lib/cmake/KOVAServer/KOVAServerConfig.cmake \
     samples/extension/CMakeLists.txt samples/host/host.cpp README.md \
     README.html CHANGELOG.md docs/packaging.md docs/packaging.html \
     licences/GPL-3.txt THIRD-PARTY-NOTICES.txt; do
