@@ -4,6 +4,7 @@
 //   silent            does nothing and says nothing
 //   error             logs an error and does not listen
 //   mask              logs the log mask, in decimal, and does not listen
+//   die               ends the process at once, as a crash does
 //   clear             sends the terminal a command inside a log line
 #include "kova/server.h"
 
@@ -61,6 +62,7 @@ void StartKOVAServer(void) {
         L"Info mask " + std::to_wstring(kova::ctl::ReadLogMask());
     ::OutputDebugStringW(mask.c_str());
   }
+  if (mode == L"die") ::TerminateProcess(::GetCurrentProcess(), 3);
   if (mode == L"clear") ::OutputDebugStringW(L"Warning A::B: x\x1b[2Jy");
 }
 

@@ -201,6 +201,18 @@ TEST_F(KovactlTest, PutsThePortBack) {
   EXPECT_EQ(Port(), odd);
 }
 
+TEST_F(KovactlTest, PutsBackWhatARunThatDiedHasLeft) {
+  const std::wstring port = L"--port " + FreePort();
+  EXPECT_EQ(RunFake(L"die", port).exitCode, 3u);
+  EXPECT_TRUE(Port().present);
+  // The next one must not take what it finds for the state to go back to.
+  const ProgramResult next = RunFake(L"listen", L"--seconds 0 " + port);
+  EXPECT_EQ(next.exitCode, 0u);
+  EXPECT_THAT(next.output, HasSubstr("had not put back \"KOVA Server Port\";"));
+  EXPECT_THAT(next.output, HasSubstr("\"Corvane KOVA Server\"; that is done"));
+  EXPECT_EQ(Port(), ValueState());
+}
+
 TEST_F(KovactlTest, WidensTheLogMaskForTheRunAndPutsItBack) {
   UniqueRegistryKey masks;
   ::RegCreateKeyExW(HKEY_LOCAL_MACHINE, kova::kMaskKey, 0, nullptr, 0,

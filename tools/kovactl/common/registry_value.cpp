@@ -76,35 +76,6 @@ LSTATUS WriteValueState(HKEY key, const wchar_t* name,
                           static_cast<DWORD>(state.data.size()));
 }
 
-SavedValue::SavedValue(HKEY root, std::wstring keyPath, std::wstring valueName)
-    : m_root(root),
-      m_keyPath(std::move(keyPath)),
-      m_valueName(std::move(valueName)) {}
-
-SavedValue::~SavedValue() {
-  if (!m_key.IsValid()) return;
-  static_cast<void>(
-      WriteValueState(m_key.Get(), m_valueName.c_str(), m_before));
-}
-
-LSTATUS SavedValue::Set(DWORD number) {
-  UniqueRegistryKey key;
-  LSTATUS status = ::RegCreateKeyExW(
-      m_root, m_keyPath.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
-      KEY_READ | KEY_WRITE, nullptr, key.Receive(), nullptr);
-  if (status != ERROR_SUCCESS) return status;
-  ValueState before;
-  status = ReadValueState(key.Get(), m_valueName.c_str(), before);
-  if (status != ERROR_SUCCESS) return status;
-  status =
-      ::RegSetValueExW(key.Get(), m_valueName.c_str(), 0, REG_DWORD,
-                       reinterpret_cast<const BYTE*>(&number), sizeof(number));
-  if (status != ERROR_SUCCESS) return status;
-  if (!m_key.IsValid()) m_before = std::move(before);
-  m_key = std::move(key);
-  return ERROR_SUCCESS;
-}
-
 std::wstring BytesText(size_t count) {
   return std::to_wstring(count) + (count == 1 ? L" byte" : L" bytes");
 }

@@ -1,5 +1,4 @@
-// Registry values: what one holds at a moment, as words, and changed for a
-// while.
+// Registry values: what one holds at a moment, and that as words.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +7,6 @@
 #include <string_view>
 #include <vector>
 
-#include "base/handles.h"
 #include "base/windows_api.h"
 
 namespace kova::ctl {
@@ -31,29 +29,6 @@ struct ValueState {
 // that is absent already is a success. Returns the error code.
 [[nodiscard]] LSTATUS WriteValueState(HKEY key, const wchar_t* name,
                                       const ValueState& state);
-
-// Sets a value and, when destroyed, puts back exactly what was there: type,
-// bytes and size, or its absence. A key that had to be created stays.
-class SavedValue {
- public:
-  // Nothing is touched until Set.
-  SavedValue(HKEY root, std::wstring keyPath, std::wstring valueName);
-  ~SavedValue();
-
-  SavedValue(const SavedValue&) = delete;
-  SavedValue& operator=(const SavedValue&) = delete;
-
-  // Remembers what is there, then writes `number` as REG_DWORD, creating the
-  // key if needed. Returns the error code; after a failure nothing is changed.
-  [[nodiscard]] LSTATUS Set(DWORD number);
-
- private:
-  const HKEY m_root;  // weak
-  const std::wstring m_keyPath;
-  const std::wstring m_valueName;
-  UniqueRegistryKey m_key;
-  ValueState m_before;
-};
 
 // "1 byte", "4 bytes".
 std::wstring BytesText(size_t count);

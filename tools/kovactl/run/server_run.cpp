@@ -2,12 +2,12 @@
 
 #include "base/handles.h"
 #include "common/file_path.h"
-#include "common/registry_value.h"
 #include "common/server_settings.h"
 #include "common/stop_signal.h"
 #include "kova/server.h"
 #include "log/logger.h"
 #include "log/server_logger.h"
+#include "run/borrowed_value.h"
 #include "run/debug_output_hook.h"
 #include "run/demo_printer.h"
 #include "run/line_pump.h"
@@ -78,7 +78,7 @@ std::wstring PackageFolder(const RunOptions& options) {
                                  : FullPath(options.package);
 }
 
-std::optional<Failure> SetPort(SavedValue& portValue, uint32_t port) {
+std::optional<Failure> SetPort(BorrowedValue& portValue, uint32_t port) {
   const LSTATUS status = portValue.Set(port);
   if (status == ERROR_SUCCESS) return std::nullopt;
   return SystemFailure(ExitCode::kInternalError,
@@ -87,11 +87,19 @@ std::optional<Failure> SetPort(SavedValue& portValue, uint32_t port) {
 }
 
 // Without it the run is less talkative, but still a run.
-void SetLogMask(SavedValue& maskValue, bool verbose, LinePump& pump) {
+void SetLogMask(BorrowedValue& maskValue, bool verbose, LinePump& pump) {
   if (maskValue.Set(LogMaskForRun(ReadLogMask(), verbose)) != ERROR_SUCCESS) {
     pump.PushNotice(
         L"The log masks cannot be changed without administrator rights: only "
         L"errors and warnings are shown.");
+  }
+}
+
+void TellWhatWasReturned(const std::vector<std::wstring>& names,
+                         LinePump& pump) {
+  for (const std::wstring& name : names) {
+    pump.PushNotice(L"An earlier run was cut off and had not put back \"" +
+                    name + L"\"; that is done now.");
   }
 }
 
@@ -151,9 +159,9 @@ std::optional<Failure> StartAndStop(const RunOptions& options,
 // server has stopped, and a closing console waits for all of it.
 std::optional<Failure> RunServer(const RunOptions& options) {
   const StopSignal stop;
-  SavedValue portValue(HKEY_LOCAL_MACHINE, SettingsKeyPath(),
-                       kPortSetting.name);
-  SavedValue maskValue(HKEY_LOCAL_MACHINE, kMaskKey, kServerLoggerName);
+  const std::vector<std::wstring> returned = ReturnAbandonedValues();
+  BorrowedValue portValue(SettingsKeyPath(), kPortSetting.name);
+  BorrowedValue maskValue(kMaskKey, kServerLoggerName);
   ServerLibrary library;
   if (auto failure = library.Load(LibraryPath(options))) return failure;
   if (options.demo) {
@@ -166,6 +174,7 @@ std::optional<Failure> RunServer(const RunOptions& options) {
   }
   const Output output(STD_OUTPUT_HANDLE);
   LinePump pump(output, output.TakesColor(options.color));
+  TellWhatWasReturned(returned, pump);
   SetLogMask(maskValue, options.verbose, pump);
   return StartAndStop(options, library, stop, pump);
 }
