@@ -213,6 +213,24 @@ TEST_F(KovactlTest, PutsBackWhatARunThatDiedHasLeft) {
   EXPECT_EQ(Port(), ValueState());
 }
 
+TEST_F(KovactlTest, RemovesTheDemonstrationPrinterOnce) {
+  EXPECT_EQ(RunFake(L"listen",
+                    L"--seconds 0 --demo --package "
+                    L"..\\bin\\sample-extension --port " +
+                        FreePort())
+                .exitCode,
+            0u);
+  for (const char* const says : {"The demonstration printer is removed.\n",
+                                 "There is no demonstration printer.\n"}) {
+    const ProgramResult result = RunKovactl(L"run --remove-demo");
+    EXPECT_EQ(result.exitCode, 0u);
+    EXPECT_EQ(result.errors, "");
+    EXPECT_EQ(result.output, says);
+  }
+  EXPECT_THAT(RunKovactl(L"printers").output, Not(HasSubstr("Demo Printer")));
+  ExpectFailure(RunKovactl(L"run --demo --remove-demo"), 2, "excludes");
+}
+
 TEST_F(KovactlTest, WidensTheLogMaskForTheRunAndPutsItBack) {
   UniqueRegistryKey masks;
   ::RegCreateKeyExW(HKEY_LOCAL_MACHINE, kova::kMaskKey, 0, nullptr, 0,

@@ -85,6 +85,7 @@ UniquePrinter AddDemoPrinter(const std::wstring& driver) {
   printer.pShareName = Text(kDemoShareName);
   printer.pPortName = Text(L"LPT1:");
   printer.pDriverName = Text(driver);
+  printer.pComment = Text(kDemoComment);
   printer.pPrintProcessor = Text(L"winprint");
   printer.pDatatype = Text(L"RAW");
   printer.Attributes = PRINTER_ATTRIBUTE_SHARED;
@@ -125,6 +126,19 @@ std::optional<Failure> OpenOrAdd(UniquePrinter& printer) {
       addError);
 }
 
+bool IsOurs(const UniquePrinter& printer) {
+  DWORD needed = 0;
+  ::GetPrinterW(printer.Get(), 2, nullptr, 0, &needed);
+  std::vector<BYTE> buffer(needed);
+  if (needed == 0 ||
+      !::GetPrinterW(printer.Get(), 2, buffer.data(), needed, &needed)) {
+    return false;
+  }
+  const auto* const info = reinterpret_cast<PRINTER_INFO_2W*>(buffer.data());
+  return info->pComment != nullptr &&
+         std::wstring_view(info->pComment) == kDemoComment;
+}
+
 std::optional<Failure> SetPackage(const UniquePrinter& printer,
                                   const std::wstring& folder) {
   const DWORD size = static_cast<DWORD>((folder.size() + 1) * sizeof(wchar_t));
@@ -148,6 +162,27 @@ std::optional<Failure> EnsureDemoPrinter(const std::wstring& packageFolder) {
   UniquePrinter printer;
   if (auto failure = OpenOrAdd(printer)) return failure;
   return SetPackage(printer, packageFolder);
+}
+
+std::optional<Failure> RemoveDemoPrinter(DemoRemoval& outcome) {
+  outcome = DemoRemoval::kNotThere;
+  UniquePrinter printer = OpenDemoPrinter();
+  if (!printer.IsValid()) {
+    const DWORD error = ::GetLastError();
+    if (error == ERROR_INVALID_PRINTER_NAME) return std::nullopt;
+    return SpoolerFailure(L"cannot open the printer \"Demo Printer\"", error);
+  }
+  outcome = DemoRemoval::kNotOurs;
+  if (!IsOurs(printer)) return std::nullopt;
+  if (!::DeletePrinter(printer.Get())) {
+    return SpoolerFailure(L"cannot remove the printer \"Demo Printer\"",
+                          ::GetLastError());
+  }
+  printer.Reset();
+  // The spooler keeps a driver that is not there or that others use.
+  ::DeletePrinterDriverW(nullptr, nullptr, Text(kOwnDriverName));
+  outcome = DemoRemoval::kRemoved;
+  return std::nullopt;
 }
 
 }  // namespace kova::ctl

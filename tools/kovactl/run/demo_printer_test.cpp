@@ -12,10 +12,12 @@
 
 namespace {
 
+using ::kova::ctl::DemoRemoval;
 using ::kova::ctl::EnsureDemoPrinter;
 using ::kova::ctl::ExitCode;
 using ::kova::ctl::Failure;
 using ::kova::ctl::ProgramFolder;
+using ::kova::ctl::RemoveDemoPrinter;
 using ::kova::test::ImportPatch;
 using ::testing::HasSubstr;
 
@@ -25,7 +27,10 @@ struct Spooler {
   DWORD openError = ERROR_INVALID_PRINTER_NAME;
   DWORD addError = ERROR_SUCCESS;
   DWORD dataError = ERROR_SUCCESS;
+  DWORD deleteError = ERROR_SUCCESS;
   int open = 0;
+  std::wstring comment;
+  std::wstring removedDriver;
   std::wstring share;
   std::wstring usedDriver;
   std::wstring package;
@@ -56,7 +61,9 @@ HANDLE WINAPI FakeAdd(wchar_t*, DWORD, BYTE* info) {
   }
   const auto* const printer = reinterpret_cast<PRINTER_INFO_2W*>(info);
   EXPECT_STREQ(printer->pPrinterName, L"Demo Printer");
+  g_spooler.hasPrinter = true;
   g_spooler.share = printer->pShareName;
+  g_spooler.comment = printer->pComment;
   g_spooler.usedDriver = printer->pDriverName;
   g_spooler.attributes = printer->Attributes;
   ++g_spooler.open;
@@ -85,6 +92,30 @@ BOOL WINAPI FakeDrivers(wchar_t*, wchar_t*, DWORD, BYTE* buffer, DWORD size,
 
 BOOL WINAPI FakeAddDriver(wchar_t*, DWORD, BYTE*) { return FALSE; }
 
+BOOL WINAPI FakeGet(HANDLE, DWORD level, BYTE* buffer, DWORD size,
+                    DWORD* needed) {
+  EXPECT_EQ(level, 2u);
+  *needed = sizeof(PRINTER_INFO_2W);
+  if (size < *needed) return FALSE;
+  *reinterpret_cast<PRINTER_INFO_2W*>(buffer) = {};
+  reinterpret_cast<PRINTER_INFO_2W*>(buffer)->pComment =
+      g_spooler.comment.data();
+  return TRUE;
+}
+
+BOOL WINAPI FakeDelete(HANDLE) {
+  ::SetLastError(g_spooler.deleteError);
+  if (g_spooler.deleteError != ERROR_SUCCESS) return FALSE;
+  g_spooler.hasPrinter = false;
+  return TRUE;
+}
+
+BOOL WINAPI FakeDeleteDriver(wchar_t*, wchar_t*, wchar_t* name) {
+  EXPECT_EQ(g_spooler.open, 0);
+  g_spooler.removedDriver = name;
+  return FALSE;
+}
+
 class DemoPrinterTest : public ::testing::Test {
  protected:
   DemoPrinterTest() { g_spooler = Spooler(); }
@@ -112,6 +143,11 @@ class DemoPrinterTest : public ::testing::Test {
                                                &FakeDrivers};
   ImportPatch<decltype(FakeAddDriver)> m_addDriver{nullptr, "AddPrinterDriverW",
                                                    &FakeAddDriver};
+  ImportPatch<decltype(FakeGet)> m_get{nullptr, "GetPrinterW", &FakeGet};
+  ImportPatch<decltype(FakeDelete)> m_delete{nullptr, "DeletePrinter",
+                                             &FakeDelete};
+  ImportPatch<decltype(FakeDeleteDriver)> m_deleteDriver{
+      nullptr, "DeletePrinterDriverW", &FakeDeleteDriver};
 };
 
 TEST_F(DemoPrinterTest, MakesASharedPrinterThatNamesItsPackage) {
@@ -155,6 +191,40 @@ TEST_F(DemoPrinterTest, SaysThatTheSpoolerRefused) {
   g_spooler.openError = RPC_S_SERVER_UNAVAILABLE;
   EXPECT_EQ(EnsureFails().code, ExitCode::kSpooler);
   EXPECT_THAT(EnsureFails().text, HasSubstr(L"is the print spooler running?"));
+}
+
+TEST_F(DemoPrinterTest, RemovesWhatItMade) {
+  EXPECT_FALSE(Ensure().has_value());
+  DemoRemoval outcome = DemoRemoval::kNotThere;
+  EXPECT_FALSE(RemoveDemoPrinter(outcome).has_value());
+  EXPECT_EQ(outcome, DemoRemoval::kRemoved);
+  EXPECT_FALSE(g_spooler.hasPrinter);
+  EXPECT_EQ(g_spooler.removedDriver, L"KOVA Demo Driver");
+  EXPECT_FALSE(RemoveDemoPrinter(outcome).has_value());
+  EXPECT_EQ(outcome, DemoRemoval::kNotThere);
+}
+
+TEST_F(DemoPrinterTest, LeavesAnotherPrinterOfThatName) {
+  g_spooler.hasPrinter = true;
+  EXPECT_FALSE(Ensure().has_value());
+  for (const wchar_t* const comment : {L"", L"Reception"}) {
+    g_spooler.comment = comment;
+    DemoRemoval outcome = DemoRemoval::kRemoved;
+    EXPECT_FALSE(RemoveDemoPrinter(outcome).has_value());
+    EXPECT_EQ(outcome, DemoRemoval::kNotOurs);
+    EXPECT_TRUE(g_spooler.hasPrinter);
+  }
+  EXPECT_EQ(g_spooler.removedDriver, L"");
+}
+
+TEST_F(DemoPrinterTest, SaysThatItCannotBeRemoved) {
+  EXPECT_FALSE(Ensure().has_value());
+  g_spooler.deleteError = ERROR_ACCESS_DENIED;
+  DemoRemoval outcome = DemoRemoval::kRemoved;
+  const auto failure = RemoveDemoPrinter(outcome);
+  ASSERT_TRUE(failure.has_value());
+  EXPECT_EQ(failure->code, ExitCode::kAccessDenied);
+  EXPECT_TRUE(g_spooler.hasPrinter);
 }
 
 TEST_F(DemoPrinterTest, NeedsSomeDriver) {

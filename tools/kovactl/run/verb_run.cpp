@@ -3,6 +3,8 @@
 
 #include "common/utf8.h"
 #include "common/verb.h"
+#include "run/borrowed_value.h"
+#include "run/demo_printer.h"
 #include "run/server_run.h"
 #include "verbs.h"
 
@@ -19,6 +21,8 @@ constexpr char kExamples[] =
     "      with a demonstration printer, on another port for this run\n"
     "  kovactl run --demo --package .\\mine\n"
     "      with your own extension, .\\mine\\Corvane_V3_NetMon.dll\n"
+    "  kovactl run --remove-demo\n"
+    "      remove the demonstration printer again\n"
     "  kovactl run --verbose --seconds 10 --color always > log.txt\n"
     "      ten seconds of every log channel, coloured, into a file";
 
@@ -50,6 +54,7 @@ CLI::Validator ColorWords(ColorMode& mode) {
 // What the command line fills in, before it becomes RunOptions.
 struct Arguments {
   RunOptions options;
+  bool removeDemo = false;
   std::string library;
   std::string package;
   std::string color;
@@ -68,7 +73,7 @@ void AddOptions(CLI::App& verb, Arguments& arguments) {
   CLI::Option* const demo = verb.add_flag(
       "--demo", options.demo,
       "Make the printer \"Demo Printer\", shared as \"demo\", which the sample "
-      "extension answers for; it stays installed");
+      "extension answers for; it stays installed until --remove-demo");
   verb.add_option("--package", arguments.package,
                   "Let the extension library in this folder answer for the "
                   "demonstration printer")
@@ -79,6 +84,10 @@ void AddOptions(CLI::App& verb, Arguments& arguments) {
                   "afterwards")
       ->type_name("N")
       ->check(Limits(1, 65535));
+  verb.add_flag("--remove-demo", arguments.removeDemo,
+                "Run nothing; remove the demonstration printer and put back "
+                "what runs that were cut off left changed")
+      ->excludes(demo);
   verb.add_flag("--verbose", options.verbose, "Show every log channel");
   verb.add_option("--color", arguments.color,
                   "Colour the log: auto (on a terminal), always or never")
@@ -86,7 +95,31 @@ void AddOptions(CLI::App& verb, Arguments& arguments) {
       ->check(ColorWords(options.color));
 }
 
+std::wstring RemovalText(DemoRemoval outcome) {
+  switch (outcome) {
+    case DemoRemoval::kRemoved:
+      return L"The demonstration printer is removed.\n";
+    case DemoRemoval::kNotThere:
+      return L"There is no demonstration printer.\n";
+    case DemoRemoval::kNotOurs:
+      return L"The printer \"Demo Printer\" was not made by kovactl run "
+             L"--demo; "
+             L"it stays.\n";
+  }
+  return {};
+}
+
+void RemoveTraces() {
+  for (const std::wstring& name : ReturnAbandonedValues()) {
+    ShowText(L"\"" + name + L"\" is put back as it was before a run.\n");
+  }
+  DemoRemoval outcome = DemoRemoval::kNotThere;
+  EndVerb(RemoveDemoPrinter(outcome));
+  ShowText(RemovalText(outcome));
+}
+
 void Run(Arguments& arguments) {
+  if (arguments.removeDemo) return RemoveTraces();
   arguments.options.library = ToWide(arguments.library);
   arguments.options.package = ToWide(arguments.package);
   EndVerb(RunServer(arguments.options));
