@@ -246,6 +246,28 @@ TEST_F(StuckAcceptThread, LeavesItsPortFree) {
   EXPECT_EQ(m_server->Stop(), 1);
 }
 
+const auto g_reallyTerminate = &::TerminateThread;
+HANDLE g_terminated;
+BOOL WINAPI TerminateLater(HANDLE thread, DWORD /*exitCode*/) {
+  g_terminated = thread;
+  return TRUE;
+}
+
+// As Windows does: the call only asks for the thread's end, which comes behind
+// it. What the thread uses must not be closed before.
+TEST_F(StuckAcceptThread, IsWaitedForWhereItGoesOnBehindTheCallThatKillsIt) {
+  GetStuck();
+  g_terminated = nullptr;
+  const ImportPatch<decltype(::TerminateThread)> patch(
+      nullptr, "TerminateThread", &TerminateLater);
+  m_windows.Before(Call::kAwaitEnd, [](uint64_t) {
+    if (g_terminated != nullptr) g_reallyTerminate(g_terminated, kFailedExit);
+  });
+  EXPECT_EQ(m_server->Stop(), 0);
+  EXPECT_EQ(m_windows.ExitCode(0), kFailedExit);
+  EXPECT_EQ(m_windows.OpenInAll(), 0u);
+}
+
 // An accept thread that is killed while it hands a connection over.
 class KilledInHandover : public ListenerTest {
  protected:
