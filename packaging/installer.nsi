@@ -1,164 +1,237 @@
-; The installer. packaging/installer.py runs makensis with:
-;   VERSION        of the product, three numbers
-;   SIZE_KB        of what is installed
-;   FILE_LISTS     a file with the macros InstallFiles and RemoveFiles
-;   OUTPUT         the installer to make
-;   SIGN_COMMAND   optional: signs the file that is added to it as an argument
-Unicode true
-; A 64-bit program, which a 32-bit Windows refuses to start.
-Target amd64-unicode
-SetCompressor zlib
-!include LogicLib.nsh
-!include FileFunc.nsh
-!include "${FILE_LISTS}"
+; The setup program. packaging/installer.py runs makensis with what installer.nsh
+; asks for, and with:
+;   SIZE_KB    of what is installed
+;   STAGING    a file with the macro StageFiles
+!include installer.nsh
+!include "${STAGING}"
 
-!define PRODUCT "KOVA Server"
-!define MAKER "Corvane Tessaly"
-!define UNINSTALL_KEY \
-  "Software\Microsoft\Windows\CurrentVersion\Uninstall\KOVAServer"
-; One value for each source that this installation added, called like it.
-!define ADDED_SOURCES_KEY "${UNINSTALL_KEY}\EventSources"
-!define EVENT_LOG_KEY "SYSTEM\CurrentControlSet\Services\Eventlog"
-!define MESSAGE_LIBRARY "Corvane_EventMessages.dll"
-!define DRIVERS_KEY "SOFTWARE\${MAKER}\Drivers"
-!define MASKS_KEY "${DRIVERS_KEY}\DebugLogMasks"
-!define SERVER_LOGGER "Corvane KOVA Server"
-
-; The exit code of a refusal; nothing has been changed then.
-!define REFUSED 2
-; The code by which Windows' own installer asks for a restart.
-!define RESTART_NEEDED 3010
-
-Name "${PRODUCT}"
-OutFile "${OUTPUT}"
 InstallDir "$PROGRAMFILES64\${MAKER}\${PRODUCT}"
 InstallDirRegKey HKLM "${UNINSTALL_KEY}" "InstallLocation"
-RequestExecutionLevel admin
-ManifestSupportedOS all
-ManifestDPIAware true
-ShowInstDetails show
-ShowUninstDetails show
-BrandingText "${PRODUCT} ${VERSION}"
-VIProductVersion "${VERSION}.0"
-VIAddVersionKey "CompanyName" "${MAKER}"
 VIAddVersionKey "FileDescription" "Installer of ${PRODUCT}"
-VIAddVersionKey "FileVersion" "${VERSION}"
-VIAddVersionKey "ProductName" "${PRODUCT}"
-VIAddVersionKey "ProductVersion" "${VERSION}"
-VIAddVersionKey "LegalCopyright" ""
-
-!ifdef SIGN_COMMAND
-  !uninstfinalize '${SIGN_COMMAND} "%1"' = 0
-!endif
 
 Page directory
 Page instfiles
-UninstPage uninstConfirm
-UninstPage instfiles
 
-!macro Refuse TEXT
-  MessageBox MB_OK|MB_ICONSTOP "${TEXT}" /SD IDOK
-  SetErrorLevel ${REFUSED}
-  Quit
-!macroend
+; Where it is installed now, and which version; both empty if it is not.
+Var Earlier
+Var EarlierVersion
 
-; The manifest asks for these rights, but a program may be started without.
-!macro RequireAdministrator
-  UserInfo::GetAccountType
-  Pop $0
-  ${If} $0 != "Admin"
-    !insertmacro Refuse "Administrator rights are needed."
+; What NSIS does not like in /D= it ignores, and takes another folder.
+Function RefuseOddFolder
+  System::Call 'kernel32::GetCommandLineW() w .r0'
+  ClearErrors
+  ${WordFind} $0 "/D=" "E+1}" $1
+  ${If} ${Errors}
+    Return
   ${EndIf}
-!macroend
-
-; A library or program that is loaded cannot be opened for writing.
-!macro RefuseIfUsed PATH
-  ${If} ${FileExists} "${PATH}"
-    ClearErrors
-    FileOpen $0 "${PATH}" a
-    ${If} ${Errors}
-      !insertmacro Refuse "${PATH} is in use. End the program that uses it."
-    ${EndIf}
-    FileClose $0
+  ${If} $1 != $INSTDIR
+  ${AndIf} $1 != "$INSTDIR\"
+    ${Refuse} "/D=$1 is not the full path of a folder on a drive of this \
+machine. /D= is written in capitals, comes last and takes no quotes."
   ${EndIf}
-!macroend
+FunctionEnd
 
-!macro RefuseIfAnyUsed FOLDER
-  !insertmacro RefuseIfUsed "${FOLDER}\bin\KOVAServer.dll"
-  !insertmacro RefuseIfUsed "${FOLDER}\bin\kovactl.exe"
-  !insertmacro RefuseIfUsed \
-    "${FOLDER}\bin\sample-extension\Corvane_V3_NetMon.dll"
-!macroend
-
-; Folders go only if nothing is left in them, and only the default one lies in a
-; folder that an installation may have made.
-!macro RemoveOwnFolder FOLDER
-  Delete "${FOLDER}\uninstall.exe"
-  RMDir "${FOLDER}"
-  ${If} "${FOLDER}" == "$PROGRAMFILES64\${MAKER}\${PRODUCT}"
-    RMDir "$PROGRAMFILES64\${MAKER}"
+Function RefuseDowngrade
+  ${If} $EarlierVersion == ""
+    Return
   ${EndIf}
-!macroend
-
-!macro AskForRestartIfNeeded
-  ${If} ${RebootFlag}
-    SetErrorLevel ${RESTART_NEEDED}
+  ${VersionCompare} $EarlierVersion "${VERSION}" $0
+  ${GetParameters} $1
+  ClearErrors
+  ${GetOptions} $1 "/DOWNGRADE" $2
+  ${If} ${Errors}
+  ${AndIf} $0 = 1
+    ${Refuse} "Version $EarlierVersion is installed, which is newer than \
+${VERSION}. To install this one nevertheless, run setup with /DOWNGRADE."
   ${EndIf}
-!macroend
+FunctionEnd
 
 Function .onInit
   SetRegView 64
-  !insertmacro RequireAdministrator
+  Call OpenLog
+  Call RequireAdministrator
+  Call RequireToBeAlone
+  ReadRegStr $Earlier HKLM "${UNINSTALL_KEY}" "InstallLocation"
+  ReadRegStr $EarlierVersion HKLM "${UNINSTALL_KEY}" "DisplayVersion"
+  Call RefuseOddFolder
+  Call RefuseDowngrade
+  InitPluginsDir
 FunctionEnd
 
-; The earlier installation takes back what it added, so that nothing of it is
-; taken for somebody else's. _? makes the uninstaller wait and tell its code.
-Function RemoveEarlierInstallation
-  ReadRegStr $1 HKLM "${UNINSTALL_KEY}" "InstallLocation"
-  ${If} $1 == ""
-  ${OrIfNot} ${FileExists} "$1\uninstall.exe"
+; The steps. Each works on $Folder and says in $Problem why it has failed.
+
+; In: a path below the folder, and what to unpack there.
+!macro StageFile PATH SOURCE
+  FileWrite $R5 "${PATH}$\r$\n"
+  File "/oname=${COMING}\${PATH}" "${SOURCE}"
+  ${If} ${Errors}
+    StrCpy $Problem "${COMING}\${PATH} cannot be written."
     Return
   ${EndIf}
-  DetailPrint "Removing the installation in $1"
-  ExecWait '"$1\uninstall.exe" /S _?=$1' $2
-  ${If} $2 != 0
-  ${AndIf} $2 != ${RESTART_NEEDED}
-    !insertmacro Refuse "The installation in $1 cannot be removed; see whether \
-it is in use."
-  ${EndIf}
-  !insertmacro RemoveOwnFolder "$1"
+!macroend
+
+Function StageFiles
+  SetOverwrite try
+  ClearErrors
+  !insertmacro StageFiles
 FunctionEnd
 
-; First of all: what an interrupted installation has done can be undone then.
-Function RegisterUninstaller
-  WriteUninstaller "$INSTDIR\uninstall.exe"
+; Setup itself stays for a later repair, and may be running from there.
+Function StageSetup
+  FileWrite $R5 "setup.exe$\r$\n"
+  StrCpy $R2 $EXEPATH
+  StrCpy $R3 "${COMING}\setup.exe"
+  ${If} $R2 == "$Folder\setup.exe"
+    Return
+  ${EndIf}
+  Call CopyOneFile
+  ${If} $0 = 0
+    StrCpy $Problem "$R3 cannot be written."
+  ${EndIf}
+FunctionEnd
+
+Function Stage
+  ${Note} "Unpacking version ${VERSION}"
+  CreateDirectory "${COMING}"
+  ClearErrors
+  FileOpen $R5 "${COMING_LIST}" w
+  ${If} ${Errors}
+    StrCpy $Problem "The folder $Folder cannot be written."
+    Return
+  ${EndIf}
+  Call StageFiles
+  ${If} $Problem == ""
+    Call StageSetup
+    FileWrite $R5 "${FILE_LIST}$\r$\n"
+  ${EndIf}
+  FileClose $R5
+  StrCpy $R5 ""
+FunctionEnd
+
+; What has come works on this machine, and is all there.
+Function Verify
+  StrCpy $R2 "${COMING_LIST}"
+  StrCpy $R3 "${COMING}\${FILE_LIST}"
+  Call CopyOneFile
+  ${If} $0 = 0
+    StrCpy $Problem "$R3 cannot be written."
+    Return
+  ${EndIf}
+  nsExec::Exec '"${COMING}\bin\kovactl.exe" --version'
+  Pop $0
+  ${If} $0 != 0
+    StrCpy $Problem "The new bin\kovactl.exe does not start (code $0)."
+  ${EndIf}
+FunctionEnd
+
+; In: $R1. The file is written to the list $R5, and kept if it is there.
+Function KeepFile
+  FileWrite $R5 "$R1$\r$\n"
+  ${IfNot} ${FileExists} "$Folder\$R1"
+    Return
+  ${EndIf}
+  StrCpy $R2 "$Folder\$R1"
+  StrCpy $R3 "${GOING}\$R1"
+  Call CopyOneFile
+  ${If} $0 = 0
+    StrCpy $Problem "$R3 cannot be written."
+  ${EndIf}
+FunctionEnd
+
+; Nothing of what is in place changes here.
+Function Keep
+  ${Note} "Keeping what is in $Folder"
+  CreateDirectory "${GOING}"
+  FileOpen $R5 "${PLANNED_LIST}" w
+  ${EachFile} "${COMING_LIST}"
+    ${If} ${FileExists} "${COMING}\$R1"
+      Call KeepFile
+    ${EndIf}
+    ${If} $Problem != ""
+      ${ExitDo}
+    ${EndIf}
+  ${EndEachFile}
+  FileOpen $R6 "${OBSOLETE_LIST}" w
+  ${EachFile} "$Folder\${FILE_LIST}"
+    ${IfNot} ${FileExists} "${COMING}\$R1"
+    ${AndIf} "$Folder\$R1" != $EXEPATH
+      FileWrite $R6 "$R1$\r$\n"
+      Call KeepFile
+    ${EndIf}
+    ${If} $Problem != ""
+      ${ExitDo}
+    ${EndIf}
+  ${EndEachFile}
+  FileClose $R6
+  FileClose $R5
+FunctionEnd
+
+Function Switch
+  ${Note} "Putting version ${VERSION} in place"
+  Rename "${PLANNED_LIST}" "${BEGUN_LIST}"
+  ${EachFile} "${COMING_LIST}"
+    ${If} ${FileExists} "${COMING}\$R1"
+      StrCpy $R2 "${COMING}\$R1"
+      StrCpy $R3 "$Folder\$R1"
+      Call ReplaceFile
+      ${If} $0 = 0
+        StrCpy $Problem "$R3 cannot be replaced."
+        ${ExitDo}
+      ${EndIf}
+    ${EndIf}
+  ${EndEachFile}
+  ${If} $Problem == ""
+    StrCpy $0 $Folder
+    StrCpy $R4 "${OBSOLETE_LIST}"
+    Call DeleteListed
+  ${EndIf}
+FunctionEnd
+
+; A library that is there already is somebody else's and stays as it is, unless
+; an earlier setup has brought it.
+Function PutMessageLibrary
+  StrCpy $R2 "$Folder\bin\messages\${MESSAGE_LIBRARY}"
+  StrCpy $R3 "$SYSDIR\${MESSAGE_LIBRARY}"
+  ${If} ${FileExists} $R3
+    ReadRegDWORD $0 HKLM "${UNINSTALL_KEY}" "MessageLibrary"
+    GetDLLVersion $R2 $1 $2
+    GetDLLVersion $R3 $3 $4
+    ${If} $0 <> 1
+    ${OrIf} "$1.$2" == "$3.$4"
+      ${Note} "$R3 is there already"
+      Return
+    ${EndIf}
+    Call MoveMessageLibraryAway
+  ${EndIf}
+  WriteRegDWORD HKLM "${UNINSTALL_KEY}" "MessageLibrary" 1
+  Call CopyOneFile
+  ${If} $0 = 0
+    StrCpy $Problem "$R3 cannot be written."
+  ${EndIf}
+FunctionEnd
+
+Function Register
+  ClearErrors
   WriteRegStr HKLM "${UNINSTALL_KEY}" "DisplayName" "${PRODUCT}"
   WriteRegStr HKLM "${UNINSTALL_KEY}" "DisplayVersion" "${VERSION}"
   WriteRegStr HKLM "${UNINSTALL_KEY}" "Publisher" "${MAKER}"
-  WriteRegStr HKLM "${UNINSTALL_KEY}" "InstallLocation" "$INSTDIR"
-  WriteRegStr HKLM "${UNINSTALL_KEY}" "DisplayIcon" "$INSTDIR\uninstall.exe"
+  WriteRegStr HKLM "${UNINSTALL_KEY}" "InstallLocation" "$Folder"
+  WriteRegStr HKLM "${UNINSTALL_KEY}" "DisplayIcon" "$Folder\uninstall.exe"
+  WriteRegStr HKLM "${UNINSTALL_KEY}" "ModifyPath" '"$Folder\setup.exe"'
   WriteRegStr HKLM "${UNINSTALL_KEY}" "UninstallString" \
-    '"$INSTDIR\uninstall.exe"'
+    '"$Folder\uninstall.exe"'
   WriteRegStr HKLM "${UNINSTALL_KEY}" "QuietUninstallString" \
-    '"$INSTDIR\uninstall.exe" /S'
+    '"$Folder\uninstall.exe" /S'
   WriteRegDWORD HKLM "${UNINSTALL_KEY}" "EstimatedSize" ${SIZE_KB}
-  WriteRegDWORD HKLM "${UNINSTALL_KEY}" "NoModify" 1
-  WriteRegDWORD HKLM "${UNINSTALL_KEY}" "NoRepair" 1
-FunctionEnd
-
-; A library that is there already is somebody else's and stays as it is.
-Function AddMessageLibrary
-  ${If} ${FileExists} "$SYSDIR\${MESSAGE_LIBRARY}"
-    DetailPrint "$SYSDIR\${MESSAGE_LIBRARY} is there already"
-    Return
+  ${If} $Earlier != ""
+  ${AndIf} $Earlier != $Folder
+    WriteRegStr HKLM "${UNINSTALL_KEY}" "EarlierLocation" $Earlier
   ${EndIf}
-  ClearErrors
-  CopyFiles /SILENT "$INSTDIR\bin\messages\${MESSAGE_LIBRARY}" \
-    "$SYSDIR\${MESSAGE_LIBRARY}"
   ${If} ${Errors}
-    Abort "$SYSDIR\${MESSAGE_LIBRARY} cannot be written"
+    StrCpy $Problem "HKLM\${UNINSTALL_KEY} cannot be written."
+    ${Note} "Failed: $Problem"
+    Abort "$Problem"
   ${EndIf}
-  WriteRegDWORD HKLM "${UNINSTALL_KEY}" "MessageLibrary" 1
 FunctionEnd
 
 ; In: $0, the source's name. Out: $1, 1 if it was added. As the server does, in
@@ -206,99 +279,63 @@ Function AddEventSources
   ${Loop}
 FunctionEnd
 
-Section
-  ReadRegStr $1 HKLM "${UNINSTALL_KEY}" "InstallLocation"
-  ${If} $1 != ""
-    !insertmacro RefuseIfAnyUsed "$1"
-  ${EndIf}
-  !insertmacro RefuseIfAnyUsed "$INSTDIR"
-  Call RemoveEarlierInstallation
-  SetOutPath "$INSTDIR"
-  Call RegisterUninstaller
-  !insertmacro InstallFiles
-  Call AddMessageLibrary
-  Call AddEventSources
-  !insertmacro AskForRestartIfNeeded
-SectionEnd
-
-Function un.onInit
-  SetRegView 64
-  !insertmacro RequireAdministrator
-  !insertmacro RefuseIfAnyUsed "$INSTDIR"
-FunctionEnd
-
-; The event log may have the library loaded: it goes out of the way at once and
-; away at the next start.
-Function un.RemoveMessageLibrary
-  ReadRegDWORD $0 HKLM "${UNINSTALL_KEY}" "MessageLibrary"
-  ${If} $0 != 1
-    Return
-  ${EndIf}
-  ClearErrors
-  Delete "$SYSDIR\${MESSAGE_LIBRARY}"
-  ${If} ${Errors}
-    GetTempFileName $1 "$SYSDIR"
-    Delete $1
-    Rename "$SYSDIR\${MESSAGE_LIBRARY}" $1
-    Delete /REBOOTOK $1
-  ${EndIf}
-FunctionEnd
-
-Function un.RemoveEventSources
-  StrCpy $1 0
-  ${Do}
-    ClearErrors
-    EnumRegValue $0 HKLM "${ADDED_SOURCES_KEY}" $1
-    ${If} ${Errors}
-    ${OrIf} $0 == ""
-      ${Break}
+Function Undo
+  ${Note} "Failed: $Problem"
+  Call Recover
+  ${If} $EarlierVersion == ""
+    Call Unregister
+    RMDir $Folder
+    !insertmacro RemoveMakersFolder
+  ${Else}
+    ${If} $Earlier != $Folder
+      RMDir $Folder
     ${EndIf}
-    DeleteRegKey /ifnosubkeys HKLM "${EVENT_LOG_KEY}\Application\$0"
-    IntOp $1 $1 + 1
-  ${Loop}
+    StrCpy $R2 "$Earlier\bin\messages\${MESSAGE_LIBRARY}"
+    StrCpy $R3 "$SYSDIR\${MESSAGE_LIBRARY}"
+    ${IfNot} ${FileExists} $R3
+      Call CopyOneFile
+    ${EndIf}
+    ${Note} "Version $EarlierVersion is in place as before"
+  ${EndIf}
 FunctionEnd
 
-!macro DeleteKeyIfEmpty KEY
-  DeleteRegKey /ifnosubkeys /ifnovalues HKLM "${KEY}"
+; What NSIS ends by itself, such as a full disk, comes here.
+Function .onInstFailed
+  ${If} $Problem == ""
+    StrCpy $Problem "A file cannot be written."
+    FileClose $R5
+    Call Undo
+  ${EndIf}
+FunctionEnd
+
+!macro Step NAME
+  Call ${NAME}
+  ${If} $Problem != ""
+    Call Undo
+    Abort "$Problem"
+  ${EndIf}
 !macroend
 
-; What the server, not the installer, has left on the machine.
-Function un.Purge
-  DeleteRegKey /ifnosubkeys HKLM "${EVENT_LOG_KEY}\Application\${SERVER_LOGGER}"
-  DeleteRegValue HKLM "${MASKS_KEY}" "${SERVER_LOGGER}"
-  !insertmacro DeleteKeyIfEmpty "${MASKS_KEY}"
-  ReadEnvStr $0 COMPUTERNAME
-  StrCpy $1 "${DRIVERS_KEY}\Network\@$0"
-  DeleteRegValue HKLM $1 "TCP Enabled"
-  DeleteRegValue HKLM $1 "KOVA Server Port"
-  DeleteRegValue HKLM $1 "Network Communication"
-  DeleteRegValue HKLM $1 "Network Bidirectional"
-  !insertmacro DeleteKeyIfEmpty $1
-  !insertmacro DeleteKeyIfEmpty "${DRIVERS_KEY}\Network"
-  !insertmacro DeleteKeyIfEmpty "${DRIVERS_KEY}"
-  !insertmacro DeleteKeyIfEmpty "SOFTWARE\${MAKER}"
-  Delete "C:\Log Files\${SERVER_LOGGER}.txt"
-  RMDir "C:\Log Files"
-  SetShellVarContext all
-  Delete "$APPDATA\Corvane\Drivers\Dump\KOVAServerCrash_????.dmp"
-  RMDir "$APPDATA\Corvane\Drivers\Dump"
-  RMDir "$APPDATA\Corvane\Drivers"
-  RMDir "$APPDATA\Corvane"
-FunctionEnd
-
-Section Uninstall
-  Call un.RemoveMessageLibrary
-  Call un.RemoveEventSources
-  ${GetParameters} $0
-  ClearErrors
-  ${GetOptions} $0 "/PURGE" $1
-  ${IfNot} ${Errors}
-    Call un.Purge
+Section
+  ${If} $Earlier != ""
+    StrCpy $Folder $Earlier
+    Call RefuseIfAnyUsed
+    Call Recover
   ${EndIf}
-  ; The current folder of a process cannot be removed.
-  SetOutPath "$TEMP"
-  !insertmacro RemoveFiles
-  !insertmacro RemoveOwnFolder "$INSTDIR"
-  DeleteRegKey HKLM "${UNINSTALL_KEY}"
+  StrCpy $Folder $INSTDIR
+  Call RefuseIfAnyUsed
+  Call Recover
+  Call RemoveEarlierLocation
+  !insertmacro Step Stage
+  !insertmacro Step Verify
+  !insertmacro Step Keep
+  !insertmacro Step Switch
+  !insertmacro Step PutMessageLibrary
+  Rename "${BEGUN_LIST}" "${OVER_LIST}"
+  Call Recover
+  Call Register
+  Call AddEventSources
+  Call RemoveEarlierLocation
+  ${Note} "Version ${VERSION} is in $INSTDIR"
   !insertmacro AskForRestartIfNeeded
 SectionEnd

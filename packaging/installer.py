@@ -1,4 +1,4 @@
-"""The installer: lists the files for makensis and runs it."""
+"""The setup program and the uninstaller: what they hold, and how NSIS makes them."""
 import os
 import subprocess
 import tempfile
@@ -8,67 +8,55 @@ from bill_of_materials import files_below
 HERE = os.path.dirname(os.path.abspath(__file__))
 
 
-def folders_of(files):
-    """Every folder that holds one of `files`, inner ones first."""
-    folders = set()
-    for name in files:
-        folder = os.path.dirname(name)
-        while folder:
-            folders.add(folder)
-            folder = os.path.dirname(folder)
-    return sorted(folders, key=lambda folder: (-folder.count("/"), folder))
-
-
 def windows_path(path):
     return path.replace("/", "\\")
 
 
-def file_lists(root):
-    """The macros that install and remove the files below `root`, each file and
-    folder by its name: nothing else in the target folder is ever touched."""
-    files = files_below(root)
-    install = ["!macro InstallFiles"]
-    remove = ["!macro RemoveFiles"]
-    current = None
-    for name in files:
-        folder = os.path.dirname(name)
+def staging(files):
+    """The macro that unpacks `files`, by their path in the installation the
+    path of each here."""
+    lines = ["!macro StageFiles"]
+    current = ""
+    for name in sorted(files):
+        folder = windows_path(os.path.dirname(name))
         if folder != current:
-            target = windows_path(os.path.join("$INSTDIR", folder).rstrip("/"))
-            install.append(f'  SetOutPath "{target}"')
+            lines.append(f'  CreateDirectory "${{COMING}}\\{folder}"')
             current = folder
-        install.append(f'  File "{os.path.join(root, name)}"')
-        remove.append(f'  Delete "$INSTDIR\\{windows_path(name)}"')
-    remove += [f'  RMDir "$INSTDIR\\{windows_path(folder)}"'
-               for folder in folders_of(files)]
-    return "\n".join(install + ["!macroend"] + remove + ["!macroend", ""])
+        lines.append(f'  !insertmacro StageFile "{windows_path(name)}" '
+                     f'"{files[name]}"')
+    return "\n".join(lines + ["!macroend", ""])
 
 
-def size_kb(root):
-    sizes = [os.path.getsize(os.path.join(root, name))
-             for name in files_below(root)]
-    return (sum(sizes) + 1023) // 1024
+def size_kb(paths):
+    return (sum(os.path.getsize(path) for path in paths) + 1023) // 1024
 
 
-def set_times(root, epoch):
-    """The installer records when its files were changed."""
-    for name in files_below(root):
-        os.utime(os.path.join(root, name), (epoch, epoch))
+def make_program(source, epoch, **define):
+    """Makes define["OUTPUT"] of `source`."""
+    subprocess.run(
+        ["makensis", "-V2", "-WX", "-INPUTCHARSET", "UTF8"]
+        + [f"-D{name}={value}" for name, value in define.items()]
+        + [os.path.join(HERE, source)],
+        check=True, env={**os.environ, "SOURCE_DATE_EPOCH": str(epoch)})
 
 
 def make_installer(path, root, version, epoch, sign):
-    """Makes `path` of the files below `root`. sign: the command that signs a
-    file named behind it, or None; it signs the uninstaller here."""
-    set_times(root, epoch)
+    """Makes `path` of the files below `root`. sign: signs the files that it is
+    given; it is called for the uninstaller, which setup holds."""
+    files = {name: os.path.join(os.path.abspath(root), name)
+             for name in files_below(root)}
     with tempfile.TemporaryDirectory() as folder:
+        uninstaller = os.path.join(folder, "uninstall.exe")
+        make_program("uninstaller.nsi", epoch, VERSION=version,
+                     OUTPUT=uninstaller)
+        sign(uninstaller)
+        files["uninstall.exe"] = uninstaller
+        # Setup records when its files were changed.
+        for file in files.values():
+            os.utime(file, (epoch, epoch))
         lists = os.path.join(folder, "files.nsh")
         with open(lists, "w", encoding="utf-8") as file:
-            file.write(file_lists(root))
-        define = {"VERSION": version, "SIZE_KB": size_kb(root),
-                  "FILE_LISTS": lists, "OUTPUT": path}
-        if sign:
-            define["SIGN_COMMAND"] = sign
-        subprocess.run(
-            ["makensis", "-V2", "-WX", "-INPUTCHARSET", "UTF8"]
-            + [f"-D{name}={value}" for name, value in define.items()]
-            + [os.path.join(HERE, "installer.nsi")],
-            check=True, env={**os.environ, "SOURCE_DATE_EPOCH": str(epoch)})
+            file.write(staging(files))
+        make_program("installer.nsi", epoch, VERSION=version, OUTPUT=path,
+                     STAGING=lists, SIZE_KB=size_kb(files.values()))
+    sign(path)

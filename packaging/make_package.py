@@ -37,9 +37,12 @@ def arguments():
     return parser.parse_args()
 
 
-def sign(command, *paths):
-    for path in paths if command else ():
-        subprocess.run(shlex.split(command) + [path], check=True)
+def signer(command):
+    """What signs the files that it is given, by `command`, or does nothing."""
+    def sign(*paths):
+        for path in paths if command else ():
+            subprocess.run(shlex.split(command) + [path], check=True)
+    return sign
 
 
 def installer_of(zip_path):
@@ -51,8 +54,9 @@ def main():
     images = {image: os.path.join(told.symbols, "symbols", name)
               for image, name in IMAGES.items()}
     components = linked_components(images, told.build)
-    sign(told.sign, *(os.path.join(told.root, image)
-                      for image in (*IMAGES, MESSAGE_LIBRARY)))
+    sign = signer(told.sign)
+    sign(*(os.path.join(told.root, image)
+           for image in (*IMAGES, MESSAGE_LIBRARY)))
     write_notices(told.root, components, package_version("nsis-common"))
     write_pages(told.root)
     bill = make_bill([told.root, told.symbols], components, told.version,
@@ -65,8 +69,7 @@ def main():
         write_zip(path, root, told.epoch)
         if root == told.root:
             make_installer(installer_of(path), root, told.version, told.epoch,
-                           told.sign)
-            sign(told.sign, installer_of(path))
+                           sign)
 
 
 if __name__ == "__main__":
