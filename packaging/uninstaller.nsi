@@ -115,9 +115,21 @@ Function CleanUp
   System::Call 'kernel32::MoveFileExW(w "$EXEPATH", p 0, i 4)'
 FunctionEnd
 
+; The demonstration's printer would lead to a library that is gone.
+Function RemoveDemo
+  ${If} ${FileExists} "$Folder\bin\kovactl.exe"
+    nsExec::Exec '"$Folder\bin\kovactl.exe" run --remove-demo'
+    Pop $0
+    ${If} $0 != 0
+      ${Note} "The demonstration printer was not removed (code $0)"
+    ${EndIf}
+  ${EndIf}
+FunctionEnd
+
 Section
   Call Recover
   Call RemoveEarlierLocation
+  Call RemoveDemo
   Call RemoveFiles
   ${If} $Problem != ""
     ${Note} "Failed: $Problem"

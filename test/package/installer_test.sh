@@ -8,14 +8,16 @@ here=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 . "$here/script/check_run.sh"
 . "$here/test/package/wine_machine.sh"
 sources='HKLM\System\CurrentControlSet\Services\Eventlog\Application'
+printers='HKLM\System\CurrentControlSet\Control\Print\Printers'
 masks='HKLM\Software\Corvane Tessaly\Drivers\DebugLogMasks'
 
 # Wine quotes an argument with a blank in it, which /D= does not allow.
 install_to() { expect_code 0 "$setup" /S "/D=$1"; }
 
+# run_server FOLDER [OPTION...]
 run_server() {
   wine_quietly "$1\\kovactl.exe" run --seconds 1 \
-    --port "$(random_free_port)" || {
+    --port "$(random_free_port)" "${@:2}" || {
     cat "$scratch/wine.log"
     fail "the server in $1 does not run"
   }
@@ -122,11 +124,14 @@ check_others_are_left() {
 
 check_purge() {
   install_to 'C:\Kova'
-  run_server 'C:\Kova\bin'
+  run_server 'C:\Kova\bin' --demo
+  has_key "$printers\\Demo Printer" || fail "there is no demonstration printer"
   has_key "$sources\\Corvane KOVA Server" || fail "there is nothing to purge"
   mkdir -p "$disk/ProgramData/Corvane/Drivers/Dump"
   echo dump >"$disk/ProgramData/Corvane/Drivers/Dump/KOVAServerCrash_0007.dmp"
   uninstall 'C:\Kova' /PURGE
+  ! has_key "$printers\\Demo Printer" ||
+    fail "the demonstration printer is left"
   registry query "$masks" >"$scratch/masks.txt"
   grep -q "Another logger" "$scratch/masks.txt" ||
     fail "another logger's mask was purged"
