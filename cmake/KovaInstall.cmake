@@ -32,7 +32,7 @@ install(FILES
   ${PROJECT_BINARY_DIR}/cmake/KOVAServerConfig.cmake
   ${PROJECT_BINARY_DIR}/cmake/KOVAServerConfigVersion.cmake
   DESTINATION ${KOVA_CMAKE_PACKAGE} COMPONENT development)
-install(DIRECTORY samples/extension samples/faulty samples/host
+install(DIRECTORY samples/driver samples/extension samples/faulty samples/host
   DESTINATION samples COMPONENT development
   PATTERN "*_test.cpp" EXCLUDE
   PATTERN "loaded_extension.h" EXCLUDE)

@@ -245,7 +245,10 @@ static inline int32_t KOVA_WriteResponse(const KOVA_HttpResponse* response,
 
 #ifdef __cplusplus
 } /* extern "C" */
+#endif
 
+#if defined(__cplusplus) && \
+    (__cplusplus >= 201703L || (defined(_MSVC_LANG) && _MSVC_LANG >= 201703L))
 #include <string>
 #include <string_view>
 

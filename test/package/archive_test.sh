@@ -40,7 +40,8 @@ check_contents() {
     bin/sample-extension/Corvane_V3_NetMon.dll include/kova/server.h \
     include/kova/extension.h include/kova/extension_http.h \
     include/kova/extension_http_parts.h lib/cmake/KOVAServer/KOVAServerConfig.cmake \
-    samples/extension/CMakeLists.txt samples/host/host.cpp README.md \
+    samples/driver/drive_extension.c samples/extension/CMakeLists.txt \
+    samples/host/host.cpp README.md \
     README.html CHANGELOG.md docs/packaging.md docs/packaging.html \
     licences/GPL-3.txt THIRD-PARTY-NOTICES.txt; do
     [ -s "$package/$file" ] || fail "the package lacks $file"

@@ -36,6 +36,7 @@ void AddEverything(CLI::App& app) {
   AddCheckExtensionVerb(app);
   AddDumpsVerb(app);
   AddLogVerb(app);
+  AddNewExtensionVerb(app);
   AddPrintersVerb(app);
   AddProbeVerb(app);
   AddSettingsVerb(app);

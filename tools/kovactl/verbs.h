@@ -15,6 +15,7 @@ void AddStatusVerb(CLI::App& app);
 void AddCheckExtensionVerb(CLI::App& app);
 void AddDumpsVerb(CLI::App& app);
 void AddLogVerb(CLI::App& app);
+void AddNewExtensionVerb(CLI::App& app);
 void AddRunVerb(CLI::App& app);
 
 }  // namespace kova::ctl

@@ -1,0 +1,10 @@
+# Builds for 64-bit Windows with clang and lld, over the libraries of mingw-w64.
+set(CMAKE_SYSTEM_NAME Windows)
+find_program(CLANG NAMES clang-21 clang-20 clang-19 clang REQUIRED)
+string(REGEX REPLACE "clang([-0-9]*)$" "clang++\\1" CLANGXX "${CLANG}")
+set(CMAKE_C_COMPILER ${CLANG})
+set(CMAKE_CXX_COMPILER ${CLANGXX})
+set(CMAKE_C_COMPILER_TARGET x86_64-w64-mingw32)
+set(CMAKE_CXX_COMPILER_TARGET x86_64-w64-mingw32)
+set(CMAKE_EXE_LINKER_FLAGS_INIT -fuse-ld=lld)
+set(CMAKE_SHARED_LINKER_FLAGS_INIT -fuse-ld=lld)
