@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <iterator>
+#include <memory>
+#include <mutex>
 #include <string_view>
 #include <vector>
 
@@ -24,6 +26,7 @@ struct InternetHandleTraits {
 using UniqueInternet = UniqueHandle<InternetHandleTraits>;
 
 constexpr size_t kReadBytes = 65536;
+constexpr DWORD kClosingMs = 100;
 
 double NowMs() {
   LARGE_INTEGER frequency{};
@@ -49,54 +52,82 @@ ExchangeEnd EndOf(DWORD error) {
   }
 }
 
-// One use of SendGet.
+// One use of SendGet. Asynchronous, because the limits of a single call say
+// nothing of all of them together: a server that sends a byte now and then
+// never exceeds one.
 class GetRequest {
  public:
   explicit GetRequest(uint32_t timeoutMs)
-      : m_startMs(NowMs()), m_timeoutMs(timeoutMs) {}
+      : m_startMs(NowMs()),
+        m_timeoutMs(timeoutMs),
+        m_done(::CreateEventW(nullptr, FALSE, FALSE, nullptr)),
+        m_closed(::CreateEventW(nullptr, TRUE, FALSE, nullptr)),
+        m_bytes(kReadBytes) {}
 
   Exchange Send(uint16_t port, const std::wstring& target) {
-    if (Open(port, target) && SendHead() && Receive() && ReadHead() &&
-        ReadBody()) {
-      m_exchange.end = ExchangeEnd::kAnswered;
-      m_exchange.error = ERROR_SUCCESS;
+    Exchange exchange;
+    if (Open(port, target) && SendHead() && Receive() && ReadHead(exchange) &&
+        ReadBody(exchange)) {
+      exchange.end = ExchangeEnd::kAnswered;
     } else {
-      m_exchange.end = EndOf(m_exchange.error);
+      exchange.error = m_error;
+      exchange.end = EndOf(m_error);
     }
-    m_exchange.totalMs = SinceStart();
-    return std::move(m_exchange);
+    exchange.totalMs = SinceStart();
+    const std::lock_guard held(m_mutex);
+    exchange.connectMs = m_connectMs;
+    exchange.firstByteMs = m_firstByteMs;
+    return exchange;
+  }
+
+  // Whether no call back can come any more, so that this may be destroyed.
+  [[nodiscard]] bool Close() {
+    if (!m_request.IsValid()) return true;
+    m_request.Reset();
+    return ::WaitForSingleObject(m_closed.Get(), kClosingMs) == WAIT_OBJECT_0;
   }
 
  private:
   [[nodiscard]] double SinceStart() const { return NowMs() - m_startMs; }
 
+  [[nodiscard]] DWORD LeftMs() const {
+    return static_cast<DWORD>(std::max(m_timeoutMs - SinceStart(), 0.0));
+  }
+
   // For `return Worked(call)`: keeps the error of a call that failed.
   bool Worked(BOOL result) {
-    if (result == FALSE) m_exchange.error = ::GetLastError();
+    if (result == FALSE) m_error = ::GetLastError();
     return result != FALSE;
   }
 
-  // Every call may take what the ones before have left; never 0, which means
-  // without a limit.
-  bool LimitTime(HINTERNET handle) {
-    const double left = m_timeoutMs - SinceStart();
-    if (left < 1) {
-      m_exchange.error = ERROR_WINHTTP_TIMEOUT;
+  // The same for a call that is only begun: waits for its end.
+  bool Completed(BOOL begun) {
+    if (!Worked(begun)) return false;
+    if (::WaitForSingleObject(m_done.Get(), LeftMs()) != WAIT_OBJECT_0) {
+      m_error = ERROR_WINHTTP_TIMEOUT;
       return false;
     }
-    const int limit = static_cast<int>(left);
-    return Worked(::WinHttpSetTimeouts(handle, limit, limit, limit, limit)) &&
-           SetOption(handle, WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT,
-                     static_cast<DWORD>(limit));
+    const std::lock_guard held(m_mutex);
+    m_error = m_result;
+    return m_error == ERROR_SUCCESS;
   }
 
   bool SetOption(HINTERNET handle, DWORD option, DWORD value) {
     return Worked(::WinHttpSetOption(handle, option, &value, sizeof(value)));
   }
 
+  // Lets a call that was given up end by itself some time.
+  bool LimitTime() {
+    const int limit = static_cast<int>(m_timeoutMs);
+    return Worked(::WinHttpSetTimeouts(m_request.Get(), limit, limit, limit,
+                                       limit)) &&
+           SetOption(m_request.Get(), WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT,
+                     m_timeoutMs);
+  }
+
   bool Open(uint16_t port, const std::wstring& target) {
     m_session.Reset(::WinHttpOpen(L"kovactl", WINHTTP_ACCESS_TYPE_NO_PROXY,
-                                  nullptr, nullptr, 0));
+                                  nullptr, nullptr, WINHTTP_FLAG_ASYNC));
     if (!Worked(m_session.IsValid())) return false;
     m_connection.Reset(
         ::WinHttpConnect(m_session.Get(), L"127.0.0.1", port, 0));
@@ -105,9 +136,16 @@ class GetRequest {
                                          target.c_str(), nullptr, nullptr,
                                          nullptr, WINHTTP_FLAG_ESCAPE_DISABLE));
     if (!Worked(m_request.IsValid())) return false;
-    ::WinHttpSetStatusCallback(m_request.Get(), &OnStatus,
-                               WINHTTP_CALLBACK_FLAG_ALL_NOTIFICATIONS, 0);
-    return SetOption(m_request.Get(), WINHTTP_OPTION_CONNECT_RETRIES, 1) &&
+    auto* self = this;
+    return Worked(::WinHttpSetOption(m_request.Get(),
+                                     WINHTTP_OPTION_CONTEXT_VALUE, &self,
+                                     sizeof(self))) &&
+           Worked(::WinHttpSetStatusCallback(
+                      m_request.Get(), &OnStatus,
+                      WINHTTP_CALLBACK_FLAG_ALL_NOTIFICATIONS,
+                      0) != WINHTTP_INVALID_STATUS_CALLBACK) &&
+           LimitTime() &&
+           SetOption(m_request.Get(), WINHTTP_OPTION_CONNECT_RETRIES, 1) &&
            SetOption(m_request.Get(), WINHTTP_OPTION_DISABLE_FEATURE,
                      WINHTTP_DISABLE_COOKIES | WINHTTP_DISABLE_REDIRECTS |
                          WINHTTP_DISABLE_AUTHENTICATION |
@@ -115,26 +153,25 @@ class GetRequest {
   }
 
   bool SendHead() {
-    return LimitTime(m_request.Get()) &&
-           Worked(::WinHttpSendRequest(m_request.Get(), nullptr, 0, nullptr, 0,
-                                       0, reinterpret_cast<DWORD_PTR>(this)));
+    return Completed(::WinHttpSendRequest(m_request.Get(), nullptr, 0, nullptr,
+                                          0, 0,
+                                          reinterpret_cast<DWORD_PTR>(this)));
   }
 
   bool Receive() {
-    if (!LimitTime(m_request.Get()) ||
-        !Worked(::WinHttpReceiveResponse(m_request.Get(), nullptr))) {
+    if (!Completed(::WinHttpReceiveResponse(m_request.Get(), nullptr))) {
       return false;
     }
-    NoteFirstByte();
+    NoteOnce(m_firstByteMs);
     return true;
   }
 
-  bool ReadHead() {
-    DWORD size = sizeof(m_exchange.status);
+  bool ReadHead(Exchange& exchange) {
+    DWORD size = sizeof(exchange.status);
     if (!Worked(::WinHttpQueryHeaders(
             m_request.Get(),
             WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER, nullptr,
-            &m_exchange.status, &size, nullptr))) {
+            &exchange.status, &size, nullptr))) {
       return false;
     }
     size = 0;
@@ -147,27 +184,36 @@ class GetRequest {
       return false;
     }
     headers.resize(size / sizeof(wchar_t));
-    m_exchange.headers = std::move(headers);
+    exchange.headers = std::move(headers);
     return true;
   }
 
-  bool ReadBody() {
-    std::vector<char> bytes(kReadBytes);
-    DWORD count = 0;
-    do {
-      if (!LimitTime(m_request.Get()) ||
-          !Worked(::WinHttpReadData(m_request.Get(), bytes.data(),
-                                    static_cast<DWORD>(bytes.size()),
-                                    &count))) {
-        return false;
+  // Reads what is there and no more: a read that wants more may wait for it
+  // longer than it should.
+  bool ReadBody(Exchange& exchange) {
+    while (true) {
+      DWORD count = 0;
+      if (!Completed(::WinHttpQueryDataAvailable(m_request.Get(), nullptr)) ||
+          (count = TakeCount()) == 0) {
+        break;
       }
-      m_exchange.bodyBytes += count;
-    } while (count > 0);
-    return IsWhole();
+      count = std::min(count, static_cast<DWORD>(m_bytes.size()));
+      if (!Completed(::WinHttpReadData(m_request.Get(), m_bytes.data(), count,
+                                       nullptr))) {
+        break;
+      }
+      exchange.bodyBytes += TakeCount();
+    }
+    return m_error == ERROR_SUCCESS && IsWhole(exchange);
+  }
+
+  DWORD TakeCount() {
+    const std::lock_guard held(m_mutex);
+    return m_count;
   }
 
   // An early end of the connection need not be an error of the last read.
-  bool IsWhole() {
+  bool IsWhole(const Exchange& exchange) {
     DWORD promised = 0;
     DWORD size = sizeof(promised);
     const bool isCut =
@@ -175,34 +221,74 @@ class GetRequest {
             m_request.Get(),
             WINHTTP_QUERY_CONTENT_LENGTH | WINHTTP_QUERY_FLAG_NUMBER, nullptr,
             &promised, &size, nullptr) &&
-        m_exchange.status != HTTP_STATUS_NO_CONTENT &&
-        m_exchange.status != HTTP_STATUS_NOT_MODIFIED &&
-        m_exchange.bodyBytes < promised;
-    if (isCut) m_exchange.error = ERROR_WINHTTP_CONNECTION_ERROR;
+        exchange.status != HTTP_STATUS_NO_CONTENT &&
+        exchange.status != HTTP_STATUS_NOT_MODIFIED &&
+        exchange.bodyBytes < promised;
+    if (isCut) m_error = ERROR_WINHTTP_CONNECTION_ERROR;
     return !isCut;
   }
 
-  void NoteFirstByte() {
-    if (!m_exchange.firstByteMs) m_exchange.firstByteMs = SinceStart();
+  void NoteOnce(std::optional<double>& when) {
+    const std::lock_guard held(m_mutex);
+    if (!when) when = SinceStart();
   }
 
-  // Called on the thread of the call in progress.
-  static void CALLBACK OnStatus(HINTERNET, DWORD_PTR context, DWORD status,
-                                void* information, DWORD) {
-    auto* const self = reinterpret_cast<GetRequest*>(context);
-    if (self == nullptr) return;
-    if (status == WINHTTP_CALLBACK_STATUS_CONNECTED_TO_SERVER) {
-      self->m_exchange.connectMs = self->SinceStart();
-    } else if (status == WINHTTP_CALLBACK_STATUS_RESPONSE_RECEIVED &&
-               information != nullptr &&
-               *static_cast<const DWORD*>(information) > 0) {
-      self->NoteFirstByte();
+  void Complete(DWORD result, DWORD count) {
+    {
+      const std::lock_guard held(m_mutex);
+      m_result = result;
+      m_count = count;
     }
+    ::SetEvent(m_done.Get());
+  }
+
+  void OnEvent(DWORD status, const void* information, DWORD length) {
+    switch (status) {
+      case WINHTTP_CALLBACK_STATUS_CONNECTED_TO_SERVER:
+        return NoteOnce(m_connectMs);
+      case WINHTTP_CALLBACK_STATUS_RESPONSE_RECEIVED:
+        if (information == nullptr ||
+            *static_cast<const DWORD*>(information) == 0) {
+          return;
+        }
+        return NoteOnce(m_firstByteMs);
+      case WINHTTP_CALLBACK_STATUS_SENDREQUEST_COMPLETE:
+      case WINHTTP_CALLBACK_STATUS_HEADERS_AVAILABLE:
+        return Complete(ERROR_SUCCESS, 0);
+      case WINHTTP_CALLBACK_STATUS_DATA_AVAILABLE:
+        return Complete(ERROR_SUCCESS, *static_cast<const DWORD*>(information));
+      case WINHTTP_CALLBACK_STATUS_READ_COMPLETE:
+        return Complete(ERROR_SUCCESS, length);
+      case WINHTTP_CALLBACK_STATUS_REQUEST_ERROR:
+        return Complete(
+            static_cast<const WINHTTP_ASYNC_RESULT*>(information)->dwError, 0);
+      case WINHTTP_CALLBACK_STATUS_HANDLE_CLOSING:
+        ::SetEvent(m_closed.Get());
+        return;
+      default:
+        return;
+    }
+  }
+
+  // Called on any thread, until the closing was told.
+  static void CALLBACK OnStatus(HINTERNET, DWORD_PTR context, DWORD status,
+                                void* information, DWORD length) {
+    auto* const self = reinterpret_cast<GetRequest*>(context);
+    if (self != nullptr) self->OnEvent(status, information, length);
   }
 
   const double m_startMs;
   const uint32_t m_timeoutMs;
-  Exchange m_exchange;
+  const UniqueKernelHandle m_done;    // set at the end of each call
+  const UniqueKernelHandle m_closed;  // the request is gone
+  std::vector<char> m_bytes;
+  DWORD m_error = ERROR_SUCCESS;
+  std::mutex m_mutex;
+  // Under the mutex:
+  DWORD m_result = ERROR_SUCCESS;
+  DWORD m_count = 0;
+  std::optional<double> m_connectMs;
+  std::optional<double> m_firstByteMs;
   UniqueInternet m_session;
   UniqueInternet m_connection;
   UniqueInternet m_request;
@@ -247,7 +333,11 @@ bool StaysAsItIs(char c) {
 
 Exchange SendGet(uint16_t port, const std::wstring& target,
                  uint32_t timeoutMs) {
-  return GetRequest(timeoutMs).Send(port, target);
+  auto request = std::make_unique<GetRequest>(timeoutMs);
+  Exchange exchange = request->Send(port, target);
+  // What may still be called back stays, until the process ends.
+  if (!request->Close()) static_cast<void>(request.release());
+  return exchange;
 }
 
 bool IsServersOwnAnswer(const Exchange& exchange) {

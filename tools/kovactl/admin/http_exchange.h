@@ -41,7 +41,7 @@ struct Exchange {
 
 // Sends GET `target` to 127.0.0.1:`port` on a connection of its own and reads
 // the answer to its end, without proxy, redirection, cookies or a second try.
-// Waits no longer than about `timeoutMs` in all.
+// Takes no longer than about `timeoutMs` in all, however slowly bytes come.
 Exchange SendGet(uint16_t port, const std::wstring& target, uint32_t timeoutMs);
 
 // Whether that is the answer which the server makes by itself, always of status

@@ -90,6 +90,16 @@ TEST(SendGet, WaitsNoLongerThanItMay) {
             L"port 80 gave no whole answer within 2 s");
 }
 
+TEST(SendGet, TakesNoLongerThanItMayHoweverSlowlyBytesCome) {
+  for (const char* const begin :
+       {"H", "HTTP/1.1 200 OK\r\nX: y", "HTTP/1.1 200 OK\r\n\r\nbody",
+        "HTTP/1.1 200 OK\r\nContent-Length: 999999\r\n\r\nbody"}) {
+    const Exchange slow = Ask(begin, AfterAnswer::kTrickle, kShortMs);
+    EXPECT_EQ(slow.end, ExchangeEnd::kTimedOut) << begin;
+    EXPECT_LT(slow.totalMs, kPatienceMs) << begin;
+  }
+}
+
 TEST(SendGet, TellsWhatIsNoHttp) {
   EXPECT_EQ(Ask("220 mail ready\r\n").end, ExchangeEnd::kNoHttp);
   EXPECT_EQ(Ask(std::string("\0\1\2", 3)).end, ExchangeEnd::kNoHttp);

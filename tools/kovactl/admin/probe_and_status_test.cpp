@@ -81,12 +81,34 @@ TEST_F(ProbeTest, FindsNobodyOnAnotherPort) {
   ExpectFailure(result, 10, "nothing listens");
 }
 
-TEST_F(ProbeTest, DistrustsAnAnswerThatCannotBeTheExtensions) {
-  ScriptedPeer peer("HTTP/1.1 200 OK\r\n\r\n", AfterAnswer::kClose);
+TEST_F(ProbeTest, TakesNoAnswerOfAnotherProgram) {
+  for (const char* const answer :
+       {"HTTP/1.1 200 OK\r\n\r\n", "HTTP/1.1 404 Not Found\r\n\r\n"}) {
+    ScriptedPeer peer(answer, AfterAnswer::kClose);
+    const ProgramResult result =
+        RunKovactl(L"probe --json \"Probe Printer\"" + PortOption(peer.Port()));
+    ExpectFailure(result, 10, "does not answer as this server does");
+    const auto json = nlohmann::json::parse(result.output);
+    EXPECT_EQ(json["reach"], "other");
+    EXPECT_EQ(json["answeredBy"], "other");
+  }
+}
+
+TEST_F(ProbeTest, ComparesTheStatusWithTheExpected) {
+  const std::wstring probe = L"probe \"Probe Printer\" --expect ";
+  EXPECT_EQ(RunKovactl(probe + L"200").exitCode, 0u);
+  ExpectFailure(RunKovactl(probe + L"204"), 1, "with status 200 for printer");
+  ExpectFailure(RunKovactl(probe + L"99"), 2, "--expect");
+  // The server's own answer is never what is expected.
+  ExpectFailure(RunKovactl(L"probe nobody --expect 400"), 9, "answered 400");
+}
+
+// The first request, which asks who is there, counts, too.
+TEST_F(ProbeTest, TakesNoLongerThanItMayInAll) {
+  ScriptedPeer peer("HTTP/1.1 200 OK\r\nX: y", AfterAnswer::kTrickle);
   const ProgramResult result =
-      RunKovactl(L"probe nobody" + PortOption(peer.Port()));
-  ExpectFailure(result, 1, "an answer came");
-  EXPECT_THAT(result.output, HasSubstr("\nSomebody answered: status 200"));
+      RunKovactl(L"probe a --timeout 1" + PortOption(peer.Port()));
+  EXPECT_EQ(result.exitCode, 10u);
 }
 
 TEST_F(ProbeTest, RefusesWrongUsage) {

@@ -6,6 +6,7 @@ namespace kova::ctl::test {
 
 ScriptedPeer::ScriptedPeer(std::string answer, AfterAnswer after)
     : m_answer(std::move(answer)), m_after(after) {
+  m_ending.Reset(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
   WSADATA data{};
   ::WSAStartup(MAKEWORD(2, 2), &data);
   m_listener.Reset(::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP));
@@ -42,10 +43,19 @@ void ScriptedPeer::Serve() {
   }
   ::send(m_client.Get(), m_answer.data(), static_cast<int>(m_answer.size()), 0);
   if (m_after == AfterAnswer::kClose) m_client.Reset();
+  if (m_after == AfterAnswer::kTrickle) Trickle();
+}
+
+void ScriptedPeer::Trickle() const {
+  constexpr DWORD kPauseMs = 20;
+  while (::WaitForSingleObject(m_ending.Get(), kPauseMs) == WAIT_TIMEOUT &&
+         ::send(m_client.Get(), &m_answer.back(), 1, 0) == 1) {
+  }
 }
 
 void ScriptedPeer::End() {
   if (!m_thread.joinable()) return;
+  ::SetEvent(m_ending.Get());
   m_listener.Reset();  // ends a wait for a connection
   m_thread.join();
   m_client.Reset();

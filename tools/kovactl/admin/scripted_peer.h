@@ -10,11 +10,12 @@
 
 namespace kova::ctl::test {
 
-enum class AfterAnswer { kClose, kStayOpen };
+// kTrickle: the answer's last byte again and again, without an end.
+enum class AfterAnswer { kClose, kStayOpen, kTrickle };
 
 // From construction to destruction, takes one connection on a free port of
-// 127.0.0.1, reads a request's head, sends `answer`, and closes the connection
-// or keeps it open.
+// 127.0.0.1, reads a request's head, sends `answer`, and closes the connection,
+// keeps it open, or sends on.
 class ScriptedPeer {
  public:
   ScriptedPeer(std::string answer, AfterAnswer after);
@@ -29,6 +30,7 @@ class ScriptedPeer {
 
  private:
   void Serve();
+  void Trickle() const;
   void End();
 
   const std::string m_answer;
@@ -37,6 +39,7 @@ class ScriptedPeer {
   UniqueSocket m_client;
   uint16_t m_port = 0;
   std::string m_request;
+  UniqueKernelHandle m_ending;
   std::thread m_thread;
 };
 

@@ -30,6 +30,10 @@ NLOHMANN_JSON_SERIALIZE_ENUM(Reach, {{Reach::kThisServer, "this-server"},
                                      {Reach::kNothing, "nothing"},
                                      {Reach::kUnknown, "unknown"}})
 
+// Behind "port N", for one that something else has.
+inline constexpr wchar_t kNotThisServer[] =
+    L" does not answer as this server does; see which program has it";
+
 // What an exchange with the server's port says about who is there.
 Reach ReachOf(const Exchange& exchange);
 

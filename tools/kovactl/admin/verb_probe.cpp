@@ -18,15 +18,16 @@ namespace {
 constexpr char kExamples[] =
     "Examples:\n"
     "  kovactl probe \"Demo Printer\"\n"
-    "  kovactl probe --share demo --port 8080 --timeout 5\n\n"
-    "Exit code 0 if the extension answered, 10 if nobody did, 1 or 9 if the\n"
-    "server itself answered 400; kovactl printers says more.";
+    "  kovactl probe --share demo --port 8080 --timeout 5 --expect 200\n\n"
+    "Exit code 0 if the extension answered, 10 if this server did not, 1 or 9\n"
+    "if it answered 400 by itself; kovactl printers says more.";
 
 struct Arguments {
   bool json = false;
   std::string printer;
   std::string share;
   std::optional<uint32_t> port;
+  std::optional<uint32_t> expected;  // the extension's status; empty: any
   uint32_t seconds = 30;
 };
 
@@ -36,7 +37,8 @@ struct Probe {
   std::wstring target;  // of the request
   uint16_t port = 0;
   uint32_t timeoutMs = 0;
-  Exchange exchange;
+  Reach reach = Reach::kUnknown;  // who has the port
+  Exchange exchange;              // the request, or else how that was found
   bool isServersOwn = false;
   Diagnosis diagnosis;  // as the verb "printers" gives it
 };
@@ -62,6 +64,12 @@ Diagnosis DiagnosePrinter(const Arguments& arguments) {
   return Diagnose(LookAtPrinter(printer));
 }
 
+// What the first exchange has left of the time.
+uint32_t LeftMs(const Probe& probe) {
+  const double left = probe.timeoutMs - probe.exchange.totalMs;
+  return left < 1 ? 1 : static_cast<uint32_t>(left);
+}
+
 Probe Ask(const Arguments& arguments, uint16_t port) {
   Probe probe;
   const bool byShare = !arguments.share.empty();
@@ -74,7 +82,12 @@ Probe Ask(const Arguments& arguments, uint16_t port) {
   probe.timeoutMs = arguments.seconds * 1000;
   {
     const WaitNotice notice(L"waiting for port " + std::to_wstring(port));
-    probe.exchange = SendGet(port, probe.target, probe.timeoutMs);
+    // Another program may have the port, and an answer for any name.
+    probe.exchange = SendGet(port, L"/", probe.timeoutMs);
+    probe.reach = ReachOf(probe.exchange);
+    if (probe.reach == Reach::kThisServer) {
+      probe.exchange = SendGet(port, probe.target, LeftMs(probe));
+    }
   }
   probe.isServersOwn = IsServersOwnAnswer(probe.exchange);
   probe.diagnosis = DiagnosePrinter(arguments);
@@ -83,6 +96,11 @@ Probe Ask(const Arguments& arguments, uint16_t port) {
 
 bool IsAnswered(const Probe& probe) {
   return probe.exchange.end == ExchangeEnd::kAnswered;
+}
+
+bool IsExtensions(const Probe& probe) {
+  return IsAnswered(probe) && probe.reach == Reach::kThisServer &&
+         !probe.isServersOwn;
 }
 
 // "3.2 ms".
@@ -103,20 +121,20 @@ std::wstring TimesText(const Exchange& exchange) {
   return text + L"all after " + MsText(exchange.totalMs);
 }
 
-// Only an extension that can be reached, as far as is seen, can have answered.
 const wchar_t* AnswererText(const Probe& probe) {
-  if (probe.isServersOwn) return L"The server itself";
-  return probe.diagnosis.HasFault() ? L"Somebody" : L"The extension";
+  if (probe.reach != Reach::kThisServer) return L"Another program";
+  return probe.isServersOwn ? L"The server itself" : L"The extension";
 }
 
 const char* AnswererWord(const Probe& probe) {
-  if (probe.isServersOwn) return "server";
-  return probe.diagnosis.HasFault() ? "somebody" : "extension";
+  if (probe.reach != Reach::kThisServer) return "other";
+  return probe.isServersOwn ? "server" : "extension";
 }
 
 std::wstring ProbeText(const Probe& probe) {
-  std::wstring text = L"GET http://127.0.0.1:" + std::to_wstring(probe.port) +
-                      probe.target + L"\n";
+  std::wstring text =
+      L"GET http://127.0.0.1:" + std::to_wstring(probe.port) +
+      (probe.reach == Reach::kThisServer ? probe.target : L"/") + L"\n";
   if (IsAnswered(probe)) {
     text += AnswererText(probe) + std::wstring(L" answered: status ") +
             std::to_wstring(probe.exchange.status) + L", " +
@@ -124,6 +142,11 @@ std::wstring ProbeText(const Probe& probe) {
             L" of body.\n";
   }
   text += Wrapped(L"Times: " + TimesText(probe.exchange) + L".", 0);
+  if (IsExtensions(probe) && probe.diagnosis.HasFault()) {
+    text += Wrapped(L"Note: what the host has loaded answers, though now " +
+                        probe.diagnosis.fault + L".",
+                    0);
+  }
   return text;
 }
 
@@ -137,6 +160,7 @@ Json ProbeJson(const Probe& probe) {
   return {
       {"port", probe.port},
       {"target", ToUtf8(probe.target)},
+      {"reach", probe.reach},
       {"end", exchange.end},
       {"answeredBy", answered ? Json(AnswererWord(probe)) : Json(nullptr)},
       {"status", answered ? Json(exchange.status) : Json(nullptr)},
@@ -149,20 +173,28 @@ Json ProbeJson(const Probe& probe) {
   };
 }
 
-std::optional<Failure> Judge(const Probe& probe) {
+std::optional<Failure> JudgeExtension(const Probe& probe,
+                                      std::optional<uint32_t> expected) {
+  const uint32_t status = probe.exchange.status;
+  if (!expected || *expected == status) return std::nullopt;
+  return Failure{ExitCode::kInternalError,
+                 L"the extension answered with status " +
+                     std::to_wstring(status) + L" for " + probe.asked +
+                     L", not with " + std::to_wstring(*expected)};
+}
+
+std::optional<Failure> Judge(const Probe& probe,
+                             std::optional<uint32_t> expected) {
+  if (probe.reach == Reach::kOther) {
+    return Failure{ExitCode::kNoAnswer,
+                   L"port " + std::to_wstring(probe.port) + kNotThisServer};
+  }
   if (!IsAnswered(probe)) {
     return Failure{ExitCode::kNoAnswer,
                    EndText(probe.exchange, probe.port, probe.timeoutMs) +
                        L"; kovactl status says more"};
   }
-  if (!probe.isServersOwn) {
-    if (!probe.diagnosis.HasFault()) return std::nullopt;
-    return Failure{ExitCode::kInternalError,
-                   L"an answer came for " + probe.asked + L", though " +
-                       probe.diagnosis.fault +
-                       L"; kovactl status says whether another program has "
-                       L"the port"};
-  }
+  if (!probe.isServersOwn) return JudgeExtension(probe, expected);
   const std::wstring start =
       L"the server answered 400 for " + probe.asked + L": ";
   if (!probe.diagnosis.HasFault()) {
@@ -192,7 +224,7 @@ void Run(const Arguments& arguments) {
   } else {
     ShowText(ProbeText(probe));
   }
-  EndVerb(Judge(probe));
+  EndVerb(Judge(probe, arguments.expected));
 }
 
 }  // namespace
@@ -208,6 +240,10 @@ void AddProbeVerb(CLI::App& app) {
                    "Name the printer by its share instead")
       ->type_name("NAME")
       ->excludes(printer);
+  verb->add_option("--expect", arguments->expected,
+                   "Fail unless the extension answers with this status")
+      ->type_name("STATUS")
+      ->check(Limits(100, 599));
   AddPortOption(*verb, arguments->port);
   AddTimeoutOption(*verb, arguments->seconds);
   AddJsonFlag(*verb, arguments->json);

@@ -216,8 +216,7 @@ std::optional<Failure> StatusFailure(const StatusFacts& facts) {
       break;
     case Reach::kOther:
     case Reach::kSilent:
-      text = L"port " + std::to_wstring(facts.port) +
-             L" does not answer as this server does; see which program has it";
+      text = L"port " + std::to_wstring(facts.port) + kNotThisServer;
       break;
     case Reach::kUnknown:
       text = L"the server's port is not known; name it with --port";
