@@ -8,6 +8,7 @@
 #include "crash/dump.h"
 #include "log/log_line.h"
 #include "log/server_logger.h"
+#include "text/text_append.h"
 
 namespace {
 
@@ -133,7 +134,9 @@ void RecordContained(Recording& recording) {
 }  // namespace
 
 std::wstring CrashUtility::DumpMutexName(uint32_t processId) {
-  return L"Corvane_MiniDump_Mutex_" + std::to_wstring(processId);
+  std::wstring name = L"Corvane_MiniDump_Mutex_";
+  kova::AppendDecimal(name, uint64_t{processId});
+  return name;
 }
 
 void CrashUtility::CreateDumpMutex() {

@@ -1,7 +1,8 @@
 #include "crash/dump.h"
 
 #include <algorithm>
-#include <filesystem>
+#include <string_view>
+#include <utility>
 
 #include "base/handles.h"
 #include "text/text_append.h"
@@ -25,14 +26,43 @@ bool IsExistingFolder(const std::wstring& path) {
          (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
 
+// Paths by hand: the standard library's draw its locales into the image, half a
+// megabyte.
+constexpr std::wstring_view kSeparators = L"/\\";
+
+std::wstring Below(std::wstring folder, std::wstring_view name) {
+  const bool isDrive = folder.size() == 2 && folder.back() == L':';
+  const bool isOpen = folder.empty() || isDrive ||
+                      kSeparators.find(folder.back()) != kSeparators.npos;
+  if (!isOpen) folder += L'\\';
+  return folder.append(name);
+}
+
+// Empty when none is left.
+std::wstring_view TakeLevel(std::wstring_view& path) {
+  path.remove_prefix(
+      std::min(path.find_first_not_of(kSeparators), path.size()));
+  const std::wstring_view level =
+      path.substr(0, path.find_first_of(kSeparators));
+  path.remove_prefix(level.size());
+  return level;
+}
+
+// "\x", "\\machine\share", "C:", "C:x".
+bool HasRoot(std::wstring_view path) {
+  return path.find_first_of(kSeparators) == 0 ||
+         (path.size() > 1 && path[1] == L':');
+}
+
 // Whether the path, put behind any folder, ends and passes nowhere above it.
-bool StaysBelow(const std::filesystem::path& relative) {
-  if (relative.has_root_path()) return false;
+bool StaysBelow(std::wstring_view relative) {
+  if (HasRoot(relative)) return false;
   int depth = 0;
-  for (const std::filesystem::path& element : relative) {
-    if (element == L"..") {
+  for (std::wstring_view level = TakeLevel(relative); !level.empty();
+       level = TakeLevel(relative)) {
+    if (level == L"..") {
       if (--depth < 0) return false;
-    } else if (element != L".") {
+    } else if (level != L".") {
       ++depth;
     }
   }
@@ -61,12 +91,13 @@ std::wstring GetTempFolder() {
 
 bool CreateSubdirectories(const std::wstring& baseFolder,
                           const std::wstring& relativePath) {
-  const std::filesystem::path relative = relativePath;
-  if (!IsExistingFolder(baseFolder) || !StaysBelow(relative)) return false;
-  std::filesystem::path path = baseFolder;
-  for (const std::filesystem::path& element : relative) {
-    path /= element;
-    if (IsExistingFolder(path.native())) continue;
+  if (!IsExistingFolder(baseFolder) || !StaysBelow(relativePath)) return false;
+  std::wstring path = baseFolder;
+  std::wstring_view rest = relativePath;
+  for (std::wstring_view level = TakeLevel(rest); !level.empty();
+       level = TakeLevel(rest)) {
+    path = Below(std::move(path), level);
+    if (IsExistingFolder(path)) continue;
     if (!::CreateDirectoryW(path.c_str(), nullptr)) return false;
   }
   return true;
@@ -88,11 +119,11 @@ bool Exists(const std::wstring& path) {
   return ::GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
-std::filesystem::path MakeDumpFolder() {
+std::wstring MakeDumpFolder() {
   std::wstring base = GetCommonAppDataFolder();
   if (base.empty()) base = GetTempFolder();
   (void)CreateSubdirectories(base, kDumpFolder);
-  return std::filesystem::path(base) / kDumpFolder;
+  return Below(std::move(base), kDumpFolder);
 }
 
 }  // namespace
@@ -120,18 +151,19 @@ std::wstring DescribeCrash(const EXCEPTION_POINTERS* pointers) {
 }
 
 std::wstring DumpFileName(int number) {
-  const std::wstring digits = std::to_wstring(number);
+  std::wstring digits;
+  AppendDecimal(digits, int64_t{number});
   const size_t zeros = kNumberDigits - std::min(kNumberDigits, digits.size());
   return L"KOVAServerCrash_" + std::wstring(zeros, L'0') + digits + L".dmp";
 }
 
 std::wstring ChooseDumpFile() {
-  const std::filesystem::path folder = MakeDumpFolder();
+  const std::wstring folder = MakeDumpFolder();
   std::wstring path;
   // Deliberate: gaps are filled, and where every number is taken the last dump
   // is overwritten.
   for (int number = 0; number < kDumpFileCount; ++number) {
-    path = (folder / DumpFileName(number)).native();
+    path = Below(folder, DumpFileName(number));
     if (!Exists(path)) break;
   }
   return path;

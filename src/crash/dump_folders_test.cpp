@@ -3,6 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cwchar>
+#include <filesystem>
+#include <string>
+#include <vector>
+
 #include "base/windows_api.h"
 #include "test/support/import_patch.h"
 
@@ -165,6 +171,61 @@ TEST_F(CreateSubdirectoriesTest, StopsWhereALevelCannotBeMade) {
   MakeFile(m_base + L"\\a");
   EXPECT_FALSE(CreateSubdirectories(m_base, L"a/b"));
   EXPECT_FALSE(IsFolder(m_base + L"\\a"));
+}
+
+std::vector<std::wstring> g_made;
+
+BOOL WINAPI MadeFoldersAreThere(LPCWSTR path, GET_FILEEX_INFO_LEVELS,
+                                LPVOID data) {
+  const bool isBase = std::wcscmp(path, L"C:\\base") == 0;
+  const auto made = std::find(g_made.begin(), g_made.end(), path);
+  static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data)->dwFileAttributes =
+      FILE_ATTRIBUTE_DIRECTORY;
+  return isBase || made != g_made.end();
+}
+
+BOOL WINAPI Make(LPCWSTR path, LPSECURITY_ATTRIBUTES) {
+  g_made.emplace_back(path);
+  return TRUE;
+}
+
+// What the standard library's way of walking a path makes of it.
+bool MakesAsTheStandardDoes(const std::filesystem::path& relative,
+                            std::vector<std::wstring>& made) {
+  if (relative.has_root_path()) return false;
+  int depth = 0;
+  for (const auto& level : relative) {
+    if (level != L"." && !level.empty()) depth += level == L".." ? -1 : 1;
+    if (depth < 0) return false;
+  }
+  std::filesystem::path path = L"C:\\base";
+  for (const auto& level : relative) {
+    if (level.empty()) continue;
+    path /= level;
+    if (std::find(made.begin(), made.end(), path.native()) == made.end()) {
+      made.push_back(path.native());
+    }
+  }
+  return true;
+}
+
+TEST(EveryRelativePathTest, IsWalkedAsTheStandardLibraryDoes) {
+  const ImportPatch<decltype(GetFileAttributesExW)> there(
+      nullptr, "GetFileAttributesExW", &MadeFoldersAreThere);
+  const ImportPatch<decltype(CreateDirectoryW)> make(nullptr,
+                                                     "CreateDirectoryW", &Make);
+  constexpr wchar_t kUnits[] = {L'a', L'.', L'/', L'\\', L':'};
+  std::vector<std::wstring> paths = {L""};
+  for (size_t i = 0; i < paths.size(); ++i) {
+    g_made.clear();
+    std::vector<std::wstring> expected;
+    const bool canBeMade = MakesAsTheStandardDoes(paths[i], expected);
+    EXPECT_EQ(CreateSubdirectories(L"C:\\base", paths[i]), canBeMade)
+        << paths[i];
+    EXPECT_EQ(g_made, expected) << paths[i];
+    if (paths[i].size() == 6) continue;
+    for (const wchar_t unit : kUnits) paths.push_back(paths[i] + unit);
+  }
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 #include "text/date_text.h"
 
+#include <algorithm>
 #include <chrono>
-#include <cstdio>
 #include <cwchar>
 #include <iterator>
 
@@ -16,14 +16,25 @@ constexpr char kDayNames[][4] = {"Sun", "Mon", "Tue", "Wed",
 constexpr char kMonthNames[][4] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                    "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
-template <size_t size>
-std::wstring Widened(const char (&name)[size]) {
-  return std::wstring(name, name + size - 1);
+// Texts of fixed form are written into an example of themselves.
+template <typename Unit>
+void PutName(Unit* first, const char (&name)[4]) {
+  std::copy_n(name, 3, first);
 }
 
-std::wstring Padded(int number, wchar_t padding) {
-  const std::wstring digits = std::to_wstring(number);
-  return digits.size() < 2 ? padding + digits : digits;
+// In `width` places, with zeros in front; what does not fit is left out.
+template <typename Unit>
+void PutNumber(Unit* first, int width, int number) {
+  for (Unit* place = first + width; place != first; number /= 10) {
+    *--place = static_cast<Unit>('0' + number % 10);
+  }
+}
+
+template <typename Unit>
+void PutClock(Unit* first, int hours, int minutes, int seconds) {
+  PutNumber(first, 2, hours);
+  PutNumber(first + 3, 2, minutes);
+  PutNumber(first + 6, 2, seconds);
 }
 
 std::wstring NameByRuntime(const std::tm& time) {
@@ -53,23 +64,26 @@ OString HttpDate(std::time_t time) {
   const sys_days today = floor<days>(now);
   const year_month_day date(today);
   const hh_mm_ss clock(now - today);
-  char text[128];
-  std::snprintf(
-      text, sizeof(text), "%s, %02u %s %04d %02d:%02d:%02d GMT",
-      kDayNames[weekday(today).c_encoding()], static_cast<unsigned>(date.day()),
-      kMonthNames[static_cast<unsigned>(date.month()) - 1],
-      static_cast<int>(date.year()), static_cast<int>(clock.hours().count()),
-      static_cast<int>(clock.minutes().count()),
-      static_cast<int>(clock.seconds().count()));
+  char text[] = "Sun, 06 Nov 1994 08:49:37 GMT";
+  PutName(text, kDayNames[weekday(today).c_encoding()]);
+  PutNumber(text + 5, 2, static_cast<int>(unsigned{date.day()}));
+  PutName(text + 8, kMonthNames[unsigned{date.month()} - 1]);
+  PutNumber(text + 12, 4, int{date.year()});
+  PutClock(text + 17, static_cast<int>(clock.hours().count()),
+           static_cast<int>(clock.minutes().count()),
+           static_cast<int>(clock.seconds().count()));
   return OString(text);
 }
 
 std::wstring StandardTimeText(const std::tm& time) {
-  return Widened(kDayNames[time.tm_wday]) + L" " +
-         Widened(kMonthNames[time.tm_mon]) + L" " + Padded(time.tm_mday, L' ') +
-         L" " + Padded(time.tm_hour, L'0') + L":" + Padded(time.tm_min, L'0') +
-         L":" + Padded(time.tm_sec, L'0') + L" " +
-         std::to_wstring(time.tm_year + 1900);
+  wchar_t text[] = L"Fri Nov 20 23:52:14 2026";
+  PutName(text, kDayNames[time.tm_wday]);
+  PutName(text + 4, kMonthNames[time.tm_mon]);
+  PutNumber(text + 8, 2, time.tm_mday);
+  if (text[8] == L'0') text[8] = L' ';
+  PutClock(text + 11, time.tm_hour, time.tm_min, time.tm_sec);
+  PutNumber(text + 20, 4, time.tm_year + 1900);
+  return text;
 }
 
 std::wstring LocalTimeText(int64_t seconds) {
