@@ -87,6 +87,10 @@ function(kova_room name)
   cmake_parse_arguments(ARG "" "" "SOURCES;ROOMS;LIBRARIES" ${ARGN})
   add_library(kova_${name} STATIC ${ARG_SOURCES})
   kova_compile_options(kova_${name})
+  if(WIN32)
+    # An image takes the functions that it uses, not whole files.
+    target_compile_options(kova_${name} PRIVATE -ffunction-sections)
+  endif()
   list(TRANSFORM ARG_ROOMS PREPEND kova_)
   if(NOT WIN32)
     set(ARG_LIBRARIES kova_windows_stand_in)
@@ -215,6 +219,17 @@ function(kova_image_symbols target)
       -Wl,--pdb=symbols/${target}.pdb
       -Wl,-Xlink=/pdbaltpath:${target}.pdb)
   endif()
+endfunction()
+
+# An image that is shipped: without what it does not use, and without the debug
+# sections of the runtime's own objects, which no debugger needs for our code;
+# its symbols are in a file of their own. The linker's map says what is inside,
+# which script/check-images reads.
+function(kova_shipped_image target)
+  kova_image_symbols(${target})
+  target_link_libraries(${target} PRIVATE kova_terminate)
+  target_link_options(${target} PRIVATE
+    -Wl,--gc-sections -Wl,--strip-all -Wl,-Map=symbols/${target}.map)
 endfunction()
 
 # kova_version_resource(<target> TYPE VFT_APP|VFT_DLL FILE <name>
