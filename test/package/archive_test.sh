@@ -73,7 +73,7 @@ check_images() {
 check_signing() {
   printf '#!/bin/sh\necho "${2##*/}" >>"$1"\n' >"$scratch/sign"
   chmod +x "$scratch/sign"
-  KOVA_SIGN="$scratch/sign $scratch/signed.txt" "$here/script/package" \
+  KOVA_SIGN="$scratch/sign $scratch/signed.txt" "$here/script/package" --product \
     >"$scratch/sign.log" 2>&1 || { cat "$scratch/sign.log"; return 1; }
   sed -n '5!p' "$scratch/signed.txt" | sed 's/[0-9]*\.[0-9]*\.[0-9]*/VERSION/' |
     diff - <(printf '%s\n' KOVAServer.dll kovactl.exe Corvane_V3_NetMon.dll \
@@ -96,7 +96,7 @@ run_tool() {
 need_wine
 need_package_tools
 check_signing
-"$here/script/package"
+"$here/script/package" --product
 wine_environment
 make_wine_prefix
 (cd "$KOVA_PACKAGE_FOLDER" && sha256sum --check --quiet SHA256SUMS)

@@ -145,7 +145,7 @@ check_purge() {
 
 need_wine
 need_package_tools
-"$here/script/package" >"$scratch/package.log" 2>&1 ||
+"$here/script/package" --product >"$scratch/package.log" 2>&1 ||
   { cat "$scratch/package.log"; fail "packing failed"; }
 wine_environment
 make_wine_prefix

@@ -19,7 +19,8 @@ export KOVA_COMMIT=0123456789abcdef0123456789abcdef01234567
 pack() {
   local root=$1
   shift
-  env "$@" KOVA_PACKAGE_FOLDER="$elsewhere/of$root" "$root/script/package" >"$elsewhere/log" 2>&1 ||
+  env "$@" KOVA_PACKAGE_FOLDER="$elsewhere/of$root" "$root/script/package" \
+    --product >"$elsewhere/log" 2>&1 ||
     { cat "$elsewhere/log"; fail "packing in $root failed"; }
 }
 

@@ -6,6 +6,9 @@ namespace kova::test {
 namespace {
 
 wchar_t g_driverName[] = L"KOVA Demo Driver";
+// Where that one's file, which Wine brings, is missing: what Windows brings.
+wchar_t g_textDriver[] = L"Generic / Text Only";
+wchar_t g_documentDriver[] = L"Microsoft Print To PDF";
 wchar_t g_driverFile[] = L"C:\\windows\\system32\\wineps.drv";
 wchar_t g_environment[] = L"Windows x64";
 wchar_t g_port[] = L"LPT1:";
@@ -13,7 +16,8 @@ wchar_t g_processor[] = L"winprint";
 wchar_t g_dataType[] = L"RAW";
 wchar_t g_package[] = L"DriverPackage";
 
-bool AddDriver() {
+// Where it cannot be added, no printer can be that needs it.
+void AddDriver() {
   DRIVER_INFO_3W driver = {};
   driver.cVersion = 3;
   driver.pName = g_driverName;
@@ -21,8 +25,7 @@ bool AddDriver() {
   driver.pDriverPath = g_driverFile;
   driver.pDataFile = g_driverFile;
   driver.pConfigFile = g_driverFile;
-  return ::AddPrinterDriverW(nullptr, 3, reinterpret_cast<BYTE*>(&driver)) ||
-         ::GetLastError() == ERROR_PRINTER_DRIVER_ALREADY_INSTALLED;
+  ::AddPrinterDriverW(nullptr, 3, reinterpret_cast<BYTE*>(&driver));
 }
 
 void RemovePrinter(const std::wstring& name) {
@@ -42,11 +45,10 @@ void RemovePrinter(const std::wstring& name) {
 DemoPrinter::DemoPrinter(std::wstring name, const wchar_t* shareName)
     : m_name(std::move(name)) {
   RemovePrinter(m_name);
-  if (!AddDriver()) return;
+  AddDriver();
   std::wstring share = shareName == nullptr ? L"" : shareName;
   PRINTER_INFO_2W printer = {};
   printer.pPrinterName = const_cast<wchar_t*>(m_name.c_str());
-  printer.pDriverName = g_driverName;
   printer.pPortName = g_port;
   printer.pPrintProcessor = g_processor;
   printer.pDatatype = g_dataType;
@@ -54,7 +56,11 @@ DemoPrinter::DemoPrinter(std::wstring name, const wchar_t* shareName)
     printer.pShareName = share.data();
     printer.Attributes = PRINTER_ATTRIBUTE_SHARED;
   }
-  m_printer = ::AddPrinterW(nullptr, 2, reinterpret_cast<BYTE*>(&printer));
+  for (wchar_t* const driver : {g_driverName, g_textDriver, g_documentDriver}) {
+    printer.pDriverName = driver;
+    m_printer = ::AddPrinterW(nullptr, 2, reinterpret_cast<BYTE*>(&printer));
+    if (m_printer != nullptr) return;
+  }
 }
 
 DemoPrinter::~DemoPrinter() {

@@ -142,7 +142,8 @@ TEST_F(KovactlTest, RefusesALibraryThatIsNoServer) {
   const ProgramResult other =
       RunKovactl(L"run --dll ..\\bin\\sample-extension\\Corvane_V3_NetMon.dll");
   ExpectFailure(other, 4, "does not export StartKOVAServer");
-  const ProgramResult noLibrary = RunKovactl(L"run --dll ..\\build.ninja");
+  const ProgramResult noLibrary =
+      RunKovactl(L"run --dll ..\\bin\\KOVAServer.lib");
   ExpectFailure(noLibrary, 4, "cannot load ");
 }
 

@@ -82,7 +82,8 @@ TEST(VerbCheckTest, RefusesWhatCannotBeChecked) {
   ExpectRefusal(L"check-extension nowhere\\x.dll", 3, "there is no library ");
   ExpectRefusal(L"check-extension /nowhere/x.dll", 3, "nowhere\\x.dll; name");
   ExpectRefusal(L"check-extension .", 3, "Corvane_V3_NetMon.dll; name the");
-  ExpectRefusal(L"check-extension ..\\build.ninja", 4, "is not a library");
+  ExpectRefusal(L"check-extension ..\\bin\\KOVAServer.lib", 4,
+                "is not a library");
   ExpectRefusal(L"check-extension", 2, "path");
   ExpectRefusal(kSound + std::wstring(L"--threads 1"), 2, "--threads");
   ExpectRefusal(kSound + std::wstring(L"--threads 65"), 2, "--threads");
