@@ -10,15 +10,22 @@
 #include "admin/server_status.h"
 #include "common/program_run.h"
 #include "test/support/demo_printer.h"
+#include "test/support/import_patch.h"
 #include "test/support/server_fixture.h"
+#include "test/support/test_client.h"
 #include "test/support/test_extension.h"
+// After the rest of Windows.
+#include <iphlpapi.h>
 
 namespace {
 
 using ::kova::ctl::Exchange;
 using ::kova::ctl::ExchangeEnd;
+using ::kova::ctl::Listener;
+using ::kova::ctl::LookAtServer;
 using ::kova::ctl::Reach;
 using ::kova::ctl::ReachOf;
+using ::kova::ctl::StatusFacts;
 using ::kova::ctl::test::AfterAnswer;
 using ::kova::ctl::test::ExpectFailure;
 using ::kova::ctl::test::ProgramResult;
@@ -26,13 +33,18 @@ using ::kova::ctl::test::RunKovactl;
 using ::kova::ctl::test::ScriptedPeer;
 using ::kova::test::DemoPrinter;
 using ::kova::test::ExtensionFolder;
+using ::kova::test::ImportPatch;
 using ::kova::test::ServerFixture;
+using ::kova::test::TestClient;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
 std::wstring PortOption(uint16_t port) {
   return L" --port " + std::to_wstring(port);
 }
+
+uint16_t g_ownPort = 0;
 
 class ProbeTest : public ::testing::Test {
  protected:
@@ -118,7 +130,59 @@ TEST_F(ProbeTest, RefusesWrongUsage) {
   ExpectFailure(RunKovactl(L"probe a --port 0"), 2, "--port");
 }
 
+// Wine knows no owner of a socket that listens; Windows does.
+const auto kTable = reinterpret_cast<decltype(&::GetExtendedTcpTable)>(
+    ::kova::test::ReadImportSlot(
+        ::kova::test::FindImportSlot(nullptr, "GetExtendedTcpTable")));
+DWORD WINAPI OwnedTable(void* buffer, DWORD* size, BOOL order, ULONG family,
+                        TCP_TABLE_CLASS kind, ULONG reserved) {
+  const DWORD result = kTable(buffer, size, order, family, kind, reserved);
+  if (result != NO_ERROR) return result;
+  auto* const table = static_cast<MIB_TCPTABLE_OWNER_PID*>(buffer);
+  for (DWORD i = 0; i < table->dwNumEntries; ++i) {
+    if (table->table[i].dwLocalPort != ::htons(g_ownPort)) continue;
+    table->table[i].dwOwningPid = ::GetCurrentProcessId();
+  }
+  return result;
+}
+
+// A change that the host has not read yet looks like a dead host otherwise.
+TEST_F(ProbeTest, FindTheHostsPortWhateverTheSettingsSay) {
+  const ImportPatch<decltype(::GetExtendedTcpTable)> patch(
+      nullptr, "GetExtendedTcpTable", &OwnedTable);
+  g_ownPort = m_server.Port();
+  for (const uint32_t port : {0U, uint32_t{kova::test::FreePort()}}) {
+    m_server.Settings().SetPort(port);
+    StatusFacts facts;
+    EXPECT_FALSE(LookAtServer({}, 10000, facts).has_value());
+    EXPECT_EQ(facts.answer.port, m_server.Port());
+    EXPECT_EQ(facts.answer.reach, Reach::kThisServer);
+    EXPECT_EQ(facts.unread.size(), port == 0 ? 0u : 1u);
+    ASSERT_EQ(facts.search.hosts.size(), 1u);
+    EXPECT_EQ(facts.search.hosts[0].listeners,
+              (std::vector<Listener>{{m_server.Port(), false}}));
+  }
+}
+
+TEST_F(ProbeTest, ShowTheHost) {
+  const TestClient client(m_server.Port());
+  const auto json = nlohmann::json::parse(RunKovactl(L"status --json").output);
+  ASSERT_EQ(json["hosts"].size(), 1u);
+  const auto& host = json["hosts"][0];
+  EXPECT_EQ(host["processId"], ::GetCurrentProcessId());
+  EXPECT_THAT(host["program"].get<std::string>(),
+              EndsWith("\\kovactl_probe_tests.exe"));
+  EXPECT_THAT(host["library"].get<std::string>(), EndsWith("\\KOVAServer.dll"));
+  EXPECT_THAT(host["version"].get<std::string>(), StartsWith("1."));
+  EXPECT_NE(host["user"], "");
+  EXPECT_THAT(host["started"].get<std::string>(), EndsWith("Z"));
+  EXPECT_GE(host["threads"], 2);
+  EXPECT_GT(host["privateBytes"], 100000);
+  EXPECT_GE(json["connections"]["established"], 1);
+}
+
 TEST_F(ProbeTest, CannotKnowAPortThatWindowsPicks) {
+  m_server.Stop();
   m_server.Settings().SetPort(0);
   ExpectFailure(RunKovactl(L"probe a"), 10, "--port");
   ExpectFailure(RunKovactl(L"status"), 10, "--port");

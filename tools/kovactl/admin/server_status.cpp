@@ -70,12 +70,37 @@ std::optional<Failure> LookForDumps(StatusFacts& facts) {
   return std::nullopt;
 }
 
-void AskPort(StatusFacts& facts) {
-  if (facts.port == 0) return;
-  const WaitNotice notice(L"waiting for port " + std::to_wstring(facts.port));
-  // Without a printer or a share, the server answers by itself.
-  facts.exchange = SendGet(facts.port, L"/", facts.timeoutMs);
-  facts.reach = ReachOf(facts.exchange);
+// Asks each port until one answers as this server; else the first counts.
+PortAnswer AskPorts(const std::vector<uint16_t>& ports, uint32_t timeoutMs) {
+  PortAnswer found;
+  double spentMs = 0;
+  for (size_t i = 0; i < ports.size(); ++i) {
+    const WaitNotice notice(L"waiting for port " + std::to_wstring(ports[i]));
+    const double share = std::max(
+        (timeoutMs - spentMs) / static_cast<double>(ports.size() - i), 1.0);
+    // Without a printer or a share, the server answers by itself.
+    PortAnswer answer{ports[i], Reach::kUnknown, {}, 0};
+    answer.exchange = SendGet(ports[i], L"/", static_cast<uint32_t>(share));
+    answer.reach = ReachOf(answer.exchange);
+    spentMs += answer.exchange.totalMs;
+    const bool isServer = answer.reach == Reach::kThisServer;
+    if (i == 0 || isServer) found = std::move(answer);
+    if (isServer) break;
+  }
+  found.totalMs = spentMs;
+  return found;
+}
+
+void LookAtListener(StatusFacts& facts) {
+  facts.connections = CountConnections(facts.answer.port);
+  if (facts.answer.reach != Reach::kThisServer) return;
+  for (const HostProcess& host : facts.search.hosts) {
+    for (const Listener& listener : host.listeners) {
+      if (listener.port != facts.answer.port) continue;
+      facts.unread = UnreadSettings(facts.settings, listener);
+      return;
+    }
+  }
 }
 
 }  // namespace
@@ -95,17 +120,50 @@ Reach ReachOf(const Exchange& exchange) {
   return Reach::kUnknown;
 }
 
-std::optional<Failure> ChoosePort(std::optional<uint32_t> wanted,
-                                  uint16_t& port) {
-  if (wanted) {
-    port = static_cast<uint16_t>(*wanted);
-    return std::nullopt;
+std::vector<uint16_t> PortsToAsk(std::optional<uint32_t> wanted, uint16_t set,
+                                 const std::vector<HostProcess>& hosts) {
+  constexpr size_t kMost = 8;
+  if (wanted) return {static_cast<uint16_t>(*wanted)};
+  std::vector<uint16_t> ports;
+  for (const HostProcess& host : hosts) {
+    for (const Listener& listener : host.listeners) {
+      if (std::ranges::find(ports, listener.port) != ports.end()) continue;
+      ports.insert(listener.port == set ? ports.begin() : ports.end(),
+                   listener.port);
+    }
   }
+  if (ports.empty() && set != 0) ports.push_back(set);
+  ports.resize(std::min(ports.size(), kMost));
+  return ports;
+}
+
+std::optional<Failure> FindServer(std::optional<uint32_t> wanted,
+                                  const std::vector<HostProcess>& hosts,
+                                  uint32_t timeoutMs, PortAnswer& answer) {
   const Setting& setting = SettingOf(SettingId::kPort);
   ValueState stored;
   if (auto failure = ReadSetting(setting, stored)) return failure;
-  port = ListeningPort(EffectiveValue(setting, stored).value_or(0));
+  const uint16_t set =
+      ListeningPort(EffectiveValue(setting, stored).value_or(0));
+  answer = AskPorts(PortsToAsk(wanted, set, hosts), timeoutMs);
   return std::nullopt;
+}
+
+std::vector<const Setting*> UnreadSettings(
+    const std::vector<SettingState>& settings, const Listener& listener) {
+  std::vector<const Setting*> unread;
+  for (const auto& [setting, stored] : settings) {
+    const uint32_t value = EffectiveValue(*setting, stored).value_or(0);
+    const uint16_t port = ListeningPort(value);
+    if ((setting->id == SettingId::kPort && port != 0 &&
+         port != listener.port) ||
+        (setting->id == SettingId::kTcpEnabled && value == 0) ||
+        (setting->id == SettingId::kNetworkCommunication &&
+         (value == 0) != listener.isLocalOnly)) {
+      unread.push_back(setting);
+    }
+  }
+  return unread;
 }
 
 EventSource LookAtSource(const std::wstring& name) {
@@ -125,7 +183,6 @@ EventSource LookAtSource(const std::wstring& name) {
 std::optional<Failure> LookAtServer(std::optional<uint32_t> wantedPort,
                                     uint32_t timeoutMs, StatusFacts& facts) {
   facts.timeoutMs = timeoutMs;
-  if (auto failure = ChoosePort(wantedPort, facts.port)) return failure;
   if (auto failure = ReadSettings(facts.settings)) return failure;
   if (const LSTATUS status = ReadLoggerMasks(facts.loggers);
       status != ERROR_SUCCESS) {
@@ -133,7 +190,12 @@ std::optional<Failure> LookAtServer(std::optional<uint32_t> wantedPort,
   }
   if (auto failure = LookForDumps(facts)) return failure;
   facts.sources = LookAtSources(facts.loggers);
-  AskPort(facts);
+  facts.search = FindHosts();
+  if (auto failure =
+          FindServer(wantedPort, facts.search.hosts, timeoutMs, facts.answer)) {
+    return failure;
+  }
+  LookAtListener(facts);
   return std::nullopt;
 }
 

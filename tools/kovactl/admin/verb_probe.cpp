@@ -35,22 +35,12 @@ struct Arguments {
 struct Probe {
   std::wstring asked;   // the printer or share, for people
   std::wstring target;  // of the request
-  uint16_t port = 0;
   uint32_t timeoutMs = 0;
-  Reach reach = Reach::kUnknown;  // who has the port
-  Exchange exchange;              // the request, or else how that was found
+  PortAnswer server;  // who has the port
+  Exchange exchange;  // the request, or else how that was found
   bool isServersOwn = false;
   Diagnosis diagnosis;  // as the verb "printers" gives it
 };
-
-std::optional<Failure> ChooseKnownPort(const Arguments& arguments,
-                                       uint16_t& port) {
-  if (auto failure = ChoosePort(arguments.port, port)) return failure;
-  if (port != 0) return std::nullopt;
-  return Failure{ExitCode::kNoAnswer,
-                 L"the port setting is 0, so Windows picks the server's port "
-                 L"at every start; name it with --port"};
-}
 
 Diagnosis DiagnosePrinter(const Arguments& arguments) {
   std::wstring printer = ToWide(arguments.printer);
@@ -64,34 +54,38 @@ Diagnosis DiagnosePrinter(const Arguments& arguments) {
   return Diagnose(LookAtPrinter(printer));
 }
 
-// What the first exchange has left of the time.
+// What finding the server has left of the time.
 uint32_t LeftMs(const Probe& probe) {
-  const double left = probe.timeoutMs - probe.exchange.totalMs;
+  const double left = probe.timeoutMs - probe.server.totalMs;
   return left < 1 ? 1 : static_cast<uint32_t>(left);
 }
 
-Probe Ask(const Arguments& arguments, uint16_t port) {
-  Probe probe;
+bool IsThisServer(const Probe& probe) {
+  return probe.server.reach == Reach::kThisServer;
+}
+
+std::optional<Failure> Ask(const Arguments& arguments, Probe& probe) {
   const bool byShare = !arguments.share.empty();
   const std::wstring name =
       ToWide(byShare ? arguments.share : arguments.printer);
   probe.asked =
       (byShare ? L"share \"" : L"printer \"") + HarmlessLine(name) + L"\"";
   probe.target = (byShare ? L"/?share=" : L"/?printer=") + PercentEncoded(name);
-  probe.port = port;
   probe.timeoutMs = arguments.seconds * 1000;
-  {
-    const WaitNotice notice(L"waiting for port " + std::to_wstring(port));
-    // Another program may have the port, and an answer for any name.
-    probe.exchange = SendGet(port, L"/", probe.timeoutMs);
-    probe.reach = ReachOf(probe.exchange);
-    if (probe.reach == Reach::kThisServer) {
-      probe.exchange = SendGet(port, probe.target, LeftMs(probe));
-    }
+  // Another program may have the port, and an answer for any name.
+  const HostSearch search = arguments.port ? HostSearch() : FindHosts();
+  if (auto failure = FindServer(arguments.port, search.hosts, probe.timeoutMs,
+                                probe.server)) {
+    return failure;
+  }
+  probe.exchange = probe.server.exchange;
+  if (IsThisServer(probe)) {
+    const WaitNotice notice(L"waiting for " + probe.asked);
+    probe.exchange = SendGet(probe.server.port, probe.target, LeftMs(probe));
   }
   probe.isServersOwn = IsServersOwnAnswer(probe.exchange);
   probe.diagnosis = DiagnosePrinter(arguments);
-  return probe;
+  return std::nullopt;
 }
 
 bool IsAnswered(const Probe& probe) {
@@ -99,8 +93,7 @@ bool IsAnswered(const Probe& probe) {
 }
 
 bool IsExtensions(const Probe& probe) {
-  return IsAnswered(probe) && probe.reach == Reach::kThisServer &&
-         !probe.isServersOwn;
+  return IsAnswered(probe) && IsThisServer(probe) && !probe.isServersOwn;
 }
 
 // "3.2 ms".
@@ -122,19 +115,19 @@ std::wstring TimesText(const Exchange& exchange) {
 }
 
 const wchar_t* AnswererText(const Probe& probe) {
-  if (probe.reach != Reach::kThisServer) return L"Another program";
+  if (!IsThisServer(probe)) return L"Another program";
   return probe.isServersOwn ? L"The server itself" : L"The extension";
 }
 
 const char* AnswererWord(const Probe& probe) {
-  if (probe.reach != Reach::kThisServer) return "other";
+  if (!IsThisServer(probe)) return "other";
   return probe.isServersOwn ? "server" : "extension";
 }
 
 std::wstring ProbeText(const Probe& probe) {
-  std::wstring text =
-      L"GET http://127.0.0.1:" + std::to_wstring(probe.port) +
-      (probe.reach == Reach::kThisServer ? probe.target : L"/") + L"\n";
+  std::wstring text = L"GET http://127.0.0.1:" +
+                      std::to_wstring(probe.server.port) +
+                      (IsThisServer(probe) ? probe.target : L"/") + L"\n";
   if (IsAnswered(probe)) {
     text += AnswererText(probe) + std::wstring(L" answered: status ") +
             std::to_wstring(probe.exchange.status) + L", " +
@@ -158,9 +151,9 @@ Json ProbeJson(const Probe& probe) {
   const Exchange& exchange = probe.exchange;
   const bool answered = IsAnswered(probe);
   return {
-      {"port", probe.port},
+      {"port", probe.server.port},
       {"target", ToUtf8(probe.target)},
-      {"reach", probe.reach},
+      {"reach", probe.server.reach},
       {"end", exchange.end},
       {"answeredBy", answered ? Json(AnswererWord(probe)) : Json(nullptr)},
       {"status", answered ? Json(exchange.status) : Json(nullptr)},
@@ -185,13 +178,16 @@ std::optional<Failure> JudgeExtension(const Probe& probe,
 
 std::optional<Failure> Judge(const Probe& probe,
                              std::optional<uint32_t> expected) {
-  if (probe.reach == Reach::kOther) {
-    return Failure{ExitCode::kNoAnswer,
-                   L"port " + std::to_wstring(probe.port) + kNotThisServer};
+  if (probe.server.reach == Reach::kUnknown)
+    return Failure{ExitCode::kNoAnswer, kPortUnknown};
+  if (probe.server.reach == Reach::kOther) {
+    return Failure{
+        ExitCode::kNoAnswer,
+        L"port " + std::to_wstring(probe.server.port) + kNotThisServer};
   }
   if (!IsAnswered(probe)) {
     return Failure{ExitCode::kNoAnswer,
-                   EndText(probe.exchange, probe.port, probe.timeoutMs) +
+                   EndText(probe.exchange, probe.server.port, probe.timeoutMs) +
                        L"; kovactl status says more"};
   }
   if (!probe.isServersOwn) return JudgeExtension(probe, expected);
@@ -216,9 +212,8 @@ void Run(const Arguments& arguments) {
                     L"name a printer, or a share with --share; kovactl "
                     L"printers lists them"});
   }
-  uint16_t port = 0;
-  EndVerb(ChooseKnownPort(arguments, port));
-  const Probe probe = Ask(arguments, port);
+  Probe probe;
+  EndVerb(Ask(arguments, probe));
   if (arguments.json) {
     ShowJson(ProbeJson(probe));
   } else {

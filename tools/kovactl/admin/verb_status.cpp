@@ -4,6 +4,7 @@
 
 #include "admin/server_status.h"
 #include "admin/setting.h"
+#include "common/file_path.h"
 #include "common/plain_text.h"
 #include "common/time_text.h"
 #include "common/utf8.h"
@@ -19,18 +20,18 @@ namespace {
 constexpr size_t kIndent = 2;
 
 std::wstring PortText(const StatusFacts& facts) {
-  return L"Port " + std::to_wstring(facts.port);
+  return L"Port " + std::to_wstring(facts.answer.port);
 }
 
 std::wstring OtherText(const StatusFacts& facts) {
   const std::wstring other =
       L", so something else than this server seems to have it.";
-  if (facts.exchange.end == ExchangeEnd::kAnswered) {
+  if (facts.answer.exchange.end == ExchangeEnd::kAnswered) {
     return PortText(facts) + L" answers with status " +
-           std::to_wstring(facts.exchange.status) +
+           std::to_wstring(facts.answer.exchange.status) +
            L", not as this server does" + other;
   }
-  if (facts.exchange.end == ExchangeEnd::kNoHttp) {
+  if (facts.answer.exchange.end == ExchangeEnd::kNoHttp) {
     return PortText(facts) + L" gives no HTTP answer" + other;
   }
   return PortText(facts) + L" gives no whole answer" + other;
@@ -106,6 +107,82 @@ std::wstring SourcesText(const StatusFacts& facts) {
   return text;
 }
 
+std::wstring Row(const std::wstring& label, const std::wstring& text) {
+  constexpr size_t kRowIndent = 16;
+  return LabelledRow(L"  " + label, text, kRowIndent);
+}
+
+std::wstring CountText(std::optional<uint64_t> count, const wchar_t* what) {
+  return (count ? std::to_wstring(*count) : L"?") + what;
+}
+
+std::wstring ListenersText(const HostProcess& host) {
+  std::wstring text;
+  for (const Listener& listener : host.listeners) {
+    text +=
+        (text.empty() ? L"port " : L", port ") +
+        std::to_wstring(listener.port) +
+        (listener.isLocalOnly ? L" (this machine only)" : L" (all addresses)");
+  }
+  return text.empty() ? L"on no port" : text;
+}
+
+std::wstring MegabytesText(std::optional<uint64_t> bytes) {
+  if (!bytes) return L"? MB";
+  return std::to_wstring((*bytes + 512 * 1024) / (1024 * 1024)) + L" MB";
+}
+
+std::wstring HostText(const HostProcess& host) {
+  const std::wstring version =
+      host.version.empty() ? L"" : L", version " + host.version;
+  return L"  " + HarmlessLine(FileName(host.program)) + L", process " +
+         std::to_wstring(host.processId) + L"\n" +
+         Row(L"user", HarmlessLine(host.user)) +
+         Row(L"program", HarmlessLine(host.program)) +
+         Row(L"library", HarmlessLine(host.library) + version) +
+         Row(L"started",
+             host.startFileTime ? LocalTimeText(*host.startFileTime) : L"") +
+         Row(L"listens", ListenersText(host)) +
+         Row(L"has", CountText(host.threads, L" threads, ") +
+                         CountText(host.handles, L" handles, ") +
+                         MegabytesText(host.privateBytes) +
+                         L" of memory of its own");
+}
+
+std::wstring ConnectionsText(const StatusFacts& facts) {
+  std::wstring text;
+  for (const auto& [state, count] : facts.connections) {
+    text +=
+        (text.empty() ? L"" : L", ") + std::to_wstring(count) + L" " + state;
+  }
+  return text.empty() ? L"none" : text;
+}
+
+std::wstring HostsText(const StatusFacts& facts) {
+  std::wstring text = L"Host processes\n";
+  for (const HostProcess& host : facts.search.hosts) text += HostText(host);
+  if (!facts.search.hosts.empty()) return text;
+  text += L"  none has the server's library loaded\n";
+  if (facts.search.unreadable > 0) {
+    text += Wrapped(std::to_wstring(facts.search.unreadable) +
+                        L" processes could not be looked into; an "
+                        L"administrator's prompt shows more of them.",
+                    kIndent);
+  }
+  return text;
+}
+
+std::wstring UnreadText(const StatusFacts& facts) {
+  std::wstring text;
+  for (const Setting* const setting : facts.unread) {
+    text += Wrapped(L"\"" + std::wstring(setting->name) +
+                        L"\" was changed since the host read it; it takes "
+                        L"effect at the next start or restart.",
+                    kIndent);
+  }
+  return text;
+}
+
 std::wstring KilobytesText(uint64_t bytes) {
   return Right(std::to_wstring((bytes + 1023) / 1024) + L" KB", 10);
 }
@@ -161,8 +238,37 @@ Json DumpJson(const DumpFile& dump) {
   };
 }
 
+Json HostJson(const HostProcess& host) {
+  return {
+      {"processId", host.processId},
+      {"program", ToUtf8(host.program)},
+      {"library", ToUtf8(host.library)},
+      {"version", ToUtf8(host.version)},
+      {"user", ToUtf8(host.user)},
+      {"started", host.startFileTime
+                      ? Json(ToUtf8(UtcTimeText(*host.startFileTime)))
+                      : Json(nullptr)},
+      {"threads", JsonOrNull(host.threads)},
+      {"handles", JsonOrNull(host.handles)},
+      {"privateBytes", JsonOrNull(host.privateBytes)},
+      {"listeners", JsonList(host.listeners,
+                             [](const Listener& listener) {
+                               return Json{{"port", listener.port},
+                                           {"localOnly", listener.isLocalOnly}};
+                             })},
+  };
+}
+
+Json ConnectionsJson(const StatusFacts& facts) {
+  Json json = Json::object();
+  for (const auto& [state, count] : facts.connections) {
+    json[ToUtf8(state)] = count;
+  }
+  return json;
+}
+
 std::wstring ReachText(const StatusFacts& facts) {
-  switch (facts.reach) {
+  switch (facts.answer.reach) {
     case Reach::kThisServer:
       return PortText(facts) + L" answers as this server does.";
     case Reach::kOther:
@@ -172,28 +278,35 @@ std::wstring ReachText(const StatusFacts& facts) {
              L" accepts connections, but did not answer within " +
              std::to_wstring((facts.timeoutMs + 999) / 1000) + L" s.";
     case Reach::kNothing:
-      return L"Nothing listens on port " + std::to_wstring(facts.port) +
+      return L"Nothing listens on port " + std::to_wstring(facts.answer.port) +
              (IsSwitchedOff(facts) ? L": the setting \"TCP Enabled\" is off."
                                    : L".");
     case Reach::kUnknown:
       return L"The port setting is 0, so Windows picks the server's port at "
-             L"every start; it cannot be asked.";
+             L"every start, and no host process shows it.";
   }
   return {};
 }
 
 std::wstring StatusText(const StatusFacts& facts) {
-  return L"Server\n" + Wrapped(ReachText(facts), kIndent) + L"\nSettings\n  " +
-         SettingsKeyText() + L"\n" + SettingsText(facts.settings, kIndent) +
-         L"\n" + LoggersText(facts) + L"\n" + SourcesText(facts) + L"\n" +
-         DumpsText(facts);
+  return L"Server\n" + Wrapped(ReachText(facts), kIndent) + UnreadText(facts) +
+         LabelledRow(L"Connections:", ConnectionsText(facts), 15) + L"\n" +
+         HostsText(facts) + L"\nSettings\n  " + SettingsKeyText() + L"\n" +
+         SettingsText(facts.settings, kIndent) + L"\n" + LoggersText(facts) +
+         L"\n" + SourcesText(facts) + L"\n" + DumpsText(facts);
 }
 
 Json StatusJson(const StatusFacts& facts) {
   return {
-      {"port", facts.port},
-      {"reach", facts.reach},
+      {"port", facts.answer.port},
+      {"reach", facts.answer.reach},
       {"reachText", ToUtf8(ReachText(facts))},
+      {"connections", ConnectionsJson(facts)},
+      {"hosts", JsonList(facts.search.hosts, &HostJson)},
+      {"unreadableProcesses", facts.search.unreadable},
+      {"unreadSettings",
+       JsonList(facts.unread,
+                [](const Setting* setting) { return ToUtf8(setting->name); })},
       {"settingsKey", ToUtf8(SettingsKeyText())},
       {"settings", JsonList(facts.settings, &SettingJson)},
       {"loggers", JsonList(facts.loggers, &LoggerJson)},
@@ -205,21 +318,21 @@ Json StatusJson(const StatusFacts& facts) {
 
 std::optional<Failure> StatusFailure(const StatusFacts& facts) {
   std::wstring text;
-  switch (facts.reach) {
+  switch (facts.answer.reach) {
     case Reach::kThisServer:
       return std::nullopt;
     case Reach::kNothing:
-      text = L"nothing listens on port " + std::to_wstring(facts.port) +
+      text = L"nothing listens on port " + std::to_wstring(facts.answer.port) +
              (IsSwitchedOff(facts)
                   ? L"; kovactl settings set tcp on, and start the host again"
                   : L"; see that the server's host runs");
       break;
     case Reach::kOther:
     case Reach::kSilent:
-      text = L"port " + std::to_wstring(facts.port) + kNotThisServer;
+      text = L"port " + std::to_wstring(facts.answer.port) + kNotThisServer;
       break;
     case Reach::kUnknown:
-      text = L"the server's port is not known; name it with --port";
+      text = kPortUnknown;
       break;
   }
   return Failure{ExitCode::kNoAnswer, text};
