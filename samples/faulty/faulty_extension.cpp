@@ -15,10 +15,17 @@
 //   refuses-post        gives no response to POST
 //   zero-length         reports the length 0
 //   changing-length     reports one byte more at each call
+//   giant-length        reports the length -1
 //   failing-copy        copies nothing and says so
 //   copies-past         writes one byte behind the buffer
 //   copies-before       writes one byte in front of the buffer
 //   copies-half         leaves the buffer's second half unwritten
+//   short-by-one        leaves the buffer's last byte unwritten
+//   hole                leaves a byte in the middle unwritten
+//   keeps-request       reads the request when the answer is copied
+//   keeps-address       reads the client's address when the length is asked
+//   keeps-flag          writes the keep-open flag when the response is released
+//   keeps-buffer        writes to the buffer when the response is released
 //   writes-request      changes a byte of the request
 //   reads-past          reads the byte behind the request
 //   writes-address      changes a character of the client's address
@@ -40,6 +47,10 @@
 //   body-204            has a body with status 204
 //   body-head           has a body in the answer to HEAD
 //   one-buffer          all requests share one buffer for the answer
+//   wrong-at-times      one answer in 300 is another one
+//   holds-lock          a lock is held until the response is released
+//   slow-form           a posted form is answered after 1.2 seconds
+//   end-thread          ends the thread that hands a request over
 //   leak                releases nothing
 //   crash-thread        a thread of its own crashes
 //   calls-restart       calls the restart routine while it handles a request,
@@ -49,6 +60,7 @@
 
 #include <windows.h>
 
+#include <array>
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
@@ -93,23 +105,20 @@ void Misbehave(std::string_view function) {
 
 KOVA_RestartRoutine* g_restart = nullptr;
 
-// For "one-buffer". The lock keeps the string whole, and does not help.
-std::mutex g_lock;
-std::string g_shared;
+// For "one-buffer". Large enough for any answer, so that it never moves.
+std::array<char, 0x200000> g_shared;
 
-void Share(const std::string& bytes) {
-  const std::lock_guard lock(g_lock);
-  g_shared = bytes;
-}
-
-std::string TakeShared() {
-  const std::lock_guard lock(g_lock);
-  return g_shared;
-}
+// For "holds-lock"; belongs to no thread.
+const HANDLE g_turn = ::CreateSemaphoreW(nullptr, 1, 1, nullptr);
 
 struct Response {
   std::string bytes;
   std::atomic<uint32_t> lengthCalls{0};
+  // What must not be kept.
+  const volatile char* request = nullptr;
+  const volatile wchar_t* address = nullptr;
+  volatile uint32_t* keepOpen = nullptr;
+  volatile char* buffer = nullptr;
 };
 
 Response* AsResponse(KOVA_Response response) {
@@ -151,6 +160,10 @@ std::string SoundAnswer(std::string_view request, bool keepOpen) {
 std::string MakeAnswer(std::string_view request, bool keepOpen) {
   // None of the variants is one for HEAD.
   if (request.starts_with("HEAD ")) return SoundAnswer(request, keepOpen);
+  static std::atomic<uint32_t> asked{0};
+  if (Has("wrong-at-times") && ++asked % 300 == 0) {
+    return "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok";
+  }
   for (const Variant& variant : kVariants) {
     if (Has(variant.fault)) return variant.answer;
   }
@@ -164,7 +177,8 @@ bool WantsKeepOpen(std::string_view request) {
 
 // Returns what the answer is to say about the connection.
 bool SetFlag(std::string_view request, uint32_t* keepOpen) {
-  const bool keep = WantsKeepOpen(request) || Has("kept-unmeasured");
+  const bool keep = WantsKeepOpen(request) || Has("kept-unmeasured") ||
+                    Has("odd-flag");
   if (Has("wide-flag")) {
     const uint64_t wide = keep ? 1 : 0;
     std::memcpy(keepOpen, &wide, sizeof(wide));
@@ -193,6 +207,11 @@ void Spoil(const void* request, uint32_t requestLengthBytes,
   }
 }
 
+uint32_t CopiedBytes(uint32_t lengthBytes) {
+  if (Has("short-by-one")) return lengthBytes - 1;
+  return Has("copies-half") ? lengthBytes / 2 : lengthBytes;
+}
+
 void CrashOnOwnThread() {
   std::thread([] { Misbehave("thread"); }).join();
 }
@@ -216,7 +235,7 @@ void WSIE_SetKOVAServerRestartRoutine(KOVA_RestartRoutine* routine) {
 KOVA_Context WSIE_WebServerInitialize(void) {
   Misbehave("initialize");
   if (Has("slow-initialize")) ::Sleep(1500);
-  return Has("null-context") ? nullptr : &g_shared;
+  return Has("null-context") ? nullptr : g_shared.data();
 }
 
 KOVA_Response WSIE_HandleServerRequest(KOVA_Context, const void* request,
@@ -226,27 +245,32 @@ KOVA_Response WSIE_HandleServerRequest(KOVA_Context, const void* request,
                                        uint32_t* keepOpen) {
   Misbehave("handle");
   if (Has("crash-thread")) CrashOnOwnThread();
+  if (Has("end-thread")) ::ExitThread(0);
   const std::string_view bytes(static_cast<const char*>(request),
                                requestLengthBytes);
   Spoil(request, requestLengthBytes, clientAddress, clientAddressLength);
   if (Has("null-response")) return nullptr;
+  if (Has("slow-form") && bytes.find("/x-www-form") != bytes.npos) {
+    ::Sleep(1200);
+  }
   if (Has("refuses-post") && bytes.starts_with("POST ")) return nullptr;
   if (Has("calls-restart") && g_restart != nullptr) g_restart();
   const bool keep = SetFlag(bytes, keepOpen);
   auto* const response = new Response;
   response->bytes = MakeAnswer(bytes, keep);
-  if (Has("one-buffer")) {
-    // The others' requests come in between.
-    Share(response->bytes);
-    ::Sleep(1);
-    response->bytes = TakeShared();
-  }
+  response->request = static_cast<const char*>(request);
+  response->address = clientAddress;
+  response->keepOpen = keepOpen;
+  if (Has("one-buffer")) response->bytes.copy(g_shared.data(), g_shared.size());
+  if (Has("holds-lock")) ::WaitForSingleObject(g_turn, INFINITE);
   return response;
 }
 
 uint32_t WSIE_GetResponseLength(KOVA_Context, KOVA_Response response) {
   Misbehave("length");
   if (Has("zero-length")) return 0;
+  if (Has("giant-length")) return static_cast<uint32_t>(-1);
+  if (Has("keeps-address")) (void)*AsResponse(response)->address;
   const uint32_t calls = AsResponse(response)->lengthCalls++;
   return static_cast<uint32_t>(AsResponse(response)->bytes.size()) +
          (Has("changing-length") ? calls : 0);
@@ -256,10 +280,19 @@ int32_t WSIE_GetResponse(KOVA_Context, KOVA_Response response, void* buffer,
                          uint32_t bufferLengthBytes) {
   Misbehave("copy");
   if (Has("failing-copy")) return 0;
-  const std::string& bytes = AsResponse(response)->bytes;
+  if (Has("keeps-request")) (void)*AsResponse(response)->request;
   auto* const out = static_cast<char*>(buffer);
-  std::memcpy(out, bytes.data(),
-              Has("copies-half") ? bufferLengthBytes / 2 : bufferLengthBytes);
+  AsResponse(response)->buffer = out;
+  const char* const bytes =
+      Has("one-buffer") ? g_shared.data() : AsResponse(response)->bytes.data();
+  if (Has("hole")) {
+    const uint32_t middle = bufferLengthBytes / 2;
+    std::memcpy(out, bytes, middle);
+    std::memcpy(out + middle + 1, bytes + middle + 1,
+                bufferLengthBytes - middle - 1);
+    return 1;
+  }
+  std::memcpy(out, bytes, CopiedBytes(bufferLengthBytes));
   if (Has("copies-past")) out[bufferLengthBytes] = '\0';
   if (Has("copies-before")) out[-1] = '\0';
   return 1;
@@ -267,6 +300,9 @@ int32_t WSIE_GetResponse(KOVA_Context, KOVA_Response response, void* buffer,
 
 void WSIE_ReleaseResponse(KOVA_Context, KOVA_Response response) {
   Misbehave("release");
+  if (Has("keeps-flag")) *AsResponse(response)->keepOpen = 0;
+  if (Has("keeps-buffer")) *AsResponse(response)->buffer = '\0';
+  if (Has("holds-lock")) ::ReleaseSemaphore(g_turn, 1, nullptr);
   if (!Has("leak")) delete AsResponse(response);
 }
 

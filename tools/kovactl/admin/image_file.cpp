@@ -4,9 +4,12 @@
 #include <cstring>
 #include <optional>
 #include <span>
+#include <string_view>
 
+#include "base/ascii.h"
 #include "base/windows_api.h"
 #include "common/plain_text.h"
+#include "common/utf8.h"
 
 namespace kova::ctl {
 namespace {
@@ -153,6 +156,12 @@ class ImageReader {
   std::vector<IMAGE_SECTION_HEADER> m_sections;
 };
 
+// The names of contracts that the loader maps to other libraries.
+bool IsApiSet(const std::string& library) {
+  const std::string_view start = std::string_view(library).substr(0, 4);
+  return EqualsNoCase(start, "api-") || EqualsNoCase(start, "ext-");
+}
+
 }  // namespace
 
 bool ImageFacts::Exports(const char* name) const {
@@ -161,6 +170,19 @@ bool ImageFacts::Exports(const char* name) const {
 
 ImageFacts ReadImage(const RandomAccessFile& file) {
   return ImageReader(file).Read();
+}
+
+std::vector<std::string> MissingImports(const ImageFacts& image) {
+  std::vector<std::string> missing;
+  for (const std::string& library : image.imports) {
+    wchar_t found[MAX_PATH] = {};
+    if (!IsApiSet(library) &&
+        ::SearchPathW(nullptr, ToWide(library).c_str(), L".dll", MAX_PATH,
+                      found, nullptr) == 0) {
+      missing.push_back(library);
+    }
+  }
+  return missing;
 }
 
 std::wstring MachineText(uint16_t machine) {

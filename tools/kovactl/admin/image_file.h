@@ -31,6 +31,10 @@ struct ImageFacts {
 // nothing that the file says of itself.
 ImageFacts ReadImage(const RandomAccessFile& file);
 
+// Which of the libraries that an image needs are found neither in the system's
+// folders nor on the path. The host's own folder is not known here.
+std::vector<std::string> MissingImports(const ImageFacts& image);
+
 // "32-bit (x86)", "64-bit (ARM64)", "machine type 0x1234".
 std::wstring MachineText(uint16_t machine);
 

@@ -1,6 +1,5 @@
 #include "admin/printer_diagnosis.h"
 
-#include "base/ascii.h"
 #include "base/handles.h"
 #include "common/file_path.h"
 #include "common/random_access_file.h"
@@ -81,26 +80,6 @@ LibraryForm FormOfMissing(const std::wstring& folder, DWORD error) {
   return FolderExists(folder) ? LibraryForm::kNoFile : LibraryForm::kNoFolder;
 }
 
-// The names of contracts that the loader maps to other libraries.
-bool IsApiSet(const std::string& library) {
-  const std::string_view start = std::string_view(library).substr(0, 4);
-  return EqualsNoCase(start, "api-") || EqualsNoCase(start, "ext-");
-}
-
-std::vector<std::string> NotInSystemFolder(
-    const std::vector<std::string>& libraries) {
-  wchar_t folder[MAX_PATH] = {};
-  ::GetSystemDirectoryW(folder, MAX_PATH);
-  std::vector<std::string> missing;
-  for (const std::string& library : libraries) {
-    if (!IsApiSet(library) &&
-        !FileExists(std::wstring(folder) + L"\\" + ToWide(library))) {
-      missing.push_back(library);
-    }
-  }
-  return missing;
-}
-
 void LookAtLibrary(PrinterFacts& facts) {
   if (!IsFullPath(facts.folder)) {
     facts.library = LibraryForm::kRelative;
@@ -115,7 +94,7 @@ void LookAtLibrary(PrinterFacts& facts) {
   }
   facts.library = LibraryForm::kRead;
   facts.image = ReadImage(file);
-  facts.missingImports = NotInSystemFolder(facts.image.imports);
+  facts.missingImports = MissingImports(facts.image);
 }
 
 struct Fault {
@@ -204,7 +183,8 @@ constexpr OptionalExport kOptional[] = {
     {kRestartExport, L"so it cannot ask for a restart of the server"},
 };
 
-Fault ImageFault(const ImageFacts& image) {
+Fault ImageFault(const PrinterFacts& facts) {
+  const ImageFacts& image = facts.image;
   switch (image.form) {
     case ImageForm::kSound:
       break;
@@ -217,6 +197,13 @@ Fault ImageFault(const ImageFacts& image) {
     case ImageForm::kCutShort:
       return {L"cut-short", L"the library's file is damaged or cut short"};
   }
+  if (!facts.missingImports.empty()) {
+    return {L"missing-import",
+            L"the library needs " + ToWide(facts.missingImports.front()) +
+                L", which is neither in the system folder nor on the path, so "
+                L"it loads only in a host program that has it in its own "
+                L"folder"};
+  }
   for (const NeededExport& row : kNeeded) {
     if (!image.Exports(row.name)) {
       return {row.word, L"the library does not export " + ToWide(row.name)};
@@ -227,12 +214,6 @@ Fault ImageFault(const ImageFacts& image) {
 
 void AddRemarks(const PrinterFacts& facts, std::vector<std::wstring>& remarks) {
   if (facts.image.form != ImageForm::kSound) return;
-  for (const std::string& library : facts.missingImports) {
-    remarks.push_back(
-        L"it needs " + ToWide(library) +
-        L", which is not in the system folder; it does not load unless the "
-        L"host process finds it elsewhere");
-  }
   for (const OptionalExport& row : kOptional) {
     if (facts.image.Exports(row.name)) continue;
     remarks.push_back(L"it does not export " + ToWide(row.name) + L", " +
@@ -284,7 +265,7 @@ Diagnosis Diagnose(const PrinterFacts& facts) {
   Fault fault = PackageFault(facts);
   if (fault.text.empty()) fault = LibraryFault(facts);
   const bool wasRead = facts.library == LibraryForm::kRead;
-  if (fault.text.empty() && wasRead) fault = ImageFault(facts.image);
+  if (fault.text.empty() && wasRead) fault = ImageFault(facts);
   Diagnosis diagnosis{fault.word, std::move(fault.text), {}};
   if (wasRead) AddRemarks(facts, diagnosis.remarks);
   return diagnosis;

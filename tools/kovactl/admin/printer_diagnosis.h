@@ -51,7 +51,7 @@ struct PrinterFacts {
   LibraryForm library = LibraryForm::kNotLookedFor;
   DWORD libraryError = ERROR_SUCCESS;       // of kUnreadable
   ImageFacts image;                         // of kRead
-  std::vector<std::string> missingImports;  // not in the system's folder
+  std::vector<std::string> missingImports;  // found nowhere
 };
 
 // What can be seen of the printer called `name`. Asks spooler and file system.

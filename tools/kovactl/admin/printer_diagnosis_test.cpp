@@ -146,8 +146,8 @@ TEST(Diagnose, OnlyRemarksOnWhatDoesNotFail) {
   }
   PrinterFacts facts = Sound();
   facts.missingImports = {"other.dll"};
-  EXPECT_FALSE(Diagnose(facts).HasFault());
-  EXPECT_THAT(Diagnose(facts).remarks, ElementsAre(HasSubstr(L"other.dll")));
+  EXPECT_EQ(Diagnose(facts).word, L"missing-import");
+  EXPECT_THAT(Diagnose(facts).fault, HasSubstr(L"needs other.dll"));
 }
 
 }  // namespace

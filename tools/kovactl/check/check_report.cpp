@@ -100,7 +100,8 @@ std::string StepNames(const std::vector<size_t>& steps) {
 // What did not happen while requests came one at a time points to shared state.
 bool OnlyWithThreads(const std::vector<size_t>& steps) {
   return std::ranges::all_of(steps, [](size_t step) {
-    return std::string_view(kSteps[step].name) == "threads";
+    const std::string_view name = kSteps[step].name;
+    return name == "threads" || name == "interleave";
   });
 }
 
@@ -164,6 +165,7 @@ nlohmann::ordered_json FindingJson(const ReportedFinding& found) {
 }
 
 const char* VerdictOf(const CheckReport& report) {
+  if (report.failure) return "failed";
   if (report.Count(Severity::kFault) > 0) return "faults";
   return report.Count(Severity::kWarning) > 0 ? "warnings" : "ok";
 }
@@ -211,8 +213,11 @@ nlohmann::ordered_json ReportJson(const CheckReport& report) {
   }
   nlohmann::ordered_json growth;
   if (report.privateBytesGrowth) growth = *report.privateBytesGrowth;
+  nlohmann::ordered_json failure;
+  if (report.failure) failure = ToUtf8(report.failure->text);
   return {{"library", report.library},
           {"verdict", VerdictOf(report)},
+          {"failure", failure},
           {"faults", report.Count(Severity::kFault)},
           {"warnings", report.Count(Severity::kWarning)},
           {"versions", report.versions},

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <chrono>
 
+#include "check/extension_call.h"
+#include "check/input_file.h"
 #include "common/utf8.h"
 #include "kova/extension.h"
 #include "text/text_append.h"
@@ -47,9 +49,7 @@ std::string DescribeCode(uint32_t code) {
 
 std::string DescribeCrash(const CrashRecord& crash) {
   std::string text = DescribeCode(crash.code) + ", at " +
-                     (crash.module[0] == L'\0' ? std::string("address ")
-                                               : ToUtf8(crash.module) + "+") +
-                     Hex(crash.offset);
+                     PlaceText(crash.module, crash.offset);
   if (crash.isAccess) {
     text += std::string(crash.isWrite ? ", writing to " : ", reading from ") +
             Hex(crash.accessed);
@@ -61,6 +61,12 @@ bool IsThrown(uint32_t code) {
   return code == kThrownByGcc || code == kThrownByMsvc;
 }
 
+// As people write it: small numbers in decimal, statuses in hexadecimal.
+std::string ExitCodeText(uint32_t code) {
+  constexpr uint32_t kLargest = 0xFFFF;
+  return "exit code " + (code > kLargest ? Hex(code) : std::to_string(code));
+}
+
 Finding DeathFinding(const WorkerEnd& end, uint32_t timeoutSeconds) {
   using Kind = WorkerEnd::Kind;
   if (end.kind == Kind::kHung) {
@@ -68,25 +74,15 @@ Finding DeathFinding(const WorkerEnd& end, uint32_t timeoutSeconds) {
             "after " + std::to_string(timeoutSeconds) + " s"};
   }
   if (end.kind == Kind::kEndedItself) {
-    return {Flaw::kEndedProcess, end.callee,
-            "exit code " + std::to_string(end.code)};
+    return {Flaw::kEndedProcess, end.callee, ExitCodeText(end.code)};
+  }
+  if (end.kind == Kind::kEndedThread) {
+    return {Flaw::kEndedThread, end.callee, ""};
   }
   if (IsThrown(end.crash.code)) {
     return {Flaw::kException, end.callee, "thrown as " + Hex(end.crash.code)};
   }
   return {Flaw::kCrash, end.callee, DescribeCrash(end.crash)};
-}
-
-Failure CannotLoad(const CheckOptions& options, DWORD error) {
-  const std::wstring what = L"cannot load " + options.library;
-  if (error == ERROR_MOD_NOT_FOUND) {
-    return {ExitCode::kUnsuitableLibrary,
-            what +
-                L": a library that it needs was not found; link that one "
-                L"statically, for Windows does not look beside the extension"};
-  }
-  return SystemFailure(ExitCode::kUnsuitableLibrary,
-                       what + L"; see that its DllMain returns TRUE", error);
 }
 
 // Gathers what one worker after the other reports.
@@ -101,9 +97,11 @@ class Gatherer {
   CheckReport Run() {
     size_t deaths = 0;
     size_t first = kFirstRequestStep;
+    const uint64_t deadlineMs =
+        ::GetTickCount64() + uint64_t{m_options.budgetSeconds} * 1000;
     while (first < kStepCount && !m_report.failure) {
-      const WorkerEnd end =
-          RunWorkerProcess(m_options, first, [this](const auto& lines) {
+      const WorkerEnd end = RunWorkerProcess(
+          m_options, first, deadlineMs, [this](const auto& lines) {
             for (const std::string& line : lines) Take(line);
           });
       if (end.kind == WorkerEnd::Kind::kFinished) {
@@ -114,6 +112,13 @@ class Gatherer {
         m_report.failure =
             SystemFailure(ExitCode::kInternalError,
                           L"cannot start the checker's process", end.code);
+        break;
+      }
+      if (end.kind == WorkerEnd::Kind::kOutOfTime) {
+        Settle("no time left; give it more with --budget");
+        if (Current().verdict == StepVerdict::kGood) {
+          Current().verdict = StepVerdict::kLeftOut;
+        }
         break;
       }
       AddFinding(DeathFinding(end, m_options.timeoutSeconds));
@@ -165,7 +170,7 @@ class Gatherer {
       Current().verdict = StepVerdict::kLeftOut;
     }
     if (message.contains("cannotLoad")) {
-      m_report.failure = CannotLoad(m_options, message["cannotLoad"]);
+      m_report.failure = CannotLoad(m_options.library, message["cannotLoad"]);
     }
   }
 

@@ -15,6 +15,9 @@ struct Answer {
   int status = 0;
   uint32_t keepOpen = 0;
   std::string bytes;
+  double tookMs = 0;                 // all calls together
+  double longestMs = 0;              // the longest of them
+  Callee slowest = Callee::kHandle;  // which that was
 };
 
 // Calls the functions as the server does, in its order, with memory that
@@ -32,35 +35,61 @@ class Exchange {
   // keepOpen: the connection's flag as earlier requests left it.
   Answer Send(const Request& request, uint32_t keepOpen = 0);
 
+  // Sends the request twice, into buffers of different contents, so that each
+  // byte that is not written shows, and judges time and answer. Yields the
+  // second one.
+  Answer SendTwice(const Request& request);
+
   // Releases the response without asking for length or bytes.
   void SendAndRelease(const Request& request);
 
+  // Asks for the length a second time, which the server never does.
+  void SendAndMeasureTwice(const Request& request);
+
+  // Whether the answer is sound HTTP. Send leaves that open.
+  void Judge(const Request& request, Answer& answer);
+
+  // Send in single calls: Begin, Next until it returns false, End. `request`
+  // must stay until then.
+  void Begin(const Request& request, uint32_t keepOpen = 0);
+  bool Next();
+  Answer End();
+
  private:
   template <typename Body>
-  void Call(Callee callee, Body body) {
-    CallExtension(m_state, m_thread, callee, body);
-  }
+  void Call(Callee callee, Body body);
   void Report(Flaw flaw, Callee callee, std::string detail = {}) {
     m_reporter.Report({flaw, callee, std::move(detail)});
   }
-  KOVA_Response Handle(const Request& request, Answer& answer);
-  void CheckArguments();
-  void CheckFlag(Answer& answer);
-  void Fetch(KOVA_Response response, Answer& answer);
-  uint32_t Length(KOVA_Response response);
-  void Copy(KOVA_Response response, uint32_t lengthBytes, Answer& answer);
-  void CheckCopy(char* buffer, uint32_t lengthBytes, int32_t copied,
-                 Answer& answer);
-  void Release(KOVA_Response response);
+  void Handle();
+  void CheckArguments(GuardedArea& request, GuardedArea& address,
+                      GuardedArea& flag);
+  void CheckFlag(GuardedArea& flag);
+  void Measure();
+  uint32_t Length();
+  void Copy();
+  void CheckCopy(GuardedArea& area, const char* buffer, int32_t copied);
+  void Release();
+  void CheckTime(const Answer& answer);
 
   WorkerState& m_state;
   const size_t m_thread;
   const Extension& m_extension;
   Reporter& m_reporter;
-  GuardedArea m_request;
-  GuardedArea m_address;
-  GuardedArea m_flag;
-  GuardedArea m_buffer;
+
+  // Of the request that is on its way:
+  const Request* m_request = nullptr;  // weak
+  Callee m_next = Callee::kNone;
+  KOVA_Response m_response = nullptr;  // the extension's
+  uint32_t m_lengthBytes = 0;
+  Answer m_answer;
+  char m_fill = GuardedArea::kUnwritten;
 };
+
+// How many bytes were left unwritten, given two copies of the same answer, the
+// first made into bytes of kUnwritten, the second into bytes of kOtherFill.
+// What differs in length is compared from its end, too.
+inline constexpr char kOtherFill = '\x5A';
+size_t CountUnwritten(std::string_view first, std::string_view second);
 
 }  // namespace kova::ctl::check

@@ -25,6 +25,11 @@ constexpr FlawKind kKinds[] = {
      "A function that the server can do without is not exported",
      "Nothing. The server logs an error when it loads the library.",
      "Export all seven functions; one that does nothing will do."},
+    {"mangled-exports", Severity::kFault,
+     "The functions are exported under decorated names",
+     "Gets status 400 for every request.",
+     "Define KOVA_BUILDING_EXTENSION before including kova/extension.h, or "
+     "declare the functions extern \"C\"."},
     {"no-version-1", Severity::kFault, "Version 1 is not offered",
      "Gets status 400 for every request: the server unloads the library.",
      "Write KOVA_INTERFACE_VERSION to versions[0]."},
@@ -48,9 +53,13 @@ constexpr FlawKind kKinds[] = {
     {"zero-length", Severity::kFault, "The response's length is 0", kGets400,
      "Report the length of the whole response, status line and headers "
      "included."},
-    {"changing-length", Severity::kFault,
-     "The length changes between two calls",
-     "Gets an answer that is cut off or has rubbish at its end.",
+    {"giant-length", Severity::kFault, "The response's length is absurd",
+     "Gets status 400, or the host process runs out of memory.",
+     "Return the number of bytes. A negative number, such as -1 for a failure, "
+     "is read as some four billion; a failure is 0."},
+    {"changing-length", Severity::kWarning,
+     "The length changes from call to call",
+     "Nothing: the server asks once for each response.",
      "Make the whole response in WSIE_HandleServerRequest and keep it "
      "unchanged until WSIE_ReleaseResponse."},
     {"copy-failed", Severity::kFault, "The copy fails", kGets400,
@@ -75,6 +84,11 @@ constexpr FlawKind kKinds[] = {
     {"address-overread", Severity::kWarning, "Reads past the client's address",
      "Nothing, as long as a zero happens to follow the text.",
      "Stop at clientAddressLength; nothing promises a terminator."},
+    {"argument-kept", Severity::kFault,
+     "Memory of the server is used after the call", kHostMemory,
+     "Request, address, flag and buffer are valid during the call that they "
+     "are "
+     "given to: copy what is needed later."},
     {"keep-open-overrun", Severity::kFault, "Writes past the keep-open flag",
      kHostMemory, "The flag has 32 bits: assign to *keepOpen, cast nothing."},
     {"keep-open-value", Severity::kWarning, "The keep-open flag is odd",
@@ -130,10 +144,23 @@ constexpr FlawKind kKinds[] = {
      "Keep each response in memory of its own; lock or avoid what requests "
      "share, static buffers first."},
     {"differing-answers", Severity::kFault,
-     "Answers differ when several threads ask at once",
+     "The same request gets another answer now and then",
      "Gets a wrong answer now and then.",
      "Keep each response in memory of its own; lock or avoid what requests "
      "share, static buffers first."},
+    {"waits-for-other", Severity::kWarning,
+     "One request waits until another one's response is released",
+     "Waits for the requests of all other clients.",
+     "Hold no lock from one call to the next."},
+    {"slow-answer", Severity::kWarning, "An answer takes long",
+     "Waits that long; so does a stop or restart of the server.",
+     "Answer from what is known, and bring it up to date on a thread of your "
+     "own."},
+    {"outlasts-stop", Severity::kWarning,
+     "An answer takes longer than a stop of the server waits",
+     "Waits. A stop or restart ends the function wherever it is after five "
+     "seconds, with what it has locked.",
+     "Give every wait a limit of a second or two."},
     {"memory-growth", Severity::kFault, "Memory grows with every request",
      "Nothing for days; then the host process runs out of memory.",
      "Free in WSIE_ReleaseResponse what WSIE_HandleServerRequest allocated."},
@@ -148,10 +175,12 @@ constexpr FlawKind kKinds[] = {
     {"ended-process", Severity::kFault, "Ends the process", kHostEnds,
      "Do not call exit or abort; an exception that leaves a noexcept function "
      "ends the process, too."},
+    {"ended-thread", Severity::kFault, "Ends the thread that called it",
+     "Loses the connection; the server never frees what belongs to it.",
+     "Return in place of calling ExitThread, _endthreadex or TerminateThread."},
 };
 
-static_assert(std::size(kKinds) ==
-              static_cast<size_t>(Flaw::kEndedProcess) + 1);
+static_assert(std::size(kKinds) == kFlawCount);
 
 }  // namespace
 

@@ -16,6 +16,7 @@ enum class Flaw {
   kFileName,
   kMissingExport,
   kMissingOptionalExport,
+  kMangledExports,
   kNoVersion1,
   kVersionsOverrun,
   kNullContext,
@@ -23,6 +24,7 @@ enum class Flaw {
   kNullResponse,
   kRefused,
   kZeroLength,
+  kGiantLength,
   kChangingLength,
   kCopyFailed,
   kCopyOverrun,
@@ -32,6 +34,7 @@ enum class Flaw {
   kRequestOverread,
   kAddressWritten,
   kAddressOverread,
+  kArgumentKept,
   kKeepOpenOverrun,
   kKeepOpenValue,
   kKeepOpenWithoutLength,
@@ -48,12 +51,19 @@ enum class Flaw {
   kHeadBody,
   kMixedAnswers,
   kDifferingAnswers,
+  kWaitsForOther,
+  kSlowAnswer,
+  kOutlastsStop,
   kMemoryGrowth,
   kCrash,
   kException,
   kHang,
   kEndedProcess,
+  kEndedThread,
 };
+
+inline constexpr size_t kFlawCount =
+    static_cast<size_t>(Flaw::kEndedThread) + 1;
 
 // What all findings of one flaw have in common. The texts are ASCII sentences:
 // `client` says what becomes of the server's clients, `advice` what to do.

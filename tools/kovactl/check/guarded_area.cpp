@@ -3,6 +3,10 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <deque>
+#include <mutex>
+
+#include "check/extension_call.h"
 
 namespace kova::ctl::check {
 namespace {
@@ -16,6 +20,40 @@ constexpr size_t kFrontBytes = 64;
 // Looked through by the handler, which must not wait for a lock.
 constexpr size_t kMostAreas = 512;
 std::atomic<GuardedArea*> g_areas[kMostAreas];
+std::atomic<uint32_t> g_lateAccesses{0};
+
+// What LentArea lends: the area that lies idle longest.
+class Store {
+ public:
+  Store() {
+    for (GuardedArea& area : m_areas) m_idle.push_back(&area);
+  }
+
+  GuardedArea* Take() {
+    const std::lock_guard lock(m_mutex);
+    if (m_idle.empty()) std::abort();
+    GuardedArea* const area = m_idle.front();
+    m_idle.pop_front();
+    return area;
+  }
+
+  void Return(GuardedArea* area) {
+    const std::lock_guard lock(m_mutex);
+    m_idle.push_back(area);
+  }
+
+ private:
+  // More than all threads of a check use at once.
+  GuardedArea m_areas[kMostAreas - 128];
+  std::mutex m_mutex;
+  std::deque<GuardedArea*> m_idle;
+};
+
+// Never destroyed: the extension's threads may run until the process ends.
+Store& TheStore() {
+  static auto* const store = new Store;
+  return *store;
+}
 
 bool Exchange(GuardedArea* before, GuardedArea* after) {
   return std::ranges::any_of(g_areas, [&](std::atomic<GuardedArea*>& place) {
@@ -41,20 +79,56 @@ GuardedArea::~GuardedArea() {
   Free();
 }
 
-const char* GuardedArea::PlaceReadOnly(std::string_view bytes) {
-  char* const placed = Place(bytes.size());
+const char* GuardedArea::PlaceReadOnly(std::string_view bytes,
+                                       const char* what) {
+  char* const placed = Place(bytes.size(), what);
   if (placed == nullptr) std::abort();
   std::memcpy(placed, bytes.data(), bytes.size());
   Protect(m_data, m_capacityBytes, PAGE_READONLY);
   return placed;
 }
 
-char* GuardedArea::Place(size_t lengthBytes) {
+char* GuardedArea::Place(size_t lengthBytes, const char* what, char fill) {
   if (!Reserve(lengthBytes + kFrontBytes)) return nullptr;
+  if (m_sealed.exchange(false)) {
+    // A late access may have opened them.
+    Protect(m_data + m_capacityBytes, kGuardBytes, PAGE_NOACCESS);
+  }
+  m_what = what;
   Protect(m_data, m_capacityBytes, PAGE_READWRITE);
   m_placed = m_data + m_capacityBytes - lengthBytes;
-  std::memset(m_placed - kFrontBytes, kUnwritten, lengthBytes + kFrontBytes);
+  std::memset(m_placed - kFrontBytes, kUnwritten, kFrontBytes);
+  std::memset(m_placed, fill, lengthBytes);
   return m_placed;
+}
+
+void GuardedArea::Seal() {
+  if (m_data == nullptr) return;
+  m_sealed = true;
+  Protect(m_data, m_capacityBytes, PAGE_NOACCESS);
+}
+
+std::vector<LateAccess> GuardedArea::TakeLateAccesses() {
+  std::vector<LateAccess> accesses;
+  if (g_lateAccesses.exchange(0) == 0) return accesses;
+  for (const std::atomic<GuardedArea*>& place : g_areas) {
+    GuardedArea* const area = place;
+    if (area == nullptr || !area->m_hasLate.exchange(false)) continue;
+    accesses.push_back(area->m_late);
+    area->m_lateNoted = false;
+  }
+  return accesses;
+}
+
+// The first of several threads notes what it did.
+void GuardedArea::NoteLate(const EXCEPTION_RECORD& record, bool isWrite) {
+  if (m_lateNoted.exchange(true)) return;
+  const Callee callee = CalleeOfThisThread();
+  m_late = {m_what, isWrite,
+            callee == Callee::kNone ? Callee::kOwnThread : callee,
+            record.ExceptionAddress};
+  m_hasLate = true;
+  ++g_lateAccesses;
 }
 
 Breach GuardedArea::TakeBreach() {
@@ -100,10 +174,18 @@ bool GuardedArea::Forgive(const EXCEPTION_RECORD& record) {
       at >= start + m_capacityBytes + kGuardBytes) {
     return false;
   }
+  if (m_sealed) {
+    NoteLate(record, isWrite);
+    Protect(m_data, m_capacityBytes + kGuardBytes, PAGE_READWRITE);
+    return true;
+  }
+  const bool isInside = at < start + m_capacityBytes;
+  // A late reader whose area was placed anew just now; it reads what it finds.
+  if (isInside && !isWrite) return true;
   if (!m_hasOffset.exchange(true)) {
     m_offset = at - reinterpret_cast<ULONG_PTR>(m_placed);
   }
-  if (at < start + m_capacityBytes) {
+  if (isInside) {
     m_wrote = true;
     Protect(m_data, m_capacityBytes, PAGE_READWRITE);
   } else {
@@ -133,6 +215,13 @@ void GuardedArea::Free() {
   if (m_data != nullptr) ::VirtualFree(m_data, 0, MEM_RELEASE);
   m_data = nullptr;
   m_capacityBytes = 0;
+}
+
+LentArea::LentArea() : m_area(TheStore().Take()) {}
+
+LentArea::~LentArea() {
+  m_area->Seal();
+  TheStore().Return(m_area);
 }
 
 }  // namespace kova::ctl::check

@@ -96,5 +96,35 @@ TEST_F(GuardedAreaTest, GrowsAndFillsWhatItPlaces) {
   }
 }
 
+TEST_F(GuardedAreaTest, NoticesWhatIsTouchedAfterItsTime) {
+  volatile char* const placed = Volatile(m_area.PlaceReadOnly("abc", "a text"));
+  (void)m_area.TakeBreach();
+  m_area.Seal();
+  EXPECT_TRUE(GuardedArea::TakeLateAccesses().empty());
+  EXPECT_EQ(placed[1], 'b');
+  placed[1] = 'x';
+  const std::vector<LateAccess> late = GuardedArea::TakeLateAccesses();
+  ASSERT_EQ(late.size(), 1u);
+  EXPECT_STREQ(late[0].what, "a text");
+  EXPECT_FALSE(late[0].isWrite);
+  EXPECT_EQ(late[0].callee, Callee::kOwnThread);
+  EXPECT_TRUE(GuardedArea::TakeLateAccesses().empty());
+  (void)m_area.PlaceReadOnly("abc");
+  (void)placed[3];
+  EXPECT_TRUE(m_area.TakeBreach().readPast);
+}
+
+TEST_F(GuardedAreaTest, LendsAnAreaAgainOnlyAfterManyOthers) {
+  const char* first = nullptr;
+  {
+    const LentArea area;
+    first = area->PlaceReadOnly("abc");
+  }
+  for (int i = 0; i < 100; ++i) {
+    const LentArea area;
+    EXPECT_NE(area->PlaceReadOnly("abc"), first);
+  }
+}
+
 }  // namespace
 }  // namespace kova::ctl::check

@@ -14,17 +14,24 @@ struct Harness {
   WorkerState& state;
   Reporter& reporter;
   Extension extension;
-  // The bytes of --request; empty without it.
-  std::string ownRequest;
+  // Those of --request; empty without it.
+  Requests ownRequests;
 
   [[nodiscard]] std::string Printer() const { return state.task.printer; }
-  [[nodiscard]] Request OwnRequest(Owes owes) const {
-    return {ownRequest, owes, ownRequest.starts_with("HEAD ")};
+  // What thread `thread` asks under load: the user's requests, or two of its
+  // own.
+  [[nodiscard]] Requests LoadRequests(size_t thread) const {
+    return ownRequests.empty() ? ThreadRequests(Printer(), thread)
+                               : ownRequests;
+  }
+  // Whether the check may go on for longer.
+  [[nodiscard]] bool HasTime() const {
+    return ::GetTickCount64() < state.task.deadlineMs;
   }
 };
 
-// One step: does it and tells the reporter its end. False if no later step
-// makes sense.
+// One step: does it and tells the reporter how it ended. False if no later step
+// makes sense. Runs on a thread of its own, as a connection's calls do.
 using StepBody = bool(Harness& harness);
 
 // The five steps that load the library.
@@ -32,7 +39,7 @@ StepBody LoadLibraryStep, ExportsStep, VersionsStep, RestartRoutineStep,
     InitializeStep;
 
 // The steps that hand requests over one by one.
-StepBody SmallStep, KeepOpenStep, UnfetchedStep, OwnStep;
+StepBody SmallStep, KeepOpenStep, UnfetchedStep, MeasuredTwiceStep, OwnStep;
 // Hands `requests` over one after the other, each on a connection of its own,
 // and ends the step.
 bool SendEach(Harness& harness, const Requests& requests);
@@ -42,7 +49,7 @@ bool SendStep(Harness& harness) {
 }
 
 // The steps that hand the same requests over again and again.
-StepBody ThreadsStep, MemoryStep;
+StepBody InterleaveStep, ThreadsStep, MemoryStep;
 
 // How often the extension has called the restart routine.
 uint32_t RestartCalls();

@@ -1,63 +1,17 @@
 #include "check/input_file.h"
 
-#include <cstring>
-
-#include "base/handles.h"
+#include "admin/image_file.h"
 #include "common/file_path.h"
+#include "common/random_access_file.h"
+#include "common/utf8.h"
 #include "http/http_request.h"
 #include "kova/extension.h"
 
 namespace kova::ctl::check {
-namespace {
-
-// Enough for the headers of any image that linkers make.
-constexpr size_t kHeaderBytes = 4096;
-
-bool IsFolder(const std::wstring& path) {
-  const DWORD attributes = ::GetFileAttributesW(path.c_str());
-  return attributes != INVALID_FILE_ATTRIBUTES &&
-         (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-}
-
-std::string ReadBytes(const std::wstring& path, size_t most) {
-  const UniqueFile file(::CreateFileW(path.c_str(), GENERIC_READ,
-                                      FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                                      0, nullptr));
-  std::string bytes;
-  char buffer[kHeaderBytes];
-  DWORD count = 0;
-  while (file.IsValid() && bytes.size() < most &&
-         ::ReadFile(file.Get(), buffer, sizeof(buffer), &count, nullptr) &&
-         count > 0) {
-    bytes.append(buffer, count);
-  }
-  return bytes;
-}
-
-// The machine that an image is built for; IMAGE_FILE_MACHINE_UNKNOWN if the
-// bytes begin no image.
-WORD MachineOf(const std::string& bytes) {
-  IMAGE_DOS_HEADER dos{};
-  if (bytes.size() < sizeof(dos)) return IMAGE_FILE_MACHINE_UNKNOWN;
-  std::memcpy(&dos, bytes.data(), sizeof(dos));
-  DWORD signature = 0;
-  IMAGE_FILE_HEADER header{};
-  const auto at = static_cast<size_t>(static_cast<DWORD>(dos.e_lfanew));
-  if (dos.e_magic != IMAGE_DOS_SIGNATURE ||
-      at + sizeof(signature) + sizeof(header) > bytes.size()) {
-    return IMAGE_FILE_MACHINE_UNKNOWN;
-  }
-  std::memcpy(&signature, bytes.data() + at, sizeof(signature));
-  std::memcpy(&header, bytes.data() + at + sizeof(signature), sizeof(header));
-  return signature == IMAGE_NT_SIGNATURE ? header.Machine
-                                         : IMAGE_FILE_MACHINE_UNKNOWN;
-}
-
-}  // namespace
 
 std::wstring LibraryPath(const std::wstring& path) {
   std::wstring full = FullPath(path);
-  if (!IsFolder(full)) return full;
+  if (!FolderExists(full)) return full;
   return full + (full.ends_with(L'\\') ? L"" : L"\\") +
          KOVA_EXTENSION_FILE_NAME;
 }
@@ -68,16 +22,49 @@ std::optional<Failure> CheckLibraryFile(const std::wstring& path) {
                    L"there is no library " + path +
                        L"; name the file or the package folder it is in"};
   }
-  const WORD machine = MachineOf(ReadBytes(path, kHeaderBytes));
-  if (machine == IMAGE_FILE_MACHINE_AMD64) return std::nullopt;
-  if (machine == IMAGE_FILE_MACHINE_UNKNOWN) {
-    return Failure{ExitCode::kUnsuitableLibrary,
-                   path + L" is not a library; name a 64-bit DLL"};
+  DiskFile file;
+  const DWORD error = file.Open(path);
+  if (error != ERROR_SUCCESS) {
+    return SystemFailure(ExitCode::kUnsuitableLibrary, L"cannot read " + path,
+                         error);
+  }
+  const ImageFacts image = ReadImage(file);
+  switch (image.form) {
+    case ImageForm::kSound:
+      return std::nullopt;
+    case ImageForm::kNoImage:
+      return Failure{ExitCode::kUnsuitableLibrary,
+                     path + L" is not a library; name a 64-bit DLL"};
+    case ImageForm::kCutShort:
+      return Failure{ExitCode::kUnsuitableLibrary,
+                     path + L" is damaged or cut short; build it again"};
+    case ImageForm::kForeign:
+      break;
   }
   return Failure{ExitCode::kUnsuitableLibrary,
-                 path +
-                     L" is built for another machine; the server loads "
-                     L"64-bit x86 libraries alone, so build it for x64"};
+                 path + L" is " + MachineText(image.machine) +
+                     L"; the server loads 64-bit x86 libraries alone, so build "
+                     L"it for x64"};
+}
+
+Failure CannotLoad(const std::wstring& path, DWORD error) {
+  const std::wstring what = L"cannot load " + path;
+  if (error != ERROR_MOD_NOT_FOUND) {
+    return SystemFailure(ExitCode::kUnsuitableLibrary,
+                         what + L"; see that its DllMain returns TRUE", error);
+  }
+  std::wstring needed;
+  DiskFile file;
+  if (file.Open(path) == ERROR_SUCCESS) {
+    for (const std::string& library : MissingImports(ReadImage(file))) {
+      needed += (needed.empty() ? L"" : L", ") + ToWide(library);
+    }
+  }
+  return {ExitCode::kUnsuitableLibrary,
+          what + L": a library that it needs was not found" +
+              (needed.empty() ? L"" : L", " + needed) +
+              L"; link that one statically, for Windows does not look beside "
+              L"the extension"};
 }
 
 std::optional<Failure> CheckRequestFile(const std::wstring& path) {
@@ -99,7 +86,12 @@ std::optional<Failure> CheckRequestFile(const std::wstring& path) {
 }
 
 std::string ReadWholeFile(const std::wstring& path) {
-  return ReadBytes(path, std::string::npos);
+  DiskFile file;
+  if (file.Open(path) != ERROR_SUCCESS) return {};
+  std::string bytes(static_cast<size_t>(file.SizeBytes()), '\0');
+  const bool read =
+      file.Read(0, {reinterpret_cast<uint8_t*>(bytes.data()), bytes.size()});
+  return read ? bytes : std::string();
 }
 
 }  // namespace kova::ctl::check

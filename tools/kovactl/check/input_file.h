@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "base/windows_api.h"
 #include "common/exit_code.h"
 
 namespace kova::ctl::check {
@@ -14,6 +15,9 @@ std::wstring LibraryPath(const std::wstring& path);
 
 // Why the file cannot be a 64-bit extension, found without loading it.
 std::optional<Failure> CheckLibraryFile(const std::wstring& path);
+
+// Why the loader did not take it: it said `error`. Names what is missing.
+Failure CannotLoad(const std::wstring& path, DWORD error);
 
 // Why the bytes of the file cannot be handed over as a request: the server
 // would never pass them on.

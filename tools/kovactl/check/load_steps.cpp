@@ -32,16 +32,19 @@ struct ExportRow {
   const char* without;
 };
 
+// One cause, one finding: what is decorated is reported with its first name.
 void ReportMissing(Harness& harness, const ExportRow& row) {
   const std::string decorated =
       DecoratedExport(harness.extension.module, CalleeName(row.callee));
-  std::string detail = row.without == nullptr ? "" : row.without;
   if (!decorated.empty()) {
-    detail = "it is exported as " + decorated + "; extern \"C\" is missing";
+    harness.reporter.Report(
+        {Flaw::kMangledExports, Callee::kNone, "the first is " + decorated});
+    return;
   }
   harness.reporter.Report({row.without == nullptr ? Flaw::kMissingOptionalExport
                                                   : Flaw::kMissingExport,
-                           row.callee, detail});
+                           row.callee,
+                           row.without == nullptr ? "" : row.without});
 }
 
 std::string Listed(const std::array<uint32_t, kVersionsOffered>& versions) {

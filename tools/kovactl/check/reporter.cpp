@@ -36,12 +36,10 @@ void Reporter::BeginStep(size_t step) {
   const std::lock_guard lock(m_mutex);
   m_seen.clear();
   m_requests = 0;
+  m_note.clear();
+  m_skipped = false;
   WriteLine(m_pipe, {{"begin", step}});
 }
-
-void Reporter::EndStep(const std::string& note) { Finish(note, false); }
-
-void Reporter::SkipStep(const std::string& note) { Finish(note, true); }
 
 void Reporter::CountRequest() {
   const std::lock_guard lock(m_mutex);
@@ -52,10 +50,10 @@ void Reporter::CountRequest() {
   WriteLine(m_pipe, {{"progress", m_requests}});
 }
 
-void Reporter::Finish(const std::string& note, bool skipped) {
+void Reporter::SendEnd() {
   const std::lock_guard lock(m_mutex);
   WriteLine(m_pipe,
-            {{skipped ? "skip" : "end", note}, {"requests", m_requests}});
+            {{m_skipped ? "skip" : "end", m_note}, {"requests", m_requests}});
 }
 
 }  // namespace kova::ctl::check

@@ -24,24 +24,31 @@ class Reporter {
   // function. At once, because the extension may end the process next.
   void Report(const Finding& finding);
 
-  // Begins and ends a step; see step_list.h for the numbers.
+  // Begins a step; see step_list.h for the numbers.
   void BeginStep(size_t step);
-  // note: what there is to say when nothing is wrong, UTF-8; may be empty.
-  void EndStep(const std::string& note);
 
+  // The step did what it does. `note` is what there is to say when nothing is
+  // wrong, UTF-8; may be empty.
+  void EndStep(std::string note) { m_note = std::move(note); }
   // The step was left out, for the reason `note`.
-  void SkipStep(const std::string& note);
+  void SkipStep(std::string note) {
+    m_note = std::move(note);
+    m_skipped = true;
+  }
+
+  // Sends the end of the step: nothing more is found in it.
+  void SendEnd();
 
   // One more request was handed over.
   void CountRequest();
 
  private:
-  void Finish(const std::string& note, bool skipped);
-
   const HANDLE m_pipe;  // weak
   std::mutex m_mutex;
   std::set<std::pair<Flaw, Callee>> m_seen;  // in this step
   uint64_t m_requests = 0;                   // in this step
+  std::string m_note;
+  bool m_skipped = false;
   ULONGLONG m_progressMs = 0;
 };
 

@@ -144,12 +144,16 @@ Requests ThreadRequests(const std::string& printer, size_t thread) {
   };
 }
 
-bool HoldsOtherMark(std::string_view answer, size_t thread) {
-  const std::string own = ThreadMark(thread);
+bool HoldsOtherMark(std::string_view answer, std::string_view request) {
+  const size_t length = ThreadMark(0).size();
   for (size_t at = answer.find(kMarkStart); at != std::string_view::npos;
        at = answer.find(kMarkStart, at + 1)) {
-    const std::string_view mark = answer.substr(at, own.size());
-    if (mark.size() == own.size() && mark != own) return true;
+    const std::string_view mark = answer.substr(at, length);
+    const bool isWhole =
+        mark.size() == length &&
+        mark.find_first_not_of("0123456789", kMarkStart.size()) ==
+            std::string_view::npos;
+    if (isWhole && request.find(mark) == std::string_view::npos) return true;
   }
   return false;
 }

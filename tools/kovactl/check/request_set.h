@@ -47,8 +47,8 @@ std::string ThreadMark(size_t thread);
 // thread.
 Requests ThreadRequests(const std::string& printer, size_t thread);
 
-// Whether `answer` holds the mark of another thread than `thread`.
-bool HoldsOtherMark(std::string_view answer, size_t thread);
+// Whether `answer` holds a thread's mark that `request` does not hold.
+bool HoldsOtherMark(std::string_view answer, std::string_view request);
 
 // The query string "printer=" and the encoded name.
 std::string PrinterQuery(const std::string& printer);

@@ -66,11 +66,12 @@ TEST(RequestSetTest, TellsThreadsApart) {
   EXPECT_THAT(one, HasSubstr("kovacheck01.kovacheck01."));
   EXPECT_THAT(one, Not(HasSubstr("kovacheck00")));
   EXPECT_NE(one.size(), ThreadRequests("P", 2)[1].bytes.size());
-  EXPECT_FALSE(HoldsOtherMark(one, 1));
-  EXPECT_TRUE(HoldsOtherMark(one, 2));
-  EXPECT_TRUE(HoldsOtherMark("kovacheck02 kovacheck01", 2));
-  EXPECT_FALSE(HoldsOtherMark("", 2));
-  EXPECT_FALSE(HoldsOtherMark("kovacheck0", 2));
+  EXPECT_FALSE(HoldsOtherMark(one, one));
+  EXPECT_TRUE(HoldsOtherMark(one, "kovacheck02"));
+  EXPECT_TRUE(HoldsOtherMark("kovacheck02 kovacheck01", "kovacheck02"));
+  EXPECT_FALSE(HoldsOtherMark("", "kovacheck02"));
+  EXPECT_FALSE(HoldsOtherMark("kovacheck0", ""));
+  EXPECT_FALSE(HoldsOtherMark("kovacheck0x", ""));
 }
 
 }  // namespace

@@ -18,7 +18,8 @@ bool SendEach(Harness& harness, const Requests& requests) {
   std::string last;
   int answered = 0;
   for (const Request& request : requests) {
-    const Answer answer = exchange.Send(request);
+    if (!harness.HasTime()) break;
+    const Answer answer = exchange.SendTwice(request);
     last = Described(answer);
     if (answer.hasResponse) ++answered;
   }
@@ -32,16 +33,18 @@ bool SendEach(Harness& harness, const Requests& requests) {
 // With a request of the user's own, that one is owed an answer instead.
 bool SmallStep(Harness& harness) {
   Requests requests = SmallRequests(harness.Printer());
-  if (!harness.ownRequest.empty()) requests.front().owes = Owes::kReason;
+  if (!harness.ownRequests.empty()) requests.front().owes = Owes::kReason;
   return SendEach(harness, requests);
 }
 
 bool OwnStep(Harness& harness) {
-  if (harness.ownRequest.empty()) {
+  if (harness.ownRequests.empty()) {
     harness.reporter.SkipStep("none given");
     return true;
   }
-  return SendEach(harness, {harness.OwnRequest(Owes::kAnswer)});
+  Requests requests = harness.ownRequests;
+  for (Request& request : requests) request.owes = Owes::kAnswer;
+  return SendEach(harness, requests);
 }
 
 // The flag is the connection's: each request finds what the one before left.
@@ -50,7 +53,9 @@ bool KeepOpenStep(Harness& harness) {
   std::string kept;
   uint32_t keepOpen = 0;
   for (const Request& request : KeepOpenRequests(harness.Printer())) {
-    keepOpen = exchange.Send(request, keepOpen).keepOpen;
+    Answer answer = exchange.Send(request, keepOpen);
+    exchange.Judge(request, answer);
+    keepOpen = answer.keepOpen;
     kept += (kept.empty() ? "" : ", ") +
             std::string(keepOpen != 0 ? "kept open" : "closed");
   }
@@ -64,6 +69,13 @@ bool UnfetchedStep(Harness& harness) {
   // Twice, because a second one shows what the first one spoiled.
   exchange.SendAndRelease(request);
   exchange.SendAndRelease(request);
+  harness.reporter.EndStep("");
+  return true;
+}
+
+bool MeasuredTwiceStep(Harness& harness) {
+  Exchange(harness.state, 0, harness.extension, harness.reporter)
+      .SendAndMeasureTwice(SmallRequests(harness.Printer()).front());
   harness.reporter.EndStep("");
   return true;
 }

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <string_view>
 
 namespace kova::ctl::check {
 
@@ -28,8 +30,10 @@ inline constexpr StepInfo kSteps[] = {
     {"keep-open", "three requests on one connection"},
     {"malformed", "requests that are only half right"},
     {"unfetched", "a response released unfetched"},
+    {"measured-twice", "a length that is asked for twice"},
     {"bare-address", "a client address at the end of memory"},
     {"own", "the request of --request"},
+    {"interleave", "two requests, their calls in any order"},
     {"threads", "many threads at once"},
     {"memory", "memory over many requests"},
     {"end", "the end of the process"},
@@ -39,7 +43,18 @@ inline constexpr size_t kStepCount = sizeof(kSteps) / sizeof(kSteps[0]);
 // Steps before this one load the library; they are done in every worker.
 inline constexpr size_t kFirstRequestStep = 5;
 inline constexpr size_t kEndStep = kStepCount - 1;
+// A set of steps: bit i stands for step i.
+using StepSet = uint64_t;
+static_assert(kStepCount <= 64);
+constexpr StepSet StepBit(size_t step) { return StepSet{1} << step; }
+// The step called `name`; kStepCount if there is none.
+constexpr size_t StepCalled(std::string_view name) {
+  size_t step = 0;
+  while (step < kStepCount && kSteps[step].name != name) ++step;
+  return step;
+}
+
 // Left out unless the user gives a request.
-inline constexpr size_t kOwnStep = 17;
+inline constexpr size_t kOwnStep = StepCalled("own");
 
 }  // namespace kova::ctl::check

@@ -22,8 +22,8 @@ constexpr char kExamples[] =
     "      try everything the server does to it, and more\n"
     "  kovactl check-extension .\\mine --printer \"Office 2\" --threads 32\n"
     "      the extension in that folder, for another printer, under more load\n"
-    "  kovactl check-extension .\\mine --request save.http --timeout 2\n"
-    "      with a request of your own, each call within two seconds\n"
+    "  kovactl check-extension .\\mine --request a.http --request b.http\n"
+    "      with requests of your own\n"
     "  kovactl check-extension .\\mine --json > report.json\n"
     "      for another program; exit code 0 without faults, 1 with faults";
 
@@ -31,13 +31,10 @@ constexpr char kExamples[] =
 struct Arguments {
   CheckOptions options;
   std::string path;
-  std::string requestFile;
+  std::vector<std::string> requestFiles;
+  std::vector<std::string> only;
   bool json = false;
 };
-
-CLI::Validator Limits(uint32_t least, uint32_t most) {
-  return CLI::Range(least, most).description("");
-}
 
 void AddOptions(CLI::App& verb, Arguments& arguments) {
   CheckOptions& options = arguments.options;
@@ -48,10 +45,22 @@ void AddOptions(CLI::App& verb, Arguments& arguments) {
   verb.add_option("--printer", options.printer,
                   "Ask for this printer (default: Demo Printer)")
       ->type_name("NAME");
-  verb.add_option("--request", arguments.requestFile,
+  verb.add_option("--request", arguments.requestFiles,
                   "Send the bytes of this file, too, and under load instead of "
-                  "the usual requests")
-      ->type_name("FILE");
+                  "the usual requests; may be repeated")
+      ->type_name("FILE")
+      ->allow_extra_args(false);
+  verb.add_option("--only", arguments.only,
+                  "Do this step alone, called as in the JSON; may be repeated")
+      ->type_name("STEP")
+      ->allow_extra_args(false)
+      ->check(CLI::Validator(
+          [](const std::string& name) {
+            return check::StepCalled(name) < check::kStepCount
+                       ? std::string()
+                       : "there is no step " + name;
+          },
+          ""));
   verb.add_option("--requests", options.requests,
                   "Watch the memory over N requests (default: 1000)")
       ->type_name("N")
@@ -64,6 +73,10 @@ void AddOptions(CLI::App& verb, Arguments& arguments) {
                   "Give each call N seconds to return (default: 10)")
       ->type_name("N")
       ->check(Limits(1, 3600));
+  verb.add_option("--budget", options.budgetSeconds,
+                  "End after N seconds, whatever is left (default: 60)")
+      ->type_name("N")
+      ->check(Limits(5, 86400));
   AddJsonFlag(verb, arguments.json);
 }
 
@@ -79,22 +92,44 @@ CheckReport CheckWithNotice(const CheckOptions& options) {
   });
 }
 
-void Run(Arguments& arguments) {
+// Fills in what the paths mean. Why it cannot be checked, if so.
+std::optional<Failure> Resolve(Arguments& arguments) {
   CheckOptions& options = arguments.options;
   options.library = check::LibraryPath(ToWide(arguments.path));
   options.program = ProgramPath();
-  EndVerb(check::CheckLibraryFile(options.library));
-  if (!arguments.requestFile.empty()) {
-    options.requestFile = FullPath(ToWide(arguments.requestFile));
-    EndVerb(check::CheckRequestFile(options.requestFile));
+  if (auto failure = check::CheckLibraryFile(options.library)) return failure;
+  if (arguments.requestFiles.size() > check::kMostOwnRequests) {
+    return Failure{ExitCode::kWrongUsage,
+                   L"--request may be given " +
+                       std::to_wstring(check::kMostOwnRequests) + L" times"};
   }
-  const CheckReport report = CheckWithNotice(options);
-  EndVerb(report.failure);
+  if (!arguments.only.empty()) options.only = 0;
+  for (const std::string& name : arguments.only) {
+    options.only |= check::StepBit(check::StepCalled(name));
+  }
+  for (const std::string& file : arguments.requestFiles) {
+    options.requestFiles.push_back(FullPath(ToWide(file)));
+    if (auto failure = check::CheckRequestFile(options.requestFiles.back())) {
+      return failure;
+    }
+  }
+  return std::nullopt;
+}
+
+void Run(Arguments& arguments) {
+  CheckReport report;
+  report.failure = Resolve(arguments);
+  if (report.failure) {
+    report.library = ToUtf8(arguments.options.library);
+  } else {
+    report = CheckWithNotice(arguments.options);
+  }
   if (arguments.json) {
     ShowJson(check::ReportJson(report));
-  } else {
+  } else if (!report.failure) {
     ShowText(check::ReportText(report));
   }
+  EndVerb(report.failure);
   if (report.Count(check::Severity::kFault) > 0) {
     throw CLI::RuntimeError(static_cast<int>(ExitCode::kInternalError));
   }

@@ -5,6 +5,7 @@
 #include <mutex>
 #include <thread>
 
+#include "check/connection_thread.h"
 #include "check/extension_call.h"
 #include "check/guarded_area.h"
 #include "check/harness.h"
@@ -17,6 +18,8 @@ namespace {
 
 constexpr DWORD kPollMs = 50;
 constexpr UINT kEndedByUs = 0x4B4F;
+// A step that has begun may go on for so long after the deadline.
+constexpr uint64_t kGraceMs = 2000;
 
 // Reads lines from a pipe on a thread of its own, so that the worker never
 // waits for a reader.
@@ -103,10 +106,15 @@ void WriteTask(Task& task, const CheckOptions& options, size_t firstStep,
                HANDLE messages) {
   Put(task.library, options.library);
   Put(task.printer, options.printer);
-  Put(task.requestFile, options.requestFile);
+  for (size_t i = 0; i < options.requestFiles.size(); ++i) {
+    Put(task.requestFiles[i], options.requestFiles[i]);
+  }
   task.requests = options.requests;
   task.threads = options.threads;
   task.firstStep = static_cast<uint32_t>(firstStep);
+  task.only = options.only;
+  task.timeoutMs = options.timeoutSeconds * 1000;
+  task.budgetMs = options.budgetSeconds * 1000;
   task.messages = messages;
 }
 
@@ -156,6 +164,9 @@ WorkerEnd Judge(const WorkerState& state, std::optional<Callee> hang,
   if (state.crashed) {
     return {Kind::kCrashed, state.crash.callee, state.crash, code};
   }
+  if (state.endedThread != Callee::kNone) {
+    return {Kind::kEndedThread, state.endedThread, {}, code};
+  }
   if (hang) return {Kind::kHung, *hang, {}, code};
   const Callee place = FindPlace(state);
   const bool finished =
@@ -181,22 +192,43 @@ constexpr StepBody* kBodies[] = {
     &KeepOpenStep,
     &SendStep<MalformedRequests>,
     &UnfetchedStep,
+    &MeasuredTwiceStep,
     &SendStep<AddressRequests>,
     &OwnStep,
+    &InterleaveStep,
     &ThreadsStep,
     &MemoryStep,
 };
 static_assert(std::size(kBodies) == kEndStep);
+
+// On a thread like a connection's: what the extension keeps for one of them is
+// not there for the next.
+bool DoStep(Harness& harness, StepBody* body) {
+  bool goOn = false;
+  {
+    const ConnectionThread thread(harness.state, 0,
+                                  [&] { goOn = body(harness); });
+  }
+  return goOn;
+}
 
 // A worker that takes over from one that ended loads the library again, and
 // goes on where the other one did not.
 void RunSteps(Harness& harness) {
   const size_t first = harness.state.task.firstStep;
   for (size_t step = 0; step < kEndStep; ++step) {
-    if (step >= kFirstRequestStep && step < first) continue;
+    const bool isWanted =
+        step >= first && (harness.state.task.only & StepBit(step)) != 0;
+    if (step >= kFirstRequestStep && !isWanted) continue;
     harness.reporter.BeginStep(step);
-    const bool goOn = kBodies[step](harness);
+    bool goOn = true;
+    if (harness.HasTime()) {
+      goOn = DoStep(harness, kBodies[step]);
+    } else {
+      harness.reporter.SkipStep("no time left; give it more with --budget");
+    }
     harness.reporter.Send({{"restartCalls", RestartCalls()}});
+    harness.reporter.SendEnd();
     if (!goOn) return;
   }
   harness.reporter.BeginStep(kEndStep);
@@ -205,6 +237,7 @@ void RunSteps(Harness& harness) {
 }  // namespace
 
 WorkerEnd RunWorkerProcess(const CheckOptions& options, size_t firstStep,
+                           uint64_t deadlineMs,
                            const WorkerMessages& onMessages) {
   SharedWorkerState shared;
   if (!shared.Create()) {
@@ -213,6 +246,7 @@ WorkerEnd RunWorkerProcess(const CheckOptions& options, size_t firstStep,
   WorkerState& state = shared.Get();
   LineReader reader;
   WriteTask(state.task, options, firstStep, reader.WritingEnd());
+  state.task.deadlineMs = deadlineMs;
   const UniqueKernelHandle job = MakeJob();
   const UniqueKernelHandle process = StartProcess(options, shared.Section());
   if (!process.IsValid()) {
@@ -221,15 +255,20 @@ WorkerEnd RunWorkerProcess(const CheckOptions& options, size_t firstStep,
   ::AssignProcessToJobObject(job.Get(), process.Get());
   reader.Start();
   std::optional<Callee> hang;
+  bool outOfTime = false;
   while (::WaitForSingleObject(process.Get(), kPollMs) == WAIT_TIMEOUT) {
     onMessages(reader.TakeLines());
     if (!hang) hang = FindHang(state, options.timeoutSeconds * uint64_t{1000});
-    if (hang) ::TerminateProcess(process.Get(), kEndedByUs);
+    outOfTime = !hang && ::GetTickCount64() > deadlineMs + kGraceMs;
+    if (hang || outOfTime) ::TerminateProcess(process.Get(), kEndedByUs);
   }
   reader.Finish();
   onMessages(reader.TakeLines());
   DWORD code = 0;
   ::GetExitCodeProcess(process.Get(), &code);
+  if (outOfTime && code == kEndedByUs) {
+    return {WorkerEnd::Kind::kOutOfTime, FindPlace(state), {}, code};
+  }
   return Judge(state, hang, code);
 }
 
@@ -244,8 +283,11 @@ bool RunWorker(uint64_t stateHandle) {
   ::SetHandleInformation(state.task.messages, HANDLE_FLAG_INHERIT, 0);
   Reporter reporter(state.task.messages);
   Harness harness{state, reporter, {}, {}};
-  if (state.task.requestFile[0] != L'\0') {
-    harness.ownRequest = ReadWholeFile(state.task.requestFile);
+  for (const auto& file : state.task.requestFiles) {
+    if (file[0] == L'\0') break;
+    const std::string bytes = ReadWholeFile(file);
+    harness.ownRequests.push_back(
+        {bytes, Owes::kReason, bytes.starts_with("HEAD ")});
   }
   RunSteps(harness);
   state.calls[0].sinceMs = ::GetTickCount64();

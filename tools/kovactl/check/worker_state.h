@@ -12,23 +12,29 @@
 namespace kova::ctl::check {
 
 inline constexpr size_t kMostThreads = 64;
+inline constexpr size_t kMostOwnRequests = 16;
 
 // What is to be checked. Written before the worker starts. Texts are
 // zero-terminated.
 struct Task {
   wchar_t library[1024];
-  char printer[512];          // UTF-8
-  wchar_t requestFile[1024];  // empty without one
+  char printer[512];                             // UTF-8
+  wchar_t requestFiles[kMostOwnRequests][1024];  // an empty one ends the list
   uint32_t requests;
   uint32_t threads;
   uint32_t firstStep;
-  HANDLE messages;  // weak; an inherited pipe's writing end
+  uint64_t only;  // a StepSet; the steps that load are done anyway
+  uint32_t timeoutMs;
+  uint32_t budgetMs;
+  uint64_t deadlineMs;  // of GetTickCount64; no step begins after it
+  HANDLE messages;      // weak; an inherited pipe's writing end
 };
 
 // What one thread is calling.
 struct CallInProgress {
   std::atomic<Callee> callee;
   std::atomic<uint64_t> sinceMs;  // of GetTickCount64
+  std::atomic<uint32_t> threadId;
 };
 
 // An exception that left the extension.
@@ -45,6 +51,7 @@ struct CrashRecord {
 struct WorkerState {
   Task task;
   CallInProgress calls[kMostThreads + 1];  // the main thread's first
+  std::atomic<Callee> endedThread;         // what ended the thread it ran on
   std::atomic<bool> crashed;               // set after `crash` was written
   CrashRecord crash;
 };
