@@ -177,8 +177,8 @@ bool WantsKeepOpen(std::string_view request) {
 
 // Returns what the answer is to say about the connection.
 bool SetFlag(std::string_view request, uint32_t* keepOpen) {
-  const bool keep = WantsKeepOpen(request) || Has("kept-unmeasured") ||
-                    Has("odd-flag");
+  const bool keep =
+      WantsKeepOpen(request) || Has("kept-unmeasured") || Has("odd-flag");
   if (Has("wide-flag")) {
     const uint64_t wide = keep ? 1 : 0;
     std::memcpy(keepOpen, &wide, sizeof(wide));

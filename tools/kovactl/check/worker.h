@@ -22,7 +22,7 @@ struct CheckOptions {
   uint32_t threads = 8;
   uint32_t timeoutSeconds = 10;  // for each call into the extension
   uint32_t budgetSeconds = 60;   // for the whole check
-  StepSet only = ~StepSet{0};  // the steps that load are done anyway
+  StepSet only = ~StepSet{0};    // the steps that load are done anyway
   // After so many crashes and hangs the rest is not tried.
   uint32_t mostDeaths = 3;
   std::wstring program;  // the full path of kovactl.exe
