@@ -8,6 +8,7 @@ import uuid
 from linked import SPDX_IDS, output_of
 
 PRODUCT = "KOVAServer"
+MAKER = "Corvane Tessaly"
 # What takes part in making the images; other versions may give other bytes.
 TOOLS = ("clang-19", "lld-19", "llvm-19", "binutils-mingw-w64-x86-64", "cmake",
          "ninja-build")
@@ -50,14 +51,16 @@ def library_entry(component):
     }
 
 
-def file_entry(root, path, ref):
-    return {
+def file_entry(name, path, version):
+    entry = {
         "type": "file",
-        "bom-ref": ref,
-        "name": path,
-        "hashes": [{"alg": "SHA-256", "content": sha256(
-            os.path.join(root, path))}],
+        "bom-ref": f"file:{name}",
+        "name": name,
+        "hashes": [{"alg": "SHA-256", "content": sha256(path)}],
     }
+    if name.endswith((".dll", ".exe", ".msi")):
+        entry["version"] = version
+    return entry
 
 
 def dependencies(product, files, components):
@@ -80,32 +83,40 @@ def metadata(product, version, commit, epoch):
             {"name": f"kova:built-with:{tool}", "value": built_with})
     return {
         "timestamp": time.strftime("%Y-%m-%dT%H:%M:%SZ"),
+        "supplier": {"name": MAKER},
         "component": {
             "type": "library",
             "bom-ref": product,
             "name": PRODUCT,
             "version": version,
-            "publisher": "Corvane Tessaly",
+            "publisher": MAKER,
+            "supplier": {"name": MAKER},
             "description": "HTTP access to printer drivers",
         },
         "properties": properties,
     }
 
 
-def make_bill(roots, components, version, commit, epoch):
-    """roots: the folders whose files are listed, the package's and the
-    symbols'; their paths do not overlap. Returns the bill as text."""
+def files_of(*roots):
+    """The path of each file below `roots`, by what a bill calls it; their
+    names do not overlap."""
+    return {name: os.path.join(root, name)
+            for root in roots for name in files_below(root)}
+
+
+def make_bill(files, components, version, commit, epoch):
+    """files: by name, the path of each file that is listed. Returns the bill as
+    text."""
     product = f"product:{PRODUCT}@{version}"
-    files = {path: root for root in roots for path in files_below(root)}
-    paths = sorted(files)
+    names = sorted(files)
     bill = {
         "bomFormat": "CycloneDX",
         "specVersion": "1.5",
         "version": 1,
         "metadata": metadata(product, version, commit, epoch),
         "components": [library_entry(c) for c in components] + [
-            file_entry(files[path], path, f"file:{path}") for path in paths],
-        "dependencies": dependencies(product, paths, components),
+            file_entry(name, files[name], version) for name in names],
+        "dependencies": dependencies(product, names, components),
     }
     # A number for these contents and no others.
     digest = hashlib.sha256(json.dumps(bill, sort_keys=True).encode()).digest()

@@ -9,6 +9,7 @@ CRCCheck force
 !include LogicLib.nsh
 !include FileFunc.nsh
 !include TextFunc.nsh
+!include WinMessages.nsh
 !include WordFunc.nsh
 
 !define PRODUCT "KOVA Server"
@@ -38,6 +39,12 @@ CRCCheck force
 !define OVER_LIST "${GOING}\over.txt"
 ; Of these, what the new version does not have.
 !define OBSOLETE_LIST "${GOING}\obsolete.txt"
+
+; What Windows calls the machine's folders of programs.
+!define ENVIRONMENT_KEY \
+  "SYSTEM\CurrentControlSet\Control\Session Manager\Environment"
+!define FIREWALL_RULE "${PRODUCT}"
+!define DEFAULT_PORT 5130
 
 ; The exit code of a refusal or a failure; all is as it was before.
 !define REFUSED 2
@@ -272,6 +279,76 @@ Function Recover
   Call DeleteComing
 FunctionEnd
 
+; Out: $R5, the key; $R6, a buffer that holds the machine's Path and has room for
+; a folder more; $R7, its type. A path can be longer than what NSIS takes as a
+; text, which would cut it off.
+Function ReadPath
+  ; HKEY_LOCAL_MACHINE, KEY_READ | KEY_WRITE
+  System::Call 'advapi32::RegOpenKeyExW(p -2147483646, \
+    w "${ENVIRONMENT_KEY}", i 0, i 0x2001F, *p .R5) i .r0'
+  System::Call 'advapi32::RegQueryValueExW(p R5, w "Path", p 0, *i .R7, p 0, \
+    *i .r1) i .r0'
+  ${If} $0 <> 0
+    StrCpy $1 0
+    StrCpy $R7 2 ; REG_EXPAND_SZ
+  ${EndIf}
+  IntOp $2 $1 + 4096
+  System::Alloc $2
+  Pop $R6
+  System::Call 'advapi32::RegQueryValueExW(p R5, w "Path", p 0, p 0, p R6, \
+    *i r1r1)'
+FunctionEnd
+
+Function WritePath
+  System::Call 'kernel32::lstrlenW(p R6) i .r0'
+  IntOp $0 $0 * 2
+  IntOp $0 $0 + 2
+  System::Call 'advapi32::RegSetValueExW(p R5, w "Path", i 0, i R7, p R6, i r0)'
+  System::Call 'advapi32::RegCloseKey(p R5)'
+  System::Free $R6
+  SendMessage ${HWND_BROADCAST} ${WM_SETTINGCHANGE} 0 "STR:Environment" \
+    /TIMEOUT=2000
+FunctionEnd
+
+; In: $Folder. Its tool's folder, where it stands behind another one.
+Function TakeOffPath
+  Call ReadPath
+  StrCpy $1 ";$Folder\bin"
+  StrLen $2 $1
+  IntOp $2 $2 * 2
+  System::Call 'shlwapi::StrStrIW(p R6, w r1) p .r3'
+  ${If} $3 P<> 0
+    IntPtrOp $4 $3 + $2
+    System::Call '*$4(&i2 .r5)'
+    ${If} $5 = 0
+    ${OrIf} $5 = 59 ; the next folder's semicolon
+      System::Call 'kernel32::lstrlenW(p r4) i .r6'
+      IntOp $6 $6 * 2
+      IntOp $6 $6 + 2
+      System::Call 'kernel32::RtlMoveMemory(p r3, p r4, p r6)'
+    ${EndIf}
+  ${EndIf}
+  Call WritePath
+FunctionEnd
+
+Function CloseFirewall
+  nsExec::Exec '"$SYSDIR\netsh.exe" advfirewall firewall delete rule \
+    name="${FIREWALL_RULE}"'
+  Pop $0
+FunctionEnd
+
+; What this installation has changed beside its files.
+Function TakeBackComponents
+  ReadRegDWORD $0 HKLM "${UNINSTALL_KEY}" "path"
+  ${If} $0 = 1
+    Call TakeOffPath
+  ${EndIf}
+  ReadRegDWORD $0 HKLM "${UNINSTALL_KEY}" "firewall"
+  ${If} $0 = 1
+    Call CloseFirewall
+  ${EndIf}
+FunctionEnd
+
 !macro RemoveMakersFolder
   ${If} $Folder == "$PROGRAMFILES64\${MAKER}\${PRODUCT}"
     RMDir "$PROGRAMFILES64\${MAKER}"
@@ -293,6 +370,7 @@ FunctionEnd
 
 ; What this installation has added to the system, and the entry that tells so.
 Function Unregister
+  Call TakeBackComponents
   ReadRegDWORD $0 HKLM "${UNINSTALL_KEY}" "MessageLibrary"
   ${If} $0 = 1
     Call MoveMessageLibraryAway
@@ -326,6 +404,7 @@ Function RemoveEarlierLocation
     Call DeleteListed
     RMDir $Folder
     !insertmacro RemoveMakersFolder
+    Call TakeOffPath
     DeleteRegValue HKLM "${UNINSTALL_KEY}" "EarlierLocation"
   ${EndIf}
   Pop $Folder

@@ -1,16 +1,30 @@
 ; The setup program. packaging/installer.py runs makensis with what installer.nsh
 ; asks for, and with:
 ;   SIZE_KB    of what is installed
-;   STAGING    a file with the macro StageFiles
+;   STAGING    a file with the macros StageFiles and StageDevelopment
+;   UPGRADE_CODE of the Windows Installer package
 !include installer.nsh
+!include Sections.nsh
 !include "${STAGING}"
 
 InstallDir "$PROGRAMFILES64\${MAKER}\${PRODUCT}"
 InstallDirRegKey HKLM "${UNINSTALL_KEY}" "InstallLocation"
 VIAddVersionKey "FileDescription" "Installer of ${PRODUCT}"
 
+Page components
 Page directory
 Page instfiles
+
+; What can be chosen; what is done for it stands in "-Install".
+Section "!Server, message library and tool"
+  SectionIn RO
+SectionEnd
+Section "kovactl on the PATH" PATH_SECTION
+SectionEnd
+Section /o "Firewall rule for the server's port" FIREWALL_SECTION
+SectionEnd
+Section /o "Headers, import library and samples" DEVELOPMENT_SECTION
+SectionEnd
 
 ; Where it is installed now, and which version; both empty if it is not.
 Var Earlier
@@ -46,6 +60,89 @@ ${VERSION}. To install this one nevertheless, run setup with /DOWNGRADE."
   ${EndIf}
 FunctionEnd
 
+; Two installers that own the same files would each remove them.
+Function RefuseBesidePackage
+  System::Call 'msi::MsiEnumRelatedProductsW(w "${UPGRADE_CODE}", i 0, i 0, \
+    w .r1) i .r0'
+  ${If} $0 = 0
+    ${Refuse} "${PRODUCT} was installed by its Windows Installer package. \
+Uninstall that first."
+  ${EndIf}
+FunctionEnd
+
+; In: $0, a component's name; $1, 1 to choose it, 0 not to. Out: $2, the section,
+; empty if no component is called so.
+Function Choose
+  StrCpy $2 ""
+  ${Select} $0
+    ${Case} "path"
+      StrCpy $2 ${PATH_SECTION}
+    ${Case} "firewall"
+      StrCpy $2 ${FIREWALL_SECTION}
+    ${Case} "development"
+      StrCpy $2 ${DEVELOPMENT_SECTION}
+    ${CaseElse}
+      Return
+  ${EndSelect}
+  ${If} $1 = 1
+    !insertmacro SelectSection $2
+  ${Else}
+    !insertmacro UnselectSection $2
+  ${EndIf}
+FunctionEnd
+
+!macro ForEachComponent MACRO
+  !insertmacro ${MACRO} "path"
+  !insertmacro ${MACRO} "firewall"
+  !insertmacro ${MACRO} "development"
+!macroend
+
+!macro ChooseAsBefore NAME
+  StrCpy $0 ${NAME}
+  ReadRegDWORD $1 HKLM "${UNINSTALL_KEY}" ${NAME}
+  Call Choose
+!macroend
+
+!macro ChooseNot NAME
+  StrCpy $0 ${NAME}
+  StrCpy $1 0
+  Call Choose
+!macroend
+
+; As before unless /COMPONENTS= names others, with commas between them.
+Function ChooseComponents
+  ${If} $EarlierVersion != ""
+    !insertmacro ForEachComponent ChooseAsBefore
+  ${EndIf}
+  ${GetParameters} $3
+  ClearErrors
+  ${GetOptions} $3 "/COMPONENTS=" $4
+  ${If} ${Errors}
+    Return
+  ${EndIf}
+  !insertmacro ForEachComponent ChooseNot
+  StrCpy $1 1
+  ${DoWhile} $4 != ""
+    StrCpy $5 -1
+    ${Do}
+      IntOp $5 $5 + 1
+      StrCpy $6 $4 1 $5
+      ${If} $6 == ","
+      ${OrIf} $6 == ""
+        ${ExitDo}
+      ${EndIf}
+    ${Loop}
+    StrCpy $0 $4 $5
+    IntOp $5 $5 + 1
+    StrCpy $4 $4 "" $5
+    Call Choose
+    ${If} $2 == ""
+      ${Refuse} "There is no component $\"$0$\"; there are path, firewall and \
+development."
+    ${EndIf}
+  ${Loop}
+FunctionEnd
+
 Function .onInit
   SetRegView 64
   Call OpenLog
@@ -55,6 +152,8 @@ Function .onInit
   ReadRegStr $EarlierVersion HKLM "${UNINSTALL_KEY}" "DisplayVersion"
   Call RefuseOddFolder
   Call RefuseDowngrade
+  Call RefuseBesidePackage
+  Call ChooseComponents
   InitPluginsDir
 FunctionEnd
 
@@ -74,6 +173,9 @@ Function StageFiles
   SetOverwrite try
   ClearErrors
   !insertmacro StageFiles
+  ${If} ${SectionIsSelected} ${DEVELOPMENT_SECTION}
+    !insertmacro StageDevelopment
+  ${EndIf}
 FunctionEnd
 
 ; Setup itself stays for a later repair, and may be running from there.
@@ -234,6 +336,46 @@ Function Register
   ${EndIf}
 FunctionEnd
 
+Function PutOnPath
+  Call ReadPath
+  System::Call 'kernel32::lstrcatW(p R6, w ";$Folder\bin")'
+  Call WritePath
+FunctionEnd
+
+; For the port of the settings as it is now.
+Function OpenFirewall
+  ReadEnvStr $0 COMPUTERNAME
+  ReadRegDWORD $1 HKLM "${DRIVERS_KEY}\Network\@$0" "KOVA Server Port"
+  ${If} $1 = 0
+    StrCpy $1 ${DEFAULT_PORT}
+  ${EndIf}
+  ${Note} "Opening the firewall for TCP port $1"
+  nsExec::Exec '"$SYSDIR\netsh.exe" advfirewall firewall add rule \
+    name="${FIREWALL_RULE}" dir=in action=allow protocol=TCP localport=$1'
+  Pop $0
+  ${If} $0 != 0
+    ${Note} "The firewall rule was not made (netsh: $0)"
+  ${EndIf}
+FunctionEnd
+
+Function SetComponents
+  Call TakeBackComponents
+  WriteRegDWORD HKLM "${UNINSTALL_KEY}" "path" 0
+  WriteRegDWORD HKLM "${UNINSTALL_KEY}" "firewall" 0
+  WriteRegDWORD HKLM "${UNINSTALL_KEY}" "development" 0
+  ${If} ${SectionIsSelected} ${PATH_SECTION}
+    Call PutOnPath
+    WriteRegDWORD HKLM "${UNINSTALL_KEY}" "path" 1
+  ${EndIf}
+  ${If} ${SectionIsSelected} ${FIREWALL_SECTION}
+    Call OpenFirewall
+    WriteRegDWORD HKLM "${UNINSTALL_KEY}" "firewall" 1
+  ${EndIf}
+  ${If} ${SectionIsSelected} ${DEVELOPMENT_SECTION}
+    WriteRegDWORD HKLM "${UNINSTALL_KEY}" "development" 1
+  ${EndIf}
+FunctionEnd
+
 ; In: $0, the source's name. Out: $1, 1 if it was added. As the server does, in
 ; the same order; an existing source stays as it is.
 Function AddEventSource
@@ -316,7 +458,7 @@ FunctionEnd
   ${EndIf}
 !macroend
 
-Section
+Section "-Install"
   ${If} $Earlier != ""
     StrCpy $Folder $Earlier
     Call RefuseIfAnyUsed
@@ -334,6 +476,7 @@ Section
   Rename "${BEGUN_LIST}" "${OVER_LIST}"
   Call Recover
   Call Register
+  Call SetComponents
   Call AddEventSources
   Call RemoveEarlierLocation
   ${Note} "Version ${VERSION} is in $INSTDIR"

@@ -4,6 +4,7 @@ import subprocess
 import tempfile
 
 from bill_of_materials import files_below
+from msi import UPGRADE_CODE, is_development
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 
@@ -12,10 +13,10 @@ def windows_path(path):
     return path.replace("/", "\\")
 
 
-def staging(files):
+def staging(macro, files):
     """The macro that unpacks `files`, by their path in the installation the
     path of each here."""
-    lines = ["!macro StageFiles"]
+    lines = [f"!macro {macro}"]
     current = ""
     for name in sorted(files):
         folder = windows_path(os.path.dirname(name))
@@ -56,7 +57,12 @@ def make_installer(path, root, version, epoch, sign):
             os.utime(file, (epoch, epoch))
         lists = os.path.join(folder, "files.nsh")
         with open(lists, "w", encoding="utf-8") as file:
-            file.write(staging(files))
+            for macro, wanted in (("StageFiles", False),
+                                  ("StageDevelopment", True)):
+                file.write(staging(macro, {
+                    name: path for name, path in files.items()
+                    if is_development(name) == wanted}))
         make_program("installer.nsi", epoch, VERSION=version, OUTPUT=path,
-                     STAGING=lists, SIZE_KB=size_kb(files.values()))
+                     STAGING=lists, SIZE_KB=size_kb(files.values()),
+                     UPGRADE_CODE=UPGRADE_CODE)
     sign(path)

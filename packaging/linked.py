@@ -26,6 +26,10 @@ LICENCES = {
         "CLI11", ["BSD-3-Clause"], "https://github.com/CLIUtils/CLI11"),
     "nlohmann-json3-dev": (
         "JSON for Modern C++", ["MIT"], "https://github.com/nlohmann/json"),
+    "nsis-common": (
+        "Nullsoft Scriptable Install System: start-up code and the plug-ins "
+        "nsExec, System and UserInfo", ["Zlib"],
+        "https://nsis.sourceforge.io/"),
 }
 
 SPDX_IDS = {"ZPL-2.1", "MIT", "BSD-3-Clause", "Zlib"}

@@ -6,9 +6,10 @@ import shlex
 import subprocess
 
 from archive import write_zip
-from bill_of_materials import make_bill
+from bill_of_materials import files_of, make_bill
 from installer import make_installer
-from linked import linked_components, package_version
+from linked import Component, linked_components
+from msi import make_msi
 from notices import write_notices
 from pages import write_pages
 
@@ -45,8 +46,9 @@ def signer(command):
     return sign
 
 
-def installer_of(zip_path):
-    return zip_path[:-len(".zip")] + "-setup.exe"
+def write_text(path, text):
+    with open(path, "w", encoding="utf-8", newline="\n") as file:
+        file.write(text)
 
 
 def main():
@@ -57,19 +59,26 @@ def main():
     sign = signer(told.sign)
     sign(*(os.path.join(told.root, image)
            for image in (*IMAGES, MESSAGE_LIBRARY)))
-    write_notices(told.root, components, package_version("nsis-common"))
+    name = os.path.basename(told.root)
+    setup = os.path.join(told.output, f"{name}-setup.exe")
+    setup_code = Component("nsis-common", [os.path.basename(setup)])
+    write_notices(told.root, components + [setup_code])
     write_pages(told.root)
-    bill = make_bill([told.root, told.symbols], components, told.version,
-                     told.commit, told.epoch)
-    with open(os.path.join(told.root, "bill-of-materials.cdx.json"), "w",
-              encoding="utf-8", newline="\n") as file:
-        file.write(bill)
+    release = (told.version, told.commit, told.epoch)
+    files = files_of(told.root, told.symbols)
+    write_text(os.path.join(told.root, "bill-of-materials.cdx.json"),
+               make_bill(files, components, *release))
     for root in (told.root, told.symbols):
-        path = os.path.join(told.output, os.path.basename(root) + ".zip")
-        write_zip(path, root, told.epoch)
-        if root == told.root:
-            make_installer(installer_of(path), root, told.version, told.epoch,
-                           sign)
+        write_zip(os.path.join(told.output, os.path.basename(root) + ".zip"),
+                  root, told.epoch)
+    make_installer(setup, told.root, told.version, told.epoch, sign)
+    msi = os.path.join(told.output, f"{name}.msi")
+    make_msi(msi, told.root, told.version, told.epoch)
+    sign(msi)
+    # What holds a bill cannot be in it: this one lies beside the packages.
+    files.update((os.path.basename(path), path) for path in (setup, msi))
+    write_text(os.path.join(told.output, f"{name}.cdx.json"),
+               make_bill(files, components + [setup_code], *release))
 
 
 if __name__ == "__main__":

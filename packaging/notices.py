@@ -23,14 +23,6 @@ The message library Corvane_EventMessages.dll holds no code at all.
 What the programs call of Windows is not part of the package.
 """
 
-INSTALLER = """\
-The installer and the uninstaller are made by the Nullsoft Scriptable Install
-System {version} (Debian package nsis-common, zlib licence), whose start-up code
-and plug-in "UserInfo" they hold. None of it is in the ZIP.
-
-"""
-
-
 def describe(component):
     return "".join([
         f"{component.name}\n",
@@ -41,18 +33,16 @@ def describe(component):
         "  in        ", "\n            ".join(component.images), "\n\n"])
 
 
-def write_notices(root, components, installer_version):
+def write_notices(root, components):
     """Writes the notices and the folder of licences below the folder `root`."""
     folder = os.path.join(root, "licences")
     os.makedirs(folder, exist_ok=True)
-    packages = [component.package for component in components]
-    for package in packages + ["nsis-common"]:
+    for package in (component.package for component in components):
         shutil.copyfile(f"/usr/share/doc/{package}/copyright",
                         os.path.join(folder, f"{package}.txt"))
     shutil.copyfile("/usr/share/common-licenses/GPL-3",
                     os.path.join(folder, "GPL-3.txt"))
-    text = HEAD + "".join(describe(c) for c in components)
-    text += INSTALLER.format(version=installer_version) + TAIL
+    text = HEAD + "".join(describe(c) for c in components) + TAIL
     with open(os.path.join(root, "THIRD-PARTY-NOTICES.txt"), "w",
               encoding="utf-8", newline="\n") as file:
         file.write(text)

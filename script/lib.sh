@@ -46,7 +46,8 @@ need_package_tools() {
   need_packages "packs, lists and checks what is packed" \
     python3-minimal libpython3-stdlib
   need_packages "turns the manual pages into HTML" cmark-gfm
-  need_packages "makes the installer" nsis
+  need_packages "makes the setup program" nsis
+  need_packages "makes the Windows Installer package" msitools wixl
 }
 
 need_micro_bench() {

@@ -68,17 +68,39 @@ check_images() {
     fail "the installer lacks NX_COMPAT"
 }
 
-# A command that only notes what it is given. The uninstaller has a name of
-# makensis's own choice.
+# By a certificate made for the purpose.
+make_certificate() {
+  openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj "/CN=Packaging test" \
+    -addext extendedKeyUsage=codeSigning -addext keyUsage=digitalSignature \
+    -keyout "$scratch/key.pem" -out "$scratch/certificate.pem" 2>/dev/null
+  openssl pkcs12 -export -inkey "$scratch/key.pem" \
+    -in "$scratch/certificate.pem" -passout pass:secret \
+    -out "$scratch/certificate.p12"
+  echo secret >"$scratch/password"
+}
+
+expect_signed() {
+  osslsigncode verify -CAfile "$scratch/certificate.pem" -in "$1" \
+    >"$scratch/verify.log" 2>&1 ||
+    { cat "$scratch/verify.log"; fail "$1 is not signed well"; }
+}
+
+# The uninstaller lies in the setup program: only the number tells of it.
 check_signing() {
-  printf '#!/bin/sh\necho "${2##*/}" >>"$1"\n' >"$scratch/sign"
-  chmod +x "$scratch/sign"
-  KOVA_SIGN="$scratch/sign $scratch/signed.txt" "$here/script/package" --product \
-    >"$scratch/sign.log" 2>&1 || { cat "$scratch/sign.log"; return 1; }
-  sed -n '5!p' "$scratch/signed.txt" | sed 's/[0-9]*\.[0-9]*\.[0-9]*/VERSION/' |
-    diff - <(printf '%s\n' KOVAServer.dll kovactl.exe Corvane_V3_NetMon.dll \
-      Corvane_EventMessages.dll KOVAServer-VERSION-win64-setup.exe) ||
-    fail "not every image was given to the signing command"
+  local image signed
+  make_certificate
+  "$here/script/package" --product --sign "$scratch/certificate.p12" \
+    "$scratch/password" >"$scratch/sign.log" 2>&1 ||
+    { cat "$scratch/sign.log"; return 1; }
+  python3 -B -m zipfile -e "$(the_one 'KOVAServer-*-win64.zip')" \
+    "$scratch/signed"
+  while read -r image; do
+    expect_signed "$image"
+  done < <(find "$scratch/signed" -name '*.dll' -o -name '*.exe')
+  expect_signed "$(the_one 'KOVAServer-*-win64-setup.exe')"
+  expect_signed "$(the_one 'KOVAServer-*-win64.msi')"
+  signed=$(grep -c '^Succeeded' "$scratch/sign.log")
+  [ "$signed" -eq 7 ] || fail "$signed files were signed, not 7"
 }
 
 run_tool() {
@@ -95,6 +117,7 @@ run_tool() {
 
 need_wine
 need_package_tools
+need_packages "signs images, for a test" osslsigncode openssl
 check_signing
 "$here/script/package" --product
 wine_environment
@@ -108,6 +131,7 @@ done
 package=$(echo "$scratch"/KOVAServer-*-win64)
 check_contents
 check_images
-python3 -B "$here/test/package/bill_test.py" "$package" "$package-symbols"
+python3 -B "$here/test/package/bill_test.py" "$package" "$package-symbols" \
+  "$KOVA_PACKAGE_FOLDER"
 run_tool
 echo "the packages hold what they should"

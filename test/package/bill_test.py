@@ -1,8 +1,10 @@
 """Whole: the bill of materials is a CycloneDX 1.5 document in its structure,
 and true: of every packed file, its hash, and of every image, what it holds.
 
-Usage: bill_test.py PACKAGE SYMBOLS, the folders of the unpacked ZIP files.
+Usage: bill_test.py PACKAGE SYMBOLS RELEASE: the folders of the unpacked ZIP
+files, and that of all files of the release.
 """
+import glob
 import hashlib
 import json
 import os
@@ -10,7 +12,7 @@ import re
 import sys
 import unittest
 
-PACKAGE, SYMBOLS = sys.argv[1:3]
+PACKAGE, SYMBOLS, RELEASE = sys.argv[1:4]
 BILL = "bill-of-materials.cdx.json"
 RUNTIME = {"package:g++-mingw-w64-x86-64-posix",
            "package:gcc-mingw-w64-x86-64-posix",
@@ -87,6 +89,31 @@ class BillTest(unittest.TestCase):
             with open(os.path.join(packed[name], name), "rb") as file:
                 digest = hashlib.sha256(file.read()).hexdigest()
             self.assertEqual(hashes, [{"alg": "SHA-256", "content": digest}])
+
+    def test_the_bill_beside_the_packages_has_the_installers_too(self):
+        (path,) = glob.glob(os.path.join(RELEASE, "*.cdx.json"))
+        with open(path, encoding="utf-8") as file:
+            release = json.load(file)
+        names = {c["name"] for c in self.components}
+        added = {c["name"]: c for c in release["components"]
+                 if c["name"] not in names}
+        installers = [name for name in added if name.endswith((".exe", ".msi"))]
+        self.assertEqual(len(installers), 2)
+        for name in installers:
+            with open(os.path.join(RELEASE, name), "rb") as file:
+                digest = hashlib.sha256(file.read()).hexdigest()
+            self.assertEqual(added[name]["hashes"][0]["content"], digest)
+        uses = {row["ref"]: row["dependsOn"] for row in release["dependencies"]}
+        setup = next(name for name in installers if name.endswith(".exe"))
+        self.assertEqual(uses[f"file:{setup}"], ["package:nsis-common"])
+
+    def test_images_have_the_version_and_the_product_a_supplier(self):
+        self.assertTrue(self.bill["metadata"]["supplier"]["name"])
+        self.assertTrue(self.bill["metadata"]["component"]["supplier"]["name"])
+        version = self.bill["metadata"]["component"]["version"]
+        for file in self.of_type("file"):
+            if file["name"].endswith((".dll", ".exe")):
+                self.assertEqual(file["version"], version)
 
     def test_images_hold_what_they_are_said_to_hold(self):
         used = {name: self.uses.get(f"file:bin/{name}", set()) for name in (

@@ -156,7 +156,7 @@ say "Learning what the server registers"
 learn_from_server
 snapshot before
 say "Installing, replacing and refusing"
-expect_code 0 "$setup" /S
+expect_code 0 "$setup" /S /COMPONENTS=development
 check_installed "$default_folder"
 check_replaced
 check_refusal

@@ -7,6 +7,7 @@ here=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 . "$here/test/package/wine_machine.sh"
 home="$disk/Program Files/Corvane Tessaly/KOVA Server"
 small='C:\Kova'
+environment='HKLM\System\CurrentControlSet\Control\Session Manager\Environment'
 log=$scratch/setup.log
 
 # make_setup VERSION: a few files, of which each version changes one, adds one
@@ -174,6 +175,34 @@ check_versions() {
   uninstall "$small"
 }
 
+machine_path() {
+  registry query "$environment" /v PATH | sed -n 's/.*REG_EXPAND_SZ *//p'
+}
+
+# A path longer than what the setup program takes as a text stays whole.
+check_components() {
+  local before
+  before=$(printf '%%SystemRoot%%\\system32;%%SystemRoot%%%s' \
+    "$(printf ';C:\\Folder%04d' {1..200})")
+  wine_quietly reg add "$environment" /f /v PATH /t REG_EXPAND_SZ /d "$before"
+  setup 2 1.0.0 /COMPONENTS=path,nonsense
+  log_says 'There is no component "nonsense"'
+  setup 0 1.0.0
+  [ "$(machine_path)" = "$before;$default_folder\\bin" ] ||
+    fail "the tool is not on the path as it should be"
+  setup 0 2.0.0
+  [ "$(machine_path)" = "$before;$default_folder\\bin" ] ||
+    fail "the tool is not on the path once after an upgrade"
+  setup 0 2.0.0 /COMPONENTS=firewall
+  [ "$(machine_path)" = "$before" ] || fail "the tool is still on the path"
+  log_says 'Opening the firewall for TCP port 5130'
+  setup 0 2.0.0 /COMPONENTS=path "/D=$small"
+  [ "$(machine_path)" = "$before;$small\\bin" ] ||
+    fail "the path does not lead to the new folder"
+  uninstall "$small"
+  [ "$(machine_path)" = "$before" ] || fail "the tool is left on the path"
+}
+
 # The list of files lies in a folder that others may be able to write.
 check_list_leads_nowhere() {
   setup 0 1.0.0
@@ -204,4 +233,6 @@ say "Ending setups in the middle"
 check_half_switched
 check_killed_setups
 check_list_leads_nowhere
+say "Choosing components"
+check_components
 echo "every failed setup left a whole version"
