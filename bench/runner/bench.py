@@ -34,6 +34,8 @@ CATALOGUE = {
     "routed-64": ("the same, 64 clients", lambda s, _: rates.routed(s, 64)),
     "kept-open": ("requests a second on connections that stay open",
                   lambda s, _: rates.kept_open(s)),
+    "wait": ("how long one client waits that connects again and again",
+             lambda s, _: rates.wait(s)),
     "large-answers": ("answers of 8 MiB", lambda s, _: rates.large(s)),
     "upload": ("a body of 64 MiB in one go", lambda s, _: rates.upload(s)),
     "endless-header": ("a header block of 16 MiB",
@@ -44,6 +46,8 @@ CATALOGUE = {
     "stop": (
         "a stop with 500 and 2000 idle connections", lambda s, _: [
             c for count in s.scale.idle for c in many.stop(s, count)]),
+    "host-cost": ("what loading, starting and stopping cost a host",
+                  lambda s, _: many.host_cost(s)),
     "addresses": ("connections a second after 100000 addresses",
                   lambda s, _: many.addresses(s)),
     "extensions": ("1 to 100 extensions: load, memory, look-up",

@@ -1,7 +1,7 @@
 # Unit: goals beside figures, medians, quartiles and ratios within rounds.
 import unittest
 
-from comparison import Comparison, Goal
+from comparison import Comparison, Goal, interval
 
 
 def judged(goal, figures):
@@ -29,9 +29,15 @@ class SummaryTest(unittest.TestCase):
     def test_an_even_number_of_rounds_has_a_median_between(self):
         self.assertEqual(summary([1, 2, 3, 10])["median"], 2.5)
 
-    def test_the_ratio_is_of_medians_with_the_spread_of_rounds(self):
+    def test_the_ratio_is_the_median_of_the_rounds_ratios(self):
         self.assertEqual(ratio([90, 110, 100], [100, 100, 200]), {
-            "of_medians": 1, "lowest": 0.5, "highest": 1.1})
+            "median": 0.9, "lowest": 0.5, "highest": 1.1})
+
+    def test_an_interval_leaves_out_what_chance_may_have_brought(self):
+        for count, left_out in [(1, 0), (5, 0), (6, 0), (8, 0), (9, 1),
+                                (10, 1), (12, 2), (20, 5), (40, 13)]:
+            self.assertEqual(interval(range(count, 0, -1)),
+                             (1 + left_out, count - left_out))
 
     def test_there_is_no_ratio_to_nothing(self):
         self.assertIsNone(ratio([1, 2, 3], [0, 0, 0]))
@@ -46,6 +52,12 @@ class GoalTest(unittest.TestCase):
         self.assertEqual((at.word(), at.figure), ("reached", 0.95))
         self.assertEqual(below.word(), "missed")
         self.assertEqual(at.text, "us: at least 0.95 x bare")
+
+    def test_a_ratio_whose_interval_holds_the_limit_is_undecided(self):
+        for sense in ["<=", ">="]:
+            verdict = judged(Goal("us", sense, 1, "ratio", "bare"),
+                             {"us": [99, 101], "bare": [100, 100]})
+            self.assertEqual(verdict.word(), "undecided")
 
     def test_a_ratio_may_be_to_another_than_the_baseline(self):
         goal = Goal("us", "<=", 0.2, "ratio", "peer")

@@ -59,6 +59,32 @@ def idle_memory(session, count):
             ("-committed", "private bytes as Windows counts them")])]
 
 
+def host_cost(session):
+    """What a host pays for a server that nobody asks. The bare one is part of
+    its program, so that loading it costs nothing."""
+    def measure(contestant):
+        with session.start(contestant) as server:
+            cost, dirty = server.ask("cost"), server.private_dirty_kib()
+            return (cost["loadMs"], cost["startMs"],
+                    server.ask("stop")["stopMs"], cost["heldBytes"] / 1024,
+                    dirty)
+
+    figures = session.take_turns("host-cost", IDLE, measure,
+                                 session.scale.rate_rounds)
+    return [Comparison(
+        "host-cost-" + name, title, unit,
+        {who: [one[index] for one in rounds] for who, rounds in figures.items()
+         if name != "load" or who == KOVA}, KOVA if name == "load" else "bare")
+        for index, (name, title, unit) in enumerate([
+            ("load", "Loading the library", "ms"),
+            ("start", "A start", "ms"),
+            ("stop", "A stop without connections", "ms"),
+            ("committed", "Private bytes that loading and starting added, as "
+             "Windows counts them", "KiB"),
+            ("memory", "Private dirty pages of the process, its program's "
+             "among them, as Linux counts them", "KiB")])]
+
+
 def stop(session, count):
     name = "stop-%d" % count
     terminated = {}

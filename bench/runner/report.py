@@ -18,8 +18,15 @@ def number(value):
 
 
 def _figure(verdict):
-    return number(verdict.figure) + (
-        "" if verdict.figure is None else verdict.unit)
+    if verdict.figure is None:
+        return ""
+    if verdict.lowest == verdict.highest:
+        return number(verdict.figure) + verdict.unit
+    return _with_interval(verdict.figure, verdict.lowest, verdict.highest)
+
+
+def _with_interval(*figures):
+    return "%s (%s to %s)" % tuple(map(number, figures))
 
 
 def _row(comparison, who):
@@ -28,19 +35,19 @@ def _row(comparison, who):
     ratio = comparison.ratio(who)
     return "| %s | %s | %s to %s | %s, %s | %s |" % (
         who, median, lower, upper, lowest, highest,
-        "%.2f (%.2f to %.2f)" % tuple(ratio.values()) if ratio else "")
+        _with_interval(*ratio.values()) if ratio else "")
 
 
 def table(comparison):
     """The lines of one comparison."""
     lines = ["### %s: %s" % (comparison.name, comparison.title), "",
              "| | median, %s | quartiles | lowest, highest | ratio "
-             "(of rounds) |" % comparison.unit, "|---|---|---|---|---|"]
+             "(interval) |" % comparison.unit, "|---|---|---|---|---|"]
     lines += [_row(comparison, who) for who in comparison.figures] + [""]
     for verdict in comparison.verdicts():
         figure = _figure(verdict)
         lines.append("- %s: %s%s" % (verdict.text, verdict.word(),
-                                     figure and " (%s)" % figure))
+                                     figure and ", " + figure))
     lines += ["- " + note for note in comparison.notes]
     return lines + ([""] if lines[-1] else [])
 
@@ -82,7 +89,8 @@ def _as_data(comparison):
              "ratio": comparison.ratio(who)}
             for who, rounds in comparison.figures.items()],
         "goals": [{"goal": verdict.text, "figure": verdict.figure,
-                   "reached": verdict.figure and verdict.reached}
+                   "interval": [verdict.lowest, verdict.highest],
+                   "reached": verdict.reached}
                   for verdict in comparison.verdicts()],
         "notes": comparison.notes}
 

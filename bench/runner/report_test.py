@@ -17,8 +17,9 @@ class TableTest(unittest.TestCase):
     def test_rows_have_medians_spread_and_ratio(self):
         lines = report.table(RESULT)
         self.assertIn("| KOVAServer | 950 | 925 to 970 | 900, 990 | "
-                      "0.95 (0.90 to 0.95) |", lines)
-        self.assertIn("- KOVAServer: at least 0.95 x bare: reached (0.95)",
+                      "0.90 (0.90 to 0.95) |", lines)
+        self.assertIn("- KOVAServer: at least 0.95 x bare: undecided, "
+                      "0.90 (0.90 to 0.95)",
                       lines)
         self.assertIn("- KOVAServer: at most 0.2 x Beast: not measured",
                       lines)
@@ -34,7 +35,7 @@ class TableTest(unittest.TestCase):
         text = report.markdown(FACTS, [RESULT], ["upload: hangs"], ["x: y"])
         self.assertTrue(text.startswith("Measured a day: processor: some."))
         self.assertIn("| refusal-16 | KOVAServer: at least 0.95 x bare | "
-                      "0.95 | reached |", text)
+                      "0.90 (0.90 to 0.95) | undecided |", text)
         self.assertIn("- upload: hangs", text)
         self.assertIn("- x: y", text)
 
@@ -44,9 +45,9 @@ class JsonTest(unittest.TestCase):
         data = json.loads(report.as_json(FACTS, [RESULT], ["p"], []))
         rows = data["comparisons"][0]["contestants"]
         self.assertEqual(rows[0]["rounds"], [950, 990, 900])
-        self.assertEqual(rows[0]["ratio"]["of_medians"], 0.95)
+        self.assertEqual(rows[0]["ratio"]["median"], 0.9)
         goals = data["comparisons"][0]["goals"]
-        self.assertEqual([goal["reached"] for goal in goals], [True, None])
+        self.assertEqual([goal["figure"] for goal in goals], [0.9, None])
         self.assertEqual(data["problems"], ["p"])
 
 

@@ -21,6 +21,7 @@ class Scale:
     # weather, where others work on the machine.
     seconds: float = 1.5
     rate_rounds: int = 2  # for each of the rounds
+    waits: int = 200
     idle: tuple = (500, 2000)
     addresses: int = 100000
     fresh_addresses: int = 1000
@@ -30,8 +31,8 @@ class Scale:
     lookups: int = 100
 
 
-QUICK = Scale(rounds=2, seconds=0.5, rate_rounds=1, idle=(200,),
-              addresses=5000, fresh_addresses=500, upload_bytes=8 << 20,
+QUICK = Scale(rounds=2, seconds=0.5, rate_rounds=1, waits=30,
+              idle=(200,), addresses=5000, fresh_addresses=500, upload_bytes=8 << 20,
               header_bytes=1 << 20, extensions=(1, 10), lookups=20)
 
 

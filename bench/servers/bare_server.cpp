@@ -20,6 +20,7 @@ constexpr DWORD kEndMs = 1000;
 class BareServer : public Server {
  public:
   explicit BareServer(BarePlan plan) : m_connections(std::move(plan)) {
+    const Meter meter;
     WORD granted = 0;
     if (m_winsock.Open(&granted) != 0 || !Listen()) {
       throw std::runtime_error("cannot listen on 127.0.0.1, Winsock error " +
@@ -29,6 +30,8 @@ class BareServer : public Server {
     m_thread.Reset(reinterpret_cast<HANDLE>(
         ::_beginthreadex(nullptr, 0, &_AcceptThread, this, 0, &id)));
     if (!m_thread.IsValid()) throw std::runtime_error("no accept thread");
+    m_spent.startMs = meter.Milliseconds();
+    m_spent.heldBytes = meter.Bytes();
   }
 
   uint16_t Port() const override { return m_port; }
@@ -39,6 +42,7 @@ class BareServer : public Server {
     m_thread.Reset();
     return (ended ? 0 : 1) + m_connections.Release();
   }
+  Cost Spent() const override { return m_spent; }
 
  private:
   static unsigned __stdcall _AcceptThread(void* server) {
@@ -84,6 +88,7 @@ class BareServer : public Server {
   }
 
   uint16_t m_port = 0;
+  Cost m_spent;
   BareConnections m_connections;
   WinsockSession m_winsock;
   UniqueSocket m_listener;

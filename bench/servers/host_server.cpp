@@ -37,6 +37,14 @@ bool CopyExtension(size_t number) {
   return fs::exists(to / KOVA_EXTENSION_FILE_NAME, error);
 }
 
+UniqueModule LoadFirst(Cost& spent) {
+  const Meter meter;
+  UniqueModule library(::LoadLibraryW(test::ServerLibraryPath().c_str()));
+  spent.loadMs = meter.Milliseconds();
+  spent.heldBytes = meter.Bytes();
+  return library;
+}
+
 class HostServer : public Server {
  public:
   // `extensions`: how many printers there are, Bench1, Bench2 and so on, each
@@ -45,11 +53,12 @@ class HostServer : public Server {
     if (!m_server.IsLoaded()) {
       throw std::runtime_error("../bin/KOVAServer.dll does not load");
     }
+    m_library.Reset();  // the fixture has it now
     m_terminations.emplace(m_server.Module(), "TerminateThread",
                            &CountTermination);
     for (size_t number = 1; number <= extensions; ++number) MakePrinter(number);
     m_server.Settings().SetByte(test::kNetworkCommunication, 0);
-    m_server.Start();
+    Start();
     // The probe's thread would count as one of those at rest.
     const size_t atRest = test::CountThreads();
     if (!m_server.IsListening()) {
@@ -63,8 +72,16 @@ class HostServer : public Server {
     m_server.Stop();
     return g_terminated;
   }
+  Cost Spent() const override { return m_spent; }
 
  private:
+  void Start() {
+    const Meter meter;
+    m_server.Start();
+    m_spent.startMs = meter.Milliseconds();
+    m_spent.heldBytes += meter.Bytes();
+  }
+
   void MakePrinter(size_t number) {
     if (!CopyExtension(number)) {
       throw std::runtime_error("the bench extension cannot be copied");
@@ -77,6 +94,8 @@ class HostServer : public Server {
   }
 
   std::vector<std::unique_ptr<BenchPrinter>> m_printers;
+  Cost m_spent;
+  UniqueModule m_library = LoadFirst(m_spent);
   test::ServerFixture m_server;
   std::optional<test::ImportPatch<decltype(::TerminateThread)>> m_terminations;
 };

@@ -2,7 +2,6 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <exception>
 #include <iostream>
@@ -29,12 +28,16 @@ int Complain(const CLI::App& app, std::string what, int exitCode) {
 }
 
 std::string StopText(Server& server) {
-  const auto start = std::chrono::steady_clock::now();
+  const Meter meter;
   const size_t terminated = server.Stop();
-  const std::chrono::duration<double, std::milli> took =
-      std::chrono::steady_clock::now() - start;
-  return "{\"stopMs\": " + std::to_string(took.count()) +
+  return "{\"stopMs\": " + std::to_string(meter.Milliseconds()) +
          ", \"terminated\": " + std::to_string(terminated) + "}";
+}
+
+std::string CostText(const Cost& cost) {
+  return "{\"loadMs\": " + std::to_string(cost.loadMs) +
+         ", \"startMs\": " + std::to_string(cost.startMs) +
+         ", \"heldBytes\": " + std::to_string(cost.heldBytes) + "}";
 }
 
 void ServeCommands(Server& server) {
@@ -45,17 +48,33 @@ void ServeCommands(Server& server) {
     if (line == "usage") {
       Say("{\"privateBytes\": " + std::to_string(test::CountPrivateBytes()) +
           "}");
+    } else if (line == "cost") {
+      Say(CostText(server.Spent()));
     } else if (line == "stop" && isRunning) {
       isRunning = false;
       Say(StopText(server));
     } else {
-      Say(R"({"error": "the commands are usage and, once, stop"})");
+      Say(R"({"error": "the commands are cost, usage and, once, stop"})");
     }
   }
   if (isRunning) server.Stop();
 }
 
 }  // namespace
+
+Meter::Meter()
+    : m_privateBytes(test::CountPrivateBytes()),
+      m_start(std::chrono::steady_clock::now()) {}
+
+double Meter::Milliseconds() const {
+  const std::chrono::duration<double, std::milli> took =
+      std::chrono::steady_clock::now() - m_start;
+  return took.count();
+}
+
+int64_t Meter::Bytes() const {
+  return static_cast<int64_t>(test::CountPrivateBytes() - m_privateBytes);
+}
 
 void AddAnswerOption(CLI::App& app, AnswerKind& kind) {
   app.add_option("--answer", kind, "refusal, small (1 KiB) or large (8 MiB)")
