@@ -15,4 +15,9 @@ namespace kova {
 // refuses. For any thread.
 [[nodiscard]] std::wstring ComputerName();
 
+// The name that the last ComputerName() got; asks where that got none. Windows
+// takes the name for as long as it runs when it starts ("Computer Names" in its
+// documentation), and tells it by three calls of the registry. For any thread.
+[[nodiscard]] std::wstring KnownComputerName();
+
 }  // namespace kova

@@ -1,9 +1,12 @@
 #include "dispatch/web_server_interface.h"
 
 #include <algorithm>
+#include <array>
+#include <atomic>
+#include <functional>
 #include <iterator>
-#include <map>
 #include <memory>
+#include <string>
 
 #include "base/kernel_lock.h"
 #include "log/log_line.h"
@@ -22,30 +25,71 @@ constexpr const char* kGetInterface =
 
 constexpr uint32_t kVersionsOffered = 10;
 
+// Grows only. An entry that is in a list never changes again, so that lists are
+// read without a lock: a request need not ask the system for one.
 class ExtensionCache {
  public:
   explicit ExtensionCache(KOVA_RestartRoutine* restart) : m_restart(restart) {}
+  ~ExtensionCache() {
+    for (std::atomic<Entry*>& list : m_lists) {
+      for (Entry* entry = list; entry != nullptr;) {
+        const std::unique_ptr<Entry> owned(entry);
+        entry = owned->next;
+      }
+    }
+  }
+
+  ExtensionCache(const ExtensionCache&) = delete;
+  ExtensionCache& operator=(const ExtensionCache&) = delete;
 
   // The interface for the library, loaded and initialised on first use while
   // the lock is held: each library at most once, and look-ups wait meanwhile.
   // A thread that is killed in there passes the lock on, and the next look-up
   // begins with its library anew. Never null.
   [[nodiscard]] WebServerInterface* Get(const std::wstring& libraryPath) {
-    WebServerInterface* found = nullptr;
+    std::atomic<Entry*>& list = ListOf(libraryPath);
+    Entry* found = m_isLoading ? nullptr : Find(list, libraryPath);
+    if (found != nullptr) return &found->library;
     m_lock.Hold([&]() KOVA_REQUIRES(m_lock) {
-      std::unique_ptr<WebServerInterface>& entry = m_interfaces[libraryPath];
-      if (entry == nullptr) {
-        entry = std::make_unique<WebServerInterface>(libraryPath, m_restart);
-      }
-      found = entry.get();
+      found = Find(list, libraryPath);
+      m_isLoading = found == nullptr;
+      if (found == nullptr) found = Load(list, libraryPath);
+      m_isLoading = false;
     });
-    return found;
+    return &found->library;
   }
 
  private:
+  struct Entry {
+    const std::wstring path;
+    WebServerInterface library;
+    Entry* const next;
+  };
+
+  [[nodiscard]] std::atomic<Entry*>& ListOf(const std::wstring& libraryPath) {
+    return m_lists[std::hash<std::wstring>()(libraryPath) % m_lists.size()];
+  }
+
+  [[nodiscard]] static Entry* Find(const std::atomic<Entry*>& list,
+                                   const std::wstring& libraryPath) {
+    Entry* entry = list;
+    while (entry != nullptr && entry->path != libraryPath) entry = entry->next;
+    return entry;
+  }
+
+  [[nodiscard]] Entry* Load(std::atomic<Entry*>& list,
+                            const std::wstring& libraryPath)
+      KOVA_REQUIRES(m_lock) {
+    list = new Entry{libraryPath, {libraryPath, m_restart}, list};
+    return list;
+  }
+
   KOVA_RestartRoutine* const m_restart;
-  std::map<std::wstring, std::unique_ptr<WebServerInterface>> m_interfaces
-      KOVA_GUARDED_BY(m_lock);
+  // By the hash of the path; changed under the lock alone.
+  std::array<std::atomic<Entry*>, 64> m_lists{};
+  // Whether look-ups have to wait. One whose thread was killed meanwhile leaves
+  // it set until the next one has had the lock.
+  std::atomic<bool> m_isLoading{false};
   kova::KernelLock m_lock;
 };
 

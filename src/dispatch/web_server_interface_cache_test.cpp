@@ -147,26 +147,62 @@ TEST_F(ExtensionCacheTest, FirstRequestsAtOnceInitialiseOnce) {
 
 TEST_F(ExtensionCacheTest, LookUpsWaitWhileALibraryInitialises) {
   ExtensionPrinter slow(L"scripted", L"KOVA A");
-  ExtensionPrinter other(L"no_restart", L"KOVA B");
+  ExtensionPrinter fresh(L"no_restart", L"KOVA B");
+  ExtensionPrinter loaded(L"no_copy", L"KOVA C");
+  ASSERT_NE(Interface(L"KOVA C"), nullptr);
   const UniqueKernelHandle entered(
       ::CreateEventW(nullptr, FALSE, FALSE, nullptr));
   const UniqueKernelHandle gate(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
-  const UniqueKernelHandle found(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  const UniqueKernelHandle found(::CreateSemaphoreW(nullptr, 0, 2, nullptr));
   slow.Extension().Record().entered = entered.Get();
   slow.Extension().Record().initializeGate = gate.Get();
   std::thread first([&] { (void)Interface(L"KOVA A"); });
   ASSERT_EQ(::WaitForSingleObject(entered.Get(), 10000), WAIT_OBJECT_0);
-  std::thread second([&] {
-    (void)Interface(L"KOVA B");
-    ::SetEvent(found.Get());
-  });
+  std::vector<std::thread> others;
+  for (const wchar_t* printer : {L"KOVA B", L"KOVA C"}) {
+    others.emplace_back([&found, printer] {
+      (void)Interface(printer);
+      ::ReleaseSemaphore(found.Get(), 1, nullptr);
+    });
+  }
   EXPECT_EQ(::WaitForSingleObject(found.Get(), 100), WAIT_TIMEOUT);
-  EXPECT_EQ(other.Extension().Trace(), "");
+  EXPECT_EQ(fresh.Extension().Trace(), "");
   ::SetEvent(gate.Get());
-  EXPECT_EQ(::WaitForSingleObject(found.Get(), 10000), WAIT_OBJECT_0);
   first.join();
-  second.join();
+  for (std::thread& other : others) other.join();
+  EXPECT_EQ(fresh.Extension().Count('I'), 1);
   slow.Extension().Forget();
+}
+
+HANDLE g_cacheMutex = nullptr;
+decltype(::CreateMutexW)* const g_createMutex = &::CreateMutexW;
+HANDLE WINAPI NoteMutex(LPSECURITY_ATTRIBUTES security, BOOL owned,
+                        LPCWSTR name) {
+  return g_cacheMutex = g_createMutex(security, owned, name);
+}
+
+int g_waits = 0;
+decltype(::WaitForSingleObjectEx)* const g_wait = &::WaitForSingleObjectEx;
+DWORD WINAPI CountWait(HANDLE handle, DWORD timeoutMs, BOOL alertable) {
+  if (handle == g_cacheMutex) ++g_waits;
+  return g_wait(handle, timeoutMs, alertable);
+}
+
+TEST_F(ExtensionCacheTest, OnlyTheFirstLookUpOfALibraryTakesTheLock) {
+  ExtensionPrinter printer(L"scripted", L"KOVA A");
+  DestroyExtensionCache();
+  {
+    const ImportPatch<decltype(::CreateMutexW)> patch(nullptr, "CreateMutexW",
+                                                      &NoteMutex);
+    CreateExtensionCache(nullptr);
+  }
+  const ImportPatch<decltype(::WaitForSingleObjectEx)> patch(
+      nullptr, "WaitForSingleObjectEx", &CountWait);
+  g_waits = 0;
+  WebServerInterface* const made = Interface(L"KOVA A");
+  EXPECT_EQ(g_waits, 1);
+  EXPECT_EQ(Interface(L"KOVA A"), made);
+  EXPECT_EQ(g_waits, 1);
 }
 
 TEST_F(ExtensionCacheTest, RequestsInsideAnExtensionHoldNobodyUp) {

@@ -142,7 +142,7 @@ void HTTPResponse::SetBody(const char* bytes, uint32_t lengthBytes) {
 
 void HTTPResponse::AddStandardHeaders() {
   SetHeader("Date", kova::HttpDate(kova::CurrentTimeSeconds()));
-  SetHeader("Server", kova::ComputerName().c_str());
+  SetHeader("Server", kova::KnownComputerName().c_str());
   SetHeader("Accept-Ranges", "None");
   if (m_body.Size() == 0) {
     // Deliberate: the caller's own goes, too.

@@ -29,7 +29,7 @@ class HTTPResponse {
   // Copies `lengthBytes` bytes (at most 4 GiB less one) as the body.
   void SetBody(const char* bytes, uint32_t lengthBytes);
 
-  // Sets Date, Server (the computer's name), Accept-Ranges and, where the body
+  // Sets Date, Server (KnownComputerName()), Accept-Ranges and, where the body
   // is not empty, Content-Length. A response with an empty body has no such
   // line, whoever set it.
   void AddStandardHeaders();
