@@ -4,7 +4,27 @@
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR AMD64)
 
+# The C runtime of all that is built: msvcrt, which every Windows has, or ucrt,
+# which Windows 10 and later have, and for which Debian 13 has the libraries.
+set(runtime msvcrt)
+if(NOT "$ENV{KOVA_RUNTIME}" STREQUAL "")
+  set(runtime $ENV{KOVA_RUNTIME})
+endif()
+set(KOVA_RUNTIME ${runtime} CACHE STRING "C runtime: msvcrt or ucrt")
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES KOVA_RUNTIME)
+
 set(KOVA_TRIPLE x86_64-w64-mingw32)
+if(KOVA_RUNTIME STREQUAL ucrt)
+  set(KOVA_TRIPLE x86_64-w64-mingw32ucrt)
+  # clang would take this machine's own headers of the C++ library first.
+  file(GLOB headers /usr/lib/gcc/${KOVA_TRIPLE}/*/include/c++)
+  foreach(folder "" /${KOVA_TRIPLE} /backward)
+    string(APPEND CMAKE_CXX_FLAGS_INIT
+      " -stdlib++-isystem ${headers}${folder}")
+  endforeach()
+elseif(NOT KOVA_RUNTIME STREQUAL msvcrt)
+  message(FATAL_ERROR "KOVA_RUNTIME is msvcrt or ucrt, not ${KOVA_RUNTIME}")
+endif()
 set(CMAKE_C_COMPILER clang-19)
 set(CMAKE_CXX_COMPILER clang++-19)
 set(CMAKE_C_COMPILER_TARGET ${KOVA_TRIPLE})

@@ -7,21 +7,23 @@ import os
 import re
 import subprocess
 
+RUNTIME = (
+    "mingw-w64 runtime, gdtoa and winpthreads",
+    ["ZPL-2.1", "MIT", "BSD-3-Clause", "Lucent licence of gdtoa",
+     "David M. Gay licence", "Keith Marshall licence", "public domain"],
+    "https://www.mingw-w64.org/")
+COMPILER = ("GPL-3.0-or-later WITH GCC-exception-3.1", "https://gcc.gnu.org/")
+
 # By Debian package: what it is, its licences as far as its linked parts go (an
 # SPDX id, an SPDX expression, or a name where SPDX has none), and where it
-# comes from.
+# comes from. The runtime is msvcrt's or the universal one's.
 LICENCES = {
-    "g++-mingw-w64-x86-64-posix": (
-        "libstdc++", "GPL-3.0-or-later WITH GCC-exception-3.1",
-        "https://gcc.gnu.org/"),
-    "gcc-mingw-w64-x86-64-posix": (
-        "libgcc", "GPL-3.0-or-later WITH GCC-exception-3.1",
-        "https://gcc.gnu.org/"),
-    "mingw-w64-x86-64-dev": (
-        "mingw-w64 runtime, gdtoa and winpthreads",
-        ["ZPL-2.1", "MIT", "BSD-3-Clause", "Lucent licence of gdtoa",
-         "David M. Gay licence", "Keith Marshall licence", "public domain"],
-        "https://www.mingw-w64.org/"),
+    "g++-mingw-w64-x86-64-posix": ("libstdc++", *COMPILER),
+    "g++-mingw-w64-ucrt64": ("libstdc++", *COMPILER),
+    "gcc-mingw-w64-x86-64-posix": ("libgcc", *COMPILER),
+    "gcc-mingw-w64-ucrt64": ("libgcc", *COMPILER),
+    "mingw-w64-x86-64-dev": RUNTIME,
+    "mingw-w64-ucrt64-dev": RUNTIME,
     "libcli11-dev": (
         "CLI11", ["BSD-3-Clause"], "https://github.com/CLIUtils/CLI11"),
     "nlohmann-json3-dev": (

@@ -34,8 +34,13 @@ install them; run as root: apt-get install ${missing[*]}"
 need_build_tools() {
   need_packages "compiler, linker and resource compiler" \
     clang-19 lld-19 llvm-19
-  need_packages "headers and libraries for 64-bit Windows" \
-    g++-mingw-w64-x86-64-posix
+  if [ "${KOVA_RUNTIME:-}" = ucrt ]; then
+    need_packages "headers and libraries for 64-bit Windows with the UCRT" \
+      g++-mingw-w64-ucrt64
+  else
+    need_packages "headers and libraries for 64-bit Windows" \
+      g++-mingw-w64-x86-64-posix
+  fi
   need_packages "message compiler" binutils-mingw-w64-x86-64
   need_packages "build system" cmake ninja-build
   need_packages "libraries of the tools and tests" \
@@ -66,12 +71,14 @@ need_wine() {
 }
 
 # configure_build PRESET FOLDER: when needed, as it is when a list of sources or
-# tests has changed.
+# tests has changed, or when KOVA_RUNTIME names another C runtime than before.
 configure_build() {
-  local log how=(cmake --preset "$1")
+  local log how=(cmake --fresh --preset "$1")
   cd "$KOVA_ROOT" || fail "cannot enter $KOVA_ROOT"
   log=$(log_file "configure-$1")
-  if [ -f "$2/build.ninja" ]; then
+  if [ -f "$2/build.ninja" ] &&
+    { [ "$1" != windows ] || [ -z "${KOVA_RUNTIME:-}" ] ||
+      grep -qx "KOVA_RUNTIME:STRING=$KOVA_RUNTIME" "$2/CMakeCache.txt"; }; then
     how=(ninja -C "$2" build.ninja)
   else
     say "Configuring the build $1"

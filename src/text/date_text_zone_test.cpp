@@ -35,6 +35,12 @@ DWORD WINAPI GiveZone(TIME_ZONE_INFORMATION* zone) {
 
 using ZonePatch = kova::test::ImportPatch<decltype(GetTimeZoneInformation)>;
 
+#if defined(_UCRT)
+constexpr wchar_t kRuntime[] = L"ucrtbase.dll";
+#else
+constexpr wchar_t kRuntime[] = L"msvcrt.dll";
+#endif
+
 // The zone of the system, as this program and its C runtime see it.
 class LocalTimeTextTest : public testing::Test {
  protected:
@@ -63,7 +69,7 @@ class LocalTimeTextTest : public testing::Test {
 
   const std::string m_variable = Variable();
   std::optional<ZonePatch> m_ofRuntime{std::in_place,
-                                       ::GetModuleHandleW(L"msvcrt.dll"),
+                                       ::GetModuleHandleW(kRuntime),
                                        "GetTimeZoneInformation", &GiveZone};
   const ZonePatch m_ofProgram{nullptr, "GetTimeZoneInformation", &GiveZone};
 };
