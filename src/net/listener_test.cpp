@@ -338,10 +338,11 @@ TEST_F(ListenerTest, AConnectionThatEndsAtOnceAwaitsItsStarter) {
   ASSERT_EQ(Run(), 1);
   static Gate* gate;
   gate = &starter;
-  using Resume = DWORD WINAPI(HANDLE);
+  // The calling convention of Windows' functions is that of all.
+  using Resume = DWORD(HANDLE);
   static Resume* resume;
   const ImportPatch<Resume> patch(
-      nullptr, "ResumeThread", +[](HANDLE thread) WINAPI -> DWORD {
+      nullptr, "ResumeThread", +[](HANDLE thread) {
         const DWORD count = resume(thread);
         gate->Pass();
         return count;
