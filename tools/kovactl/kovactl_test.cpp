@@ -129,6 +129,17 @@ TEST_F(KovactlTest, ExplainsWrongUsage) {
   }
 }
 
+// Nothing is not all.
+TEST_F(KovactlTest, RefusesEmptyArguments) {
+  for (const wchar_t* const arguments :
+       {L"printers \"\"", L"settings get \"\"", L"log show --logger \"\"",
+        L"dumps --folder=", L"probe --share \"\"", L"run --dll= --seconds 0"}) {
+    const ProgramResult result = RunKovactl(arguments);
+    ExpectFailure(result, 2, "an argument is empty");
+    EXPECT_EQ(result.output, "");
+  }
+}
+
 TEST_F(KovactlTest, MissesALibrary) {
   const ProgramResult result = RunKovactl(L"run --dll C:\\nowhere\\x.dll");
   ExpectFailure(result, 3, "there is no library C:\\nowhere\\x.dll");

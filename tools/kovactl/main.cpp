@@ -57,6 +57,18 @@ std::wstring OneLine(const std::string& text) {
   return line;
 }
 
+// An empty text means no name, no path and no number; taken for "not given" it
+// would mean all of them.
+void RefuseEmpty(const std::vector<std::string>& arguments) {
+  for (const std::string& argument : arguments) {
+    const bool isEmptyOption =
+        argument.starts_with("--") && argument.ends_with('=');
+    if (argument.empty() || isEmptyOption) {
+      throw CLI::ValidationError("an argument is empty");
+    }
+  }
+}
+
 int ShowHelp(const CLI::App& app, const CLI::ParseError& request) {
   std::ostringstream text;
   std::ostringstream errors;
@@ -71,6 +83,7 @@ int RunCommandLine(std::vector<std::string> arguments) {
   CLI::App app("Runs and looks after the printers' HTTP server.");
   AddEverything(app);
   try {
+    RefuseEmpty(arguments);
     // The library takes its arguments from the back.
     std::reverse(arguments.begin(), arguments.end());
     app.parse(std::move(arguments));

@@ -27,6 +27,7 @@ using ::kova::ctl::test::RunKovactl;
 using ::kova::test::DemoPrinter;
 using ::kova::test::ExtensionFolder;
 using ::kova::test::TestProgramFolder;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
@@ -144,6 +145,41 @@ TEST_F(PrinterFactsTest, EndTheVerbWellWithoutAFault) {
   EXPECT_EQ(one.errors, "");
   EXPECT_THAT(one.output, HasSubstr("  No fault can be seen.\n"));
   EXPECT_EQ(RunKovactl(L"printers nothing").exitCode, 9u);
+}
+
+TEST_F(PrinterFactsTest, AreSummedUpForMonitoring) {
+  m_printer.SetDriverPackage(ExtensionFolder(L"scripted"));
+  const DemoPrinter another(L"Facts Another");
+  const DemoPrinter plain(L"Facts Plain");
+  EXPECT_THAT(
+      RunKovactl(L"printers --check").output,
+      EndsWith("\n0 of 1 printers cannot answer; 2 without an extension "
+               "not counted.\n"));
+  DemoPrinter broken(L"Facts Broken");
+  broken.SetDriverPackage(L"C:\\nowhere");
+  const ProgramResult result = RunKovactl(L"printers --check");
+  EXPECT_EQ(result.exitCode, 1u);
+  EXPECT_THAT(result.output, HasSubstr("\n1 of 2 printers cannot answer; 2 "));
+  EXPECT_THAT(result.errors,
+              StartsWith("kovactl: error: 1 of 2 printers cannot answer"));
+  EXPECT_EQ(RunKovactl(L"printers").exitCode, 0u);
+}
+
+TEST_F(PrinterFactsTest, ShowAShareNameThatIsTaken) {
+  const DemoPrinter second(L"Facts Second", L"FACTS");
+  const auto json =
+      nlohmann::json::parse(RunKovactl(L"printers --json").output);
+  std::string remarks;
+  for (const auto& printer : json["printers"]) {
+    remarks += printer["name"].get<std::string>() + ": " +
+               printer["remarks"].dump() + "\n";
+  }
+  // Which of the two comes first is the spooler's to say.
+  const std::wstring first = ShareNameToPrinterName(L"facts");
+  const std::string taker(first.begin(), first.end());
+  EXPECT_THAT(remarks, HasSubstr("is also that of the printer \\\"" + taker +
+                                 "\\\", which gets its requests"));
+  EXPECT_THAT(remarks, HasSubstr(taker + ": []"));
 }
 
 }  // namespace

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <memory>
 
 #include "admin/printer_diagnosis.h"
@@ -15,10 +16,13 @@ constexpr char kExamples[] =
     "Examples:\n"
     "  kovactl printers\n"
     "  kovactl printers \"Demo Printer\"\n"
-    "      exit code 1 if a request for it would be answered 400";
+    "      exit code 1 if a request for it would be answered 400\n"
+    "  kovactl printers --check\n"
+    "      exit code 1 if that holds for any printer with an extension";
 
 struct Arguments {
   bool json = false;
+  bool check = false;
   std::string name;
 };
 
@@ -74,42 +78,97 @@ std::optional<Failure> Choose(const std::wstring& name,
                      L"\"; kovactl printers lists all of them"};
 }
 
+// The server takes the first printer of a share name.
+void NoteTakenShare(const std::vector<PrinterName>& printers,
+                    const PrinterName& printer,
+                    std::vector<std::wstring>& remarks) {
+  if (printer.share.empty()) return;
+  const auto first =
+      std::ranges::find_if(printers, [&printer](const PrinterName& other) {
+        return EqualsNoCase(other.share, printer.share);
+      });
+  if (first->name == printer.name) return;
+  remarks.push_back(L"the share name is also that of the printer \"" +
+                    first->name + L"\", which gets its requests");
+}
+
+// One that has no package is not meant to answer, unless it was asked for.
+bool IsJudged(const Row& row, const Arguments& arguments) {
+  return !arguments.name.empty() || row.facts.package != PackageForm::kAbsent;
+}
+
+// What the rows come to, in one line.
+struct Verdict {
+  size_t judged = 0;
+  size_t faulty = 0;
+  std::wstring text;
+};
+
+Verdict Judge(const std::vector<Row>& rows, const Arguments& arguments) {
+  Verdict verdict;
+  for (const Row& row : rows) {
+    if (!IsJudged(row, arguments)) continue;
+    ++verdict.judged;
+    verdict.faulty += row.diagnosis.HasFault() ? 1 : 0;
+  }
+  verdict.text = std::to_wstring(verdict.faulty) + L" of " +
+                 std::to_wstring(verdict.judged) + L" printers cannot answer";
+  if (const size_t others = rows.size() - verdict.judged; others > 0) {
+    verdict.text +=
+        L"; " + std::to_wstring(others) + L" without an extension not counted";
+  }
+  return verdict;
+}
+
 std::optional<Failure> Look(const std::string& name, std::vector<Row>& rows) {
   const WaitNotice notice(L"asking the print spooler");
   std::vector<PrinterName> printers;
   if (auto failure = ListPrinters(printers)) return failure;
+  const std::vector<PrinterName> all = printers;
   if (!name.empty()) {
     if (auto failure = Choose(ToWide(name), printers)) return failure;
   }
   for (PrinterName& printer : printers) {
     PrinterFacts facts = LookAtPrinter(printer.name);
     Diagnosis diagnosis = Diagnose(facts);
+    NoteTakenShare(all, printer, diagnosis.remarks);
     rows.push_back(
         {std::move(printer), std::move(facts), std::move(diagnosis)});
   }
   return std::nullopt;
 }
 
-void Show(const std::vector<Row>& rows, bool asJson) {
-  if (asJson) {
+void Show(const std::vector<Row>& rows, const Verdict& verdict,
+          const Arguments& arguments) {
+  if (arguments.json) {
     ShowJson({{"printers", JsonList(rows, &RowJson)},
+              {"judged", verdict.judged},
+              {"faulty", verdict.faulty},
               {"notSeen", ToUtf8(kNotSeen)}});
     return;
   }
   std::wstring text;
   for (const Row& row : rows) text += RowText(row) + L"\n";
   if (rows.empty()) text = L"The spooler knows no printers.\n\n";
-  ShowText(text + Wrapped(kNotSeen, 0));
+  text += Wrapped(kNotSeen, 0);
+  if (arguments.check) text += L"\n" + verdict.text + L".\n";
+  ShowText(text);
 }
 
 void Run(const Arguments& arguments) {
   std::vector<Row> rows;
   EndVerb(Look(arguments.name, rows));
-  Show(rows, arguments.json);
-  if (arguments.name.empty() || !rows[0].diagnosis.HasFault()) return;
-  EndVerb(Failure{ExitCode::kInternalError,
-                  L"requests for \"" + HarmlessLine(rows[0].printer.name) +
-                      L"\" are answered 400: " + rows[0].diagnosis.fault});
+  const Verdict verdict = Judge(rows, arguments);
+  Show(rows, verdict, arguments);
+  if (verdict.faulty == 0) return;
+  if (!arguments.name.empty()) {
+    EndVerb(Failure{ExitCode::kInternalError,
+                    L"requests for \"" + HarmlessLine(rows[0].printer.name) +
+                        L"\" are answered 400: " + rows[0].diagnosis.fault});
+  }
+  if (arguments.check) {
+    EndVerb(Failure{ExitCode::kInternalError, verdict.text});
+  }
 }
 
 }  // namespace
@@ -120,6 +179,8 @@ void AddPrintersVerb(CLI::App& app) {
   const auto arguments = std::make_shared<Arguments>();
   verb->add_option("PRINTER", arguments->name, "One printer (default: all)")
       ->type_name("");
+  verb->add_flag("--check", arguments->check,
+                 "Fail if a printer that has an extension cannot answer");
   AddJsonFlag(*verb, arguments->json);
   verb->footer(kExamples);
   verb->callback([arguments] { Run(*arguments); });

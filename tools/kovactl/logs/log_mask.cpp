@@ -99,6 +99,33 @@ LSTATUS ReadLogger(HKEY key, DWORD index, std::wstring& buffer,
   return ReadValueState(key, logger.name.c_str(), logger.value);
 }
 
+// How many single-character changes lie between two words, case aside.
+size_t WordDistance(std::wstring_view left, std::wstring_view right) {
+  std::vector<size_t> row(right.size() + 1);
+  std::iota(row.begin(), row.end(), size_t{0});
+  for (size_t i = 0; i < left.size(); ++i) {
+    size_t diagonal = row[0];
+    row[0] = i + 1;
+    for (size_t j = 0; j < right.size(); ++j) {
+      const size_t replaced =
+          diagonal + (FoldAscii(left[i]) == FoldAscii(right[j]) ? 0 : 1);
+      diagonal = row[j + 1];
+      row[j + 1] = std::min({replaced, row[j] + 1, diagonal + 1});
+    }
+  }
+  return row.back();
+}
+
+// Whether `word`, of three characters at least, is in `name`, case aside.
+bool IsPartOf(std::wstring_view word, std::wstring_view name) {
+  constexpr size_t kLeast = 3;
+  const auto same = [](wchar_t left, wchar_t right) {
+    return FoldAscii(left) == FoldAscii(right);
+  };
+  return word.size() >= kLeast &&
+         std::ranges::search(name, word, same).size() == word.size();
+}
+
 }  // namespace
 
 const std::vector<MaskBit>& MaskBits() {
@@ -161,34 +188,25 @@ std::optional<uint32_t> ParseMaskWord(std::wstring_view word) {
   return ParseHex(word);
 }
 
-std::wstring NearestMaskWord(std::wstring_view word) {
+std::wstring NearName(std::wstring_view word,
+                      const std::vector<std::wstring>& names) {
+  const size_t most = std::max<size_t>(word.size() / 3, 1);
   std::wstring nearest;
   size_t least = SIZE_MAX;
-  const auto consider = [&](const std::wstring& candidate) {
-    const size_t distance = WordDistance(word, candidate);
-    if (distance >= least) return;
+  for (const std::wstring& name : names) {
+    const size_t distance =
+        IsPartOf(word, name) ? most : WordDistance(word, name);
+    if (distance > most || distance >= least) continue;
     least = distance;
-    nearest = candidate;
-  };
-  for (const MaskBit& row : MaskBits()) consider(row.name);
-  for (const SpecialWord& row : kSpecialWords) consider(row.word);
+    nearest = name;
+  }
   return nearest;
 }
 
-size_t WordDistance(std::wstring_view left, std::wstring_view right) {
-  std::vector<size_t> row(right.size() + 1);
-  std::iota(row.begin(), row.end(), size_t{0});
-  for (size_t i = 0; i < left.size(); ++i) {
-    size_t diagonal = row[0];
-    row[0] = i + 1;
-    for (size_t j = 0; j < right.size(); ++j) {
-      const size_t replaced =
-          diagonal + (FoldAscii(left[i]) == FoldAscii(right[j]) ? 0 : 1);
-      diagonal = row[j + 1];
-      row[j + 1] = std::min({replaced, row[j] + 1, diagonal + 1});
-    }
-  }
-  return row.back();
+std::wstring NearMaskName(std::wstring_view word) {
+  std::vector<std::wstring> names;
+  for (const MaskBit& row : MaskBits()) names.push_back(row.name);
+  return NearName(word, names);
 }
 
 std::optional<uint32_t> LoggerMask::Mask() const {
@@ -228,14 +246,18 @@ const LoggerMask* FindLogger(const std::vector<LoggerMask>& loggers,
   return nullptr;
 }
 
-LSTATUS WriteLoggerMask(const std::wstring& name, uint32_t mask) {
+ValueState MaskValue(uint32_t mask) {
+  const auto* const bytes = reinterpret_cast<const uint8_t*>(&mask);
+  return {true, REG_DWORD, {bytes, bytes + sizeof(mask)}};
+}
+
+LSTATUS WriteLogger(const LoggerMask& logger) {
   UniqueRegistryKey key;
   const LSTATUS status = ::RegCreateKeyExW(
       HKEY_LOCAL_MACHINE, kMaskKey, 0, nullptr, REG_OPTION_NON_VOLATILE,
       KEY_SET_VALUE, nullptr, key.Receive(), nullptr);
   if (status != ERROR_SUCCESS) return status;
-  return ::RegSetValueExW(key.Get(), name.c_str(), 0, REG_DWORD,
-                          reinterpret_cast<const BYTE*>(&mask), sizeof(mask));
+  return WriteValueState(key.Get(), logger.name.c_str(), logger.value);
 }
 
 }  // namespace kova::ctl

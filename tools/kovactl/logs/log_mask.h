@@ -56,11 +56,15 @@ uint32_t ReachingFile(uint32_t mask);
 // "none" (0) or "default". Nothing for any other word.
 std::optional<uint32_t> ParseMaskWord(std::wstring_view word);
 
-// The name or word above that is most like `word`; never empty.
-std::wstring NearestMaskWord(std::wstring_view word);
+// The one of `names` that somebody who wrote `word` most likely meant: that it
+// is a part of, or that differs from it in few characters, case aside. Empty if
+// none is near.
+std::wstring NearName(std::wstring_view word,
+                      const std::vector<std::wstring>& names);
 
-// How many single-character changes lie between two words, case aside.
-size_t WordDistance(std::wstring_view left, std::wstring_view right);
+// The same among MaskBits. The words that stand for many channels or none are
+// never suggested.
+std::wstring NearMaskName(std::wstring_view word);
 
 // One value under the masks key.
 struct LoggerMask {
@@ -84,8 +88,11 @@ struct LoggerMask {
 const LoggerMask* FindLogger(const std::vector<LoggerMask>& loggers,
                              const std::wstring& name);
 
-// Writes `mask` as loggers do, a REG_DWORD called `name`, making the key if it
-// is missing. Returns the error code.
-[[nodiscard]] LSTATUS WriteLoggerMask(const std::wstring& name, uint32_t mask);
+// `mask` as loggers store it, a REG_DWORD.
+ValueState MaskValue(uint32_t mask);
+
+// Stores the logger's value as it is, making the key if it is missing. Returns
+// the error code.
+[[nodiscard]] LSTATUS WriteLogger(const LoggerMask& logger);
 
 }  // namespace kova::ctl

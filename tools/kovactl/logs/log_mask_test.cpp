@@ -11,7 +11,7 @@ namespace {
 using ::kova::ctl::LoggerMask;
 using ::kova::ctl::MaskBits;
 using ::kova::ctl::MaskText;
-using ::kova::ctl::NearestMaskWord;
+using ::kova::ctl::NearMaskName;
 using ::kova::ctl::ParseMaskWord;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -105,14 +105,16 @@ TEST(ParseMaskWordTest, RefusesEverythingElse) {
   EXPECT_EQ(ParseMaskWord(std::wstring_view(L"Error\0", 6)), std::nullopt);
 }
 
-TEST(NearestMaskWordTest, FindsTheWordThatWasMeant) {
-  EXPECT_EQ(NearestMaskWord(L"warnings"), L"Warning");
-  EXPECT_EQ(NearestMaskWord(L"eror"), L"Error");
-  EXPECT_EQ(NearestMaskWord(L"DetailInfoQ"), L"DetailInfo");
-  EXPECT_EQ(NearestMaskWord(L"debugoutput"), L"DebuggerOutput");
-  EXPECT_NE(NearestMaskWord(L""), L"");
-  EXPECT_EQ(kova::ctl::WordDistance(L"", L"abc"), 3u);
-  EXPECT_EQ(kova::ctl::WordDistance(L"abc", L"ABD"), 1u);
+TEST(NearMaskNameTest, FindsWhatWasMeantAndNothingElse) {
+  EXPECT_EQ(NearMaskName(L"warnings"), L"Warning");
+  EXPECT_EQ(NearMaskName(L"eror"), L"Error");
+  EXPECT_EQ(NearMaskName(L"DetailInfoQ"), L"DetailInfo");
+  EXPECT_EQ(NearMaskName(L"debugoutput"), L"DebuggerOutput");
+  EXPECT_EQ(NearMaskName(L"detail"), L"DetailInfo");
+  for (const wchar_t* const other :
+       {L"", L"x", L"one", L"nome", L"al", L"defaul", L"zebra", L"0xg"}) {
+    EXPECT_EQ(NearMaskName(other), L"") << other;
+  }
 }
 
 TEST(LoggerMaskTest, ReadsValuesAsLoggersDo) {

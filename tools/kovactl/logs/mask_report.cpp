@@ -1,5 +1,6 @@
 #include "logs/mask_report.h"
 
+#include "base/ascii.h"
 #include "common/file_path.h"
 #include "common/plain_text.h"
 #include "common/utf8.h"
@@ -13,15 +14,15 @@ namespace kova::ctl {
 namespace {
 
 Failure UnknownWord(const std::wstring& word) {
-  return {ExitCode::kNotFound, L"there is no channel \"" + HarmlessLine(word) +
-                                   L"\"; did you mean " +
-                                   NearestMaskWord(word) +
-                                   L"? (kovactl log --help lists all)"};
+  const std::wstring meant = NearMaskName(word);
+  return {ExitCode::kNotFound,
+          L"there is no channel \"" + HarmlessLine(word) + L"\"; " +
+              (meant.empty() ? L"kovactl log --help lists all"
+                             : L"did you mean " + meant +
+                                   L"? (kovactl log --help lists all)")};
 }
 
-bool IsNone(const std::wstring& word) {
-  return word.size() == 4 && WordDistance(word, L"none") == 0;
-}
+bool IsNone(const std::wstring& word) { return EqualsNoCase(word, L"none"); }
 
 constexpr size_t kIndent = 18;
 
@@ -113,10 +114,10 @@ Json LoggerJson(const LoggerMask& logger) {
   return json;
 }
 
-std::wstring BeforeText(const LoggerMask& before) {
-  const std::optional<uint32_t> mask = before.Mask();
+std::wstring ValueRow(const LoggerMask& logger) {
+  const std::optional<uint32_t> mask = logger.Mask();
   return mask ? HexMask(*mask) + L"  " + MaskText(*mask)
-              : ValueText(before.value);
+              : ValueText(logger.value);
 }
 
 }  // namespace
@@ -187,8 +188,14 @@ Json LoggersJson(const std::vector<LoggerMask>& loggers) {
 }
 
 std::optional<std::wstring> UndoCommand(const MaskUpdate& update) {
+  // A command line has to fit the 8191 characters of a console.
+  constexpr size_t kMostUndoBytes = 2000;
   const LoggerMask& before = update.before;
-  if (before.Mask()) return SetCommand(before.name, *before.Mask());
+  if (before.IsWellFormed()) return SetCommand(before.name, *before.Mask());
+  if (before.value.present) {
+    if (before.value.data.size() > kMostUndoBytes) return std::nullopt;
+    return LogCommand(L"set --raw", RawForm(before.value), before.name);
+  }
   if (before.name != kServerLoggerName) return std::nullopt;
   return SetCommand(before.name, kServerLoggerDefaultMask);
 }
@@ -196,9 +203,9 @@ std::optional<std::wstring> UndoCommand(const MaskUpdate& update) {
 std::wstring UpdateText(const MaskUpdate& update) {
   const std::wstring& name = update.before.name;
   std::wstring text = HarmlessLine(name) + L"\n";
-  text += Row(L"Before", BeforeText(update.before));
-  text += Row(L"Now", HexMask(update.now) + L"  " + MaskText(update.now));
-  text += SinkRows(name, update.now);
+  text += Row(L"Before", ValueRow(update.before));
+  text += Row(L"Now", ValueRow(update.now));
+  if (update.now.Mask()) text += SinkRows(name, *update.now.Mask());
   text +=
       Row(L"Takes effect", L"within " + std::to_wstring(kFollowsWithinMs) +
                                L" ms in a host that runs, else when it starts");
@@ -213,8 +220,10 @@ Json UpdateJson(const MaskUpdate& update) {
   Json json;
   json["logger"] = ToUtf8(update.before.name);
   json["before"] = HexOrNull(update.before.Mask());
-  json["now"] = ToUtf8(HexMask(update.now));
-  AddSinks(json, update.before.name, update.now);
+  json["now"] = HexOrNull(update.now.Mask());
+  if (update.now.Mask()) {
+    AddSinks(json, update.before.name, *update.now.Mask());
+  }
   json["takesEffectWithinMs"] = kFollowsWithinMs;
   json["undo"] = undo ? Json(ToUtf8(*undo)) : Json(nullptr);
   return json;

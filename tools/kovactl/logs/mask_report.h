@@ -44,13 +44,14 @@ Json LoggersJson(const std::vector<LoggerMask>& loggers);
 // What a command did to a mask.
 struct MaskUpdate {
   LoggerMask before;
-  uint32_t now = 0;
+  LoggerMask now;
 };
 std::wstring UpdateText(const MaskUpdate& update);
 Json UpdateJson(const MaskUpdate& update);
 
-// The command that brings back what was there before. Nothing where no mask
-// could be read: then only the server's logger has a default to go back to.
+// The command that brings back exactly what was there before. Nothing where
+// that is too long for a command, or nothing was there: then only the server's
+// logger has a default to go back to.
 std::optional<std::wstring> UndoCommand(const MaskUpdate& update);
 
 // Longest delay until a running logger follows its mask.

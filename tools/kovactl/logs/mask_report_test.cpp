@@ -60,7 +60,8 @@ TEST(LoggerTextTest, StaysWithin80Columns) {
   const std::wstring odd = LoggerText(Logger(kServer, 0xF800A955));
   EXPECT_LE(WidestLine(odd), 80u);
   EXPECT_THAT(odd, HasSubstr(L"DetailInfoA DetailInfoC"));
-  EXPECT_LE(WidestLine(UpdateText({Logger(kServer, 0xF800A955), 0xFFFFFFFF})),
+  EXPECT_LE(WidestLine(UpdateText(
+                {Logger(kServer, 0xF800A955), Logger(kServer, 0xFFFFFFFF)})),
             80u);
 }
 
@@ -84,28 +85,36 @@ TEST(LoggersTextTest, SeparatesLoggersAndSaysThatThereAreNone) {
 }
 
 TEST(UpdateTextTest, TellsBeforeNowAndTheWayBack) {
-  EXPECT_EQ(UpdateText({Logger(kServer, 0xE0000000), 0x88000001}),
-            L"Corvane KOVA Server\n"
-            L"  Before          0xE0000000 Error Warning Info\n"
-            L"  Now             0x88000001 Error DetailInfoA DebuggerOutput\n"
-            L"  Event log       Error DetailInfoA\n"
-            L"  Debugger output Error DetailInfoA\n"
-            L"  Log file        nothing (LogFile is off)\n"
-            L"  Takes effect    within 5000 ms in a host that runs, else when "
-            L"it starts\n"
-            L"  Undo with:      kovactl log set 0xE0000000\n");
+  EXPECT_EQ(
+      UpdateText({Logger(kServer, 0xE0000000), Logger(kServer, 0x88000001)}),
+      L"Corvane KOVA Server\n"
+      L"  Before          0xE0000000 Error Warning Info\n"
+      L"  Now             0x88000001 Error DetailInfoA DebuggerOutput\n"
+      L"  Event log       Error DetailInfoA\n"
+      L"  Debugger output Error DetailInfoA\n"
+      L"  Log file        nothing (LogFile is off)\n"
+      L"  Takes effect    within 5000 ms in a host that runs, else when "
+      L"it starts\n"
+      L"  Undo with:      kovactl log set 0xE0000000\n");
 }
 
 TEST(UpdateTextTest, KnowsWhatTheWayBackIs) {
-  const MaskUpdate fresh = {{kServer, {}}, 1};
+  const MaskUpdate fresh = {{kServer, {}}, Logger(kServer, 1)};
   EXPECT_EQ(UndoCommand(fresh), L"kovactl log set 0xE0000000");
   EXPECT_THAT(UpdateText(fresh), HasSubstr(L"  Before          no value\n"));
-  const MaskUpdate other = {Logger(L"Demo", 5), 1};
+  const LoggerMask now = Logger(L"Demo", 1);
+  const MaskUpdate other = {Logger(L"Demo", 5), now};
   EXPECT_EQ(UndoCommand(other),
             L"kovactl log set 0x00000005 --logger \"Demo\"");
   const ValueState longer{true, REG_BINARY, {1, 2, 3, 4, 5}};
-  EXPECT_EQ(UndoCommand({{L"Demo", longer}, 1}), std::nullopt);
-  EXPECT_EQ(UpdateJson({{L"Demo", longer}, 1})["undo"], nullptr);
+  EXPECT_EQ(UndoCommand({{L"Demo", longer}, now}),
+            L"kovactl log set --raw REG_BINARY:0102030405 --logger \"Demo\"");
+  const ValueState text{true, REG_SZ, {'7', 0}};
+  EXPECT_EQ(UndoCommand({{kServer, text}, now}),
+            L"kovactl log set --raw REG_SZ:3700");
+  const ValueState large{true, REG_SZ, std::vector<uint8_t>(2001)};
+  EXPECT_EQ(UndoCommand({{L"Demo", large}, now}), std::nullopt);
+  EXPECT_EQ(UpdateJson({{L"Demo", large}, now})["undo"], nullptr);
 }
 
 TEST(LoggersJsonTest, SaysTheSameToPrograms) {
@@ -124,7 +133,8 @@ TEST(LoggersJsonTest, SaysTheSameToPrograms) {
 }
 
 TEST(UpdateJsonTest, SaysTheSameToPrograms) {
-  const auto json = UpdateJson({Logger(L"Demo", 0), 0x80000000});
+  const auto json =
+      UpdateJson({Logger(L"Demo", 0), Logger(L"Demo", 0x80000000)});
   EXPECT_EQ(json["before"], "0x00000000");
   EXPECT_EQ(json["now"], "0x80000000");
   EXPECT_EQ(json["takesEffectWithinMs"], 5000);
@@ -146,6 +156,9 @@ TEST(ReadMaskWordsTest, RefusesAWordThatNamesNothing) {
   EXPECT_EQ(words.failure->code, ExitCode::kNotFound);
   EXPECT_THAT(words.failure->text,
               HasSubstr(L"no channel \"warnigns\"; did you mean Warning?"));
+  // No alias that acts on many channels is ever suggested.
+  const MaskWords odd = ReadMaskWords(MaskAction::kSet, {L"non"});
+  EXPECT_THAT(odd.failure->text, Not(HasSubstr(L"did you mean")));
   const MaskWords hostile = ReadMaskWords(MaskAction::kAdd, {L"a\x1b[2J"});
   EXPECT_THAT(hostile.failure->text, HasSubstr(L"\"a\xFFFD[2J\""));
 }

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "common/plain_text.h"
+#include "common/registry_value.h"
 #include "common/utf8.h"
 #include "common/verb.h"
 #include "log/server_logger.h"
@@ -25,16 +26,14 @@ std::optional<Failure> Read(std::vector<LoggerMask>& loggers) {
 
 Failure UnknownLogger(const std::vector<LoggerMask>& loggers,
                       const std::wstring& name) {
-  std::wstring nearest = kServerLoggerName;
-  for (const LoggerMask& logger : loggers) {
-    if (WordDistance(name, logger.name) < WordDistance(name, nearest)) {
-      nearest = logger.name;
-    }
-  }
-  return {ExitCode::kNotFound, L"there is no logger \"" + HarmlessLine(name) +
-                                   L"\"; did you mean \"" +
-                                   HarmlessLine(nearest) +
-                                   L"\"? (kovactl log show lists all)"};
+  std::vector<std::wstring> names = {kServerLoggerName};
+  for (const LoggerMask& logger : loggers) names.push_back(logger.name);
+  const std::wstring meant = HarmlessLine(NearName(name, names));
+  return {ExitCode::kNotFound,
+          L"there is no logger \"" + HarmlessLine(name) + L"\"; " +
+              (meant.empty() ? L"kovactl log show lists all"
+                             : L"did you mean \"" + meant +
+                                   L"\"? (kovactl log show lists all)")};
 }
 
 // The row to work on: the registry's, or a fresh one of the server's logger.
@@ -50,23 +49,46 @@ std::optional<Failure> Find(const std::wstring& name, LoggerMask& found) {
   return UnknownLogger(loggers, name);
 }
 
-std::optional<Failure> NewMask(MaskAction action, const LoggerMask& logger,
-                               uint32_t bits, uint32_t& mask) {
+// What a command line asks for.
+struct Wish {
+  MaskAction action = MaskAction::kSet;
+  std::vector<std::wstring> words;
+  std::wstring raw;  // a value as RawForm gives it, in place of the words
+  std::wstring logger;
+  bool json = false;
+};
+
+std::optional<Failure> NewRawValue(const Wish& wish, MaskUpdate& update) {
+  const auto raw = ParseRawForm(wish.raw);
+  if (!raw) {
+    return Failure{ExitCode::kWrongUsage,
+                   L"\"" + HarmlessLine(wish.raw) +
+                       L"\" is no type and bytes; write for instance "
+                       L"REG_DWORD:000000E0"};
+  }
+  update.now = {update.before.name, *raw};
+  return std::nullopt;
+}
+
+std::optional<Failure> NewMask(const Wish& wish, uint32_t bits,
+                               MaskUpdate& update) {
+  const LoggerMask& logger = update.before;
   std::optional<uint32_t> before = logger.Mask();
   const bool isNew = !logger.value.present;
   if (!before && isNew) before = kServerLoggerDefaultMask;
-  if (!before && action != MaskAction::kSet) {
+  if (!before && wish.action != MaskAction::kSet) {
     return Failure{ExitCode::kInternalError,
                    L"the registry holds no readable mask of \"" +
                        HarmlessLine(logger.name) +
                        L"\"; give it one with kovactl log set"};
   }
-  mask = ChangedMask(action, before.value_or(0), bits);
+  update.now = {logger.name,
+                MaskValue(ChangedMask(wish.action, before.value_or(0), bits))};
   return std::nullopt;
 }
 
 std::optional<Failure> Write(const MaskUpdate& update) {
-  const LSTATUS status = WriteLoggerMask(update.before.name, update.now);
+  const LSTATUS status = WriteLogger(update.now);
   if (status == ERROR_SUCCESS) return std::nullopt;
   return SystemFailure(ExitCode::kInternalError,
                        L"cannot write the log mask to the registry",
@@ -92,18 +114,21 @@ std::optional<Failure> ShowLog(const std::wstring& name, bool json) {
 
 // Changes that logger's mask and says what it did. Loggers that have no mask
 // are refused, for their names would be typing errors; the server's is made.
-std::optional<Failure> ChangeLog(MaskAction action,
-                                 const std::vector<std::wstring>& words,
-                                 const std::wstring& name, bool json) {
-  const MaskWords read = ReadMaskWords(action, words);
+std::optional<Failure> ChangeLog(const Wish& wish) {
+  if (wish.words.empty() && wish.raw.empty()) {
+    return Failure{ExitCode::kWrongUsage,
+                   L"name channels; kovactl log --help lists them"};
+  }
+  const MaskWords read = ReadMaskWords(wish.action, wish.words);
   if (read.failure) return read.failure;
   MaskUpdate update;
-  if (auto failure = Find(name, update.before)) return failure;
-  if (auto failure = NewMask(action, update.before, read.bits, update.now)) {
+  if (auto failure = Find(wish.logger, update.before)) return failure;
+  if (auto failure = wish.raw.empty() ? NewMask(wish, read.bits, update)
+                                      : NewRawValue(wish, update)) {
     return failure;
   }
   if (auto failure = Write(update)) return failure;
-  if (json) {
+  if (wish.json) {
     ShowJson(UpdateJson(update));
   } else {
     ShowText(UpdateText(update));
@@ -136,6 +161,7 @@ constexpr char kFollowNotes[] =
 
 struct Arguments {
   std::vector<std::string> words;
+  std::string raw;
   std::string logger;
   FollowOptions follow;
   bool json = false;
@@ -190,19 +216,29 @@ void AddShow(CLI::App& log) {
 void AddChange(CLI::App& log, const Change& change) {
   CLI::App* const verb = log.add_subcommand(change.name, change.description);
   const auto arguments = std::make_shared<Arguments>();
-  verb->add_option("CHANNEL", arguments->words, "Channels and switches")
-      ->required()
-      ->type_name("");
+  CLI::Option* const words =
+      verb->add_option("CHANNEL", arguments->words, "Channels and switches")
+          ->type_name("");
+  if (change.action == MaskAction::kSet) {
+    verb->add_option("--raw", arguments->raw,
+                     "Store exactly these bytes, to undo a change")
+        ->type_name("TYPE:HEX")
+        ->excludes(words);
+  }
   AddLogger(*verb, *arguments,
             "The logger to change (default: the server's own)");
   AddJsonFlag(*verb, arguments->json);
   verb->footer(change.example + WordsHelp());
   verb->callback([arguments, action = change.action] {
-    std::vector<std::wstring> words;
+    Wish wish{action,
+              {},
+              ToWide(arguments->raw),
+              LoggerName(*arguments),
+              arguments->json};
     for (const std::string& word : arguments->words) {
-      words.push_back(ToWide(word));
+      wish.words.push_back(ToWide(word));
     }
-    EndVerb(ChangeLog(action, words, LoggerName(*arguments), arguments->json));
+    EndVerb(ChangeLog(wish));
   });
 }
 

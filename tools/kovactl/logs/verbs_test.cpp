@@ -80,8 +80,8 @@ TEST_F(LogVerbTest, ChangesAnotherLoggerWhateverTheCase) {
       RunKovactl(L"log add Error --logger \"demo LIB\"");
   EXPECT_EQ(result.exitCode, 0u);
   EXPECT_THAT(result.output, StartsWith("Demo Lib\n"));
-  EXPECT_THAT(result.output, HasSubstr("kovactl log set 0x00000002 --logger "
-                                       "\"Demo Lib\"\n"));
+  EXPECT_THAT(result.output, HasSubstr("kovactl log set --raw REG_BINARY:02 "
+                                       "--logger \"Demo Lib\"\n"));
   EXPECT_EQ(Value(L"Demo Lib"), (ValueState{true, REG_DWORD, {2, 0, 0, 0x80}}));
   EXPECT_FALSE(Value(kServerLoggerName).present);
 }
@@ -139,6 +139,23 @@ ProgramResult Follow(const std::wstring& options) {
   }
   follower.join();
   return result;
+}
+
+TEST_F(LogVerbTest, PutsBackByItsOwnCommandWhateverWasThere) {
+  const ValueState kBefores[] = {{true, REG_SZ, {'7', 0, 0, 0}},
+                                 {true, REG_SZ, {}},
+                                 {true, REG_BINARY, {1, 2, 3, 4, 5}},
+                                 {true, REG_DWORD, {1, 0, 0, 0x80}}};
+  for (const ValueState& before : kBefores) {
+    Put(kServerLoggerName, before);
+    const std::string output = RunKovactl(L"log set Error").output;
+    constexpr std::string_view kLabel = "Undo with:      kovactl ";
+    const std::string undo = output.substr(output.find(kLabel) + kLabel.size());
+    EXPECT_EQ(RunKovactl({undo.begin(), undo.end() - 1}).exitCode, 0u);
+    EXPECT_EQ(Value(kServerLoggerName), before);
+  }
+  ExpectRefusal(RunKovactl(L"log set --raw 4"), 2, "no type and bytes");
+  ExpectRefusal(RunKovactl(L"log set Info --raw 4:00"), 2, "excludes");
 }
 
 TEST_F(LogVerbTest, FollowsTheServersLinesOfAnotherProcess) {
