@@ -182,8 +182,8 @@ TEST_F(KovactlTest, SaysThatTheServerIsSwitchedOff) {
 
 TEST_F(KovactlTest, RunsForAsLongAsAsked) {
   const std::wstring port = FreePort();
-  const ProgramResult result =
-      RunFake(L"listen", L"--seconds 1 --color always --port " + port);
+  const ProgramResult result = RunFake(
+      L"listen", L"--seconds 1 --channels --color always --port " + port);
   EXPECT_EQ(result.exitCode, 0u);
   EXPECT_EQ(result.errors, "");
   EXPECT_THAT(result.output,
@@ -250,7 +250,7 @@ TEST_F(KovactlTest, WidensTheLogMaskForTheRunAndPutsItBack) {
   const DWORD mask = 0x80000001;
   ::RegSetValueExW(masks.Get(), kova::kServerLoggerName, 0, REG_DWORD,
                    reinterpret_cast<const BYTE*>(&mask), 4);
-  EXPECT_THAT(RunFake(L"mask", L"").output,
+  EXPECT_THAT(RunFake(L"mask", L"--channels").output,
               HasSubstr("mask " + std::to_string(0xF8000001)));
   EXPECT_THAT(RunFake(L"mask", L"--verbose").output,
               HasSubstr("mask " + std::to_string(0xF800FFFF)));

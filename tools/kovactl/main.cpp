@@ -39,6 +39,7 @@ void AddEverything(CLI::App& app) {
   AddNewExtensionVerb(app);
   AddPrintersVerb(app);
   AddProbeVerb(app);
+  AddReplayVerb(app);
   AddSettingsVerb(app);
   AddStatusVerb(app);
 }

@@ -16,6 +16,7 @@ void AddCheckExtensionVerb(CLI::App& app);
 void AddDumpsVerb(CLI::App& app);
 void AddLogVerb(CLI::App& app);
 void AddNewExtensionVerb(CLI::App& app);
+void AddReplayVerb(CLI::App& app);
 void AddRunVerb(CLI::App& app);
 
 }  // namespace kova::ctl

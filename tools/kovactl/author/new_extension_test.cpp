@@ -1,4 +1,6 @@
 // Whole: a folder for an extension of one's own.
+#include "author/new_extension.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -12,6 +14,9 @@
 
 namespace {
 
+using ::kova::ctl::ExitCode;
+using ::kova::ctl::Language;
+using ::kova::ctl::MakeExtension;
 using ::kova::ctl::test::ExpectRefusal;
 using ::kova::ctl::test::ProgramResult;
 using ::kova::ctl::test::RunKovactl;
@@ -82,10 +87,14 @@ TEST_F(NewExtensionTest, LeavesWhatIsThereAlone) {
 }
 
 TEST_F(NewExtensionTest, RefusesWhatIsNoName) {
-  for (const wchar_t* const name : {L"1st", L"\"a b\"", L"a.b", L"_x", L"."}) {
-    ExpectRefusal(RunKovactl(std::wstring(L"new-extension ") + name), 2, "");
-    EXPECT_FALSE(std::filesystem::exists(name) && std::wstring(name) != L".");
+  for (const wchar_t* const name : {L"1st", L"a b", L"a.b", L"_x", L"x\\-"}) {
+    const auto failure = MakeExtension(name, Language::kC);
+    ASSERT_TRUE(failure.has_value()) << name;
+    EXPECT_EQ(failure->code, ExitCode::kWrongUsage);
+    EXPECT_FALSE(std::filesystem::exists(name));
   }
+  ExpectRefusal(RunKovactl(L"new-extension 1st"), 2,
+                "no name for an extension");
   ExpectRefusal(RunKovactl(L"new-extension x --c --cpp"), 2, "--c");
   ExpectRefusal(RunKovactl(L"new-extension nowhere\\x"), 1,
                 "cannot make the folder");

@@ -2,12 +2,13 @@
 #pragma once
 
 #include "base/windows_api.h"
+#include "run/import_replacement.h"
 #include "run/line_pump.h"
 
 namespace kova::ctl {
 
 // From construction to destruction, the OutputDebugStringW calls of `module`
-// are pushed to `pump`, and passed on. There may be one hook at a time.
+// are pushed to `sink`, and passed on. There may be one hook at a time.
 //
 // The module's import is replaced, rather than the system's shared debugger
 // buffer read: that buffer is one for the whole session, so a second reader
@@ -17,19 +18,19 @@ namespace kova::ctl {
 // import table works the same on Windows and under Wine.
 class DebugOutputHook {
  public:
-  DebugOutputHook(HMODULE module, LinePump& pump);
+  DebugOutputHook(HMODULE module, LineSink& sink);
   // The module's threads must be gone, or its import goes back to the system
-  // while a call may still be on its way into `pump`.
+  // while a call may still be on its way into `sink`.
   ~DebugOutputHook();
 
   DebugOutputHook(const DebugOutputHook&) = delete;
   DebugOutputHook& operator=(const DebugOutputHook&) = delete;
 
   // False if the module has no such import: its lines stay unseen.
-  [[nodiscard]] bool IsInstalled() const { return m_slot != nullptr; }
+  [[nodiscard]] bool IsInstalled() const { return m_replacement.IsInstalled(); }
 
  private:
-  void** const m_slot;
+  const ImportReplacement m_replacement;
 };
 
 }  // namespace kova::ctl

@@ -6,8 +6,11 @@
 
 namespace kova::ctl {
 
-LinePump::LinePump(const Output& output, bool color)
-    : m_output(output), m_color(color), m_thread([this] { Show(); }) {}
+LinePump::LinePump(const Output& output, bool color, bool mistakesOnly)
+    : m_output(output),
+      m_color(color),
+      m_mistakesOnly(mistakesOnly),
+      m_thread([this] { Show(); }) {}
 
 LinePump::~LinePump() {
   {
@@ -19,6 +22,10 @@ LinePump::~LinePump() {
 }
 
 void LinePump::PushLine(std::wstring line) {
+  if (m_mistakesOnly && !line.starts_with(L"Error ") &&
+      !line.starts_with(L"Warning ")) {
+    return;
+  }
   std::wstring styled = StyleLine(line, m_color);
   if (line.starts_with(L"Error ")) {
     const std::lock_guard held(m_mutex);

@@ -2,14 +2,17 @@
 
 #include "base/handles.h"
 #include "common/file_path.h"
+#include "common/plain_text.h"
 #include "common/server_settings.h"
 #include "common/stop_signal.h"
+#include "kova/extension.h"
 #include "kova/server.h"
 #include "log/logger.h"
 #include "log/server_logger.h"
 #include "run/borrowed_value.h"
 #include "run/debug_output_hook.h"
 #include "run/demo_printer.h"
+#include "run/forwarding.h"
 #include "run/line_pump.h"
 #include "run/listen_check.h"
 #include "server/server_settings.h"
@@ -73,9 +76,13 @@ std::wstring LibraryPath(const RunOptions& options) {
                                  : options.library;
 }
 
+// The user may name the library in the folder, too.
 std::wstring PackageFolder(const RunOptions& options) {
-  return options.package.empty() ? ProgramFolder() + L"\\sample-extension"
-                                 : FullPath(options.package);
+  if (options.package.empty()) return ProgramFolder() + L"\\sample-extension";
+  const std::wstring full = FullPath(options.package);
+  const std::wstring name = FileName(full);
+  if (!SameName(name, KOVA_EXTENSION_FILE_NAME)) return full;
+  return full.substr(0, full.size() - name.size() - 1);
 }
 
 std::optional<Failure> SetPort(BorrowedValue& portValue, uint32_t port) {
@@ -133,8 +140,18 @@ void StopTimed(const ServerLibrary& library, LinePump& pump) {
 // From start to stop, with everything prepared.
 std::optional<Failure> StartAndStop(const RunOptions& options,
                                     const ServerLibrary& library,
-                                    const StopSignal& stop, LinePump& pump) {
-  const DebugOutputHook hook(library.Module(), pump);
+                                    const StopSignal& stop, Traffic& traffic,
+                                    LinePump& pump) {
+  const bool withBodies =
+      !options.traffic.recordFolder.empty() && options.traffic.withBodies;
+  Forwarding forwarding(library.Module(), {withBodies, options.watch}, traffic,
+                        pump);
+  if (!forwarding.IsInstalled()) {
+    pump.PushNotice(
+        L"This library's requests cannot be shown: it does not import "
+        L"LoadLibraryW and GetProcAddress.");
+  }
+  const DebugOutputHook hook(library.Module(), forwarding);
   if (!hook.IsInstalled()) {
     pump.PushNotice(
         L"This library's log lines cannot be shown: it does not "
@@ -173,10 +190,13 @@ std::optional<Failure> RunServer(const RunOptions& options) {
     if (auto failure = SetPort(portValue, *options.port)) return failure;
   }
   const Output output(STD_OUTPUT_HANDLE);
-  LinePump pump(output, output.TakesColor(options.color));
+  const bool color = output.TakesColor(options.color);
+  LinePump pump(output, color, !options.channels && !options.verbose);
+  Traffic traffic(pump, color);
+  if (auto failure = traffic.Open(options.traffic)) return failure;
   TellWhatWasReturned(returned, pump);
   SetLogMask(maskValue, options.verbose, pump);
-  return StartAndStop(options, library, stop, pump);
+  return StartAndStop(options, library, stop, traffic, pump);
 }
 
 }  // namespace kova::ctl

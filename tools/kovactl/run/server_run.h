@@ -7,6 +7,7 @@
 
 #include "common/exit_code.h"
 #include "common/output.h"
+#include "run/traffic.h"
 
 namespace kova::ctl {
 
@@ -17,12 +18,16 @@ struct RunOptions {
   bool demo = false;                // make the demonstration printer
   std::wstring package;             // its package folder; empty: the sample's
   bool verbose = false;             // show every log channel
+  bool channels = false;            // show Info and DetailInfo, too
+  bool watch = false;               // let newer builds of extensions answer
+  TrafficOptions traffic;
   ColorMode color = ColorMode::kAuto;
 };
 
-// Loads the server, starts it, shows its log on standard output, and stops it
-// on Ctrl-C or after options.seconds. Whatever it changed in the registry is
-// put back before it returns. Returns what made the run fail, if anything.
+// Loads the server, starts it, shows its requests and what its log says of
+// mistakes on standard output, and stops it on Ctrl-C or after options.seconds.
+// Whatever it changed in the registry is put back before it returns. Returns
+// what made the run fail, if anything.
 std::optional<Failure> RunServer(const RunOptions& options);
 
 }  // namespace kova::ctl

@@ -23,6 +23,8 @@ constexpr char kExamples[] =
     "      with your own extension, .\\mine\\Corvane_V3_NetMon.dll\n"
     "  kovactl run --remove-demo\n"
     "      remove the demonstration printer again\n"
+    "  kovactl run --demo --package .\\mine --watch --record .\\asked\n"
+    "      the same, each build of it as it comes, and keep what is asked\n"
     "  kovactl run --verbose --seconds 10 --color always > log.txt\n"
     "      ten seconds of every log channel, coloured, into a file";
 
@@ -55,6 +57,9 @@ CLI::Validator ColorWords(ColorMode& mode) {
 struct Arguments {
   RunOptions options;
   bool removeDemo = false;
+  bool noBodies = false;
+  std::string accessLog;
+  std::string recordFolder;
   std::string library;
   std::string package;
   std::string color;
@@ -75,9 +80,9 @@ void AddOptions(CLI::App& verb, Arguments& arguments) {
       "Make the printer \"Demo Printer\", shared as \"demo\", which the sample "
       "extension answers for; it stays installed until --remove-demo");
   verb.add_option("--package", arguments.package,
-                  "Let the extension library in this folder answer for the "
-                  "demonstration printer")
-      ->type_name("FOLDER")
+                  "Let this extension library, or the one in this folder, "
+                  "answer for the demonstration printer")
+      ->type_name("PATH")
       ->needs(demo);
   verb.add_option("--port", options.port,
                   "Listen on port N in this run; the setting is put back "
@@ -88,11 +93,31 @@ void AddOptions(CLI::App& verb, Arguments& arguments) {
                 "Run nothing; remove the demonstration printer and put back "
                 "what runs that were cut off left changed")
       ->excludes(demo);
-  verb.add_flag("--verbose", options.verbose, "Show every log channel");
+  verb.add_flag("--channels", options.channels,
+                "Show the server's log lines, not only errors and warnings");
+  verb.add_flag("--verbose", options.verbose,
+                "Show the log lines of every channel");
   verb.add_option("--color", arguments.color,
                   "Colour the log: auto (on a terminal), always or never")
       ->type_name("WHEN")
       ->check(ColorWords(options.color));
+}
+
+void AddTrafficOptions(CLI::App& verb, Arguments& arguments) {
+  verb.add_option("--access-log", arguments.accessLog,
+                  "Add a line for each request to this file, in the combined "
+                  "format of web servers")
+      ->type_name("FILE");
+  CLI::Option* const record =
+      verb.add_option("--record", arguments.recordFolder,
+                      "Keep each request and its answer in this folder, for "
+                      "kovactl replay")
+          ->type_name("FOLDER");
+  verb.add_flag("--no-bodies", arguments.noBodies, "Keep their headers alone")
+      ->needs(record);
+  verb.add_flag("--watch", arguments.options.watch,
+                "Let a rebuilt extension answer from the next request on; "
+                "its file is never locked");
 }
 
 std::wstring RemovalText(DemoRemoval outcome) {
@@ -122,6 +147,10 @@ void Run(Arguments& arguments) {
   if (arguments.removeDemo) return RemoveTraces();
   arguments.options.library = ToWide(arguments.library);
   arguments.options.package = ToWide(arguments.package);
+  TrafficOptions& traffic = arguments.options.traffic;
+  traffic.accessLog = ToWide(arguments.accessLog);
+  traffic.recordFolder = ToWide(arguments.recordFolder);
+  traffic.withBodies = !arguments.noBodies;
   EndVerb(RunServer(arguments.options));
 }
 
@@ -134,6 +163,7 @@ void AddRunVerb(CLI::App& app) {
                          "log");
   const auto arguments = std::make_shared<Arguments>();
   AddOptions(*verb, *arguments);
+  AddTrafficOptions(*verb, *arguments);
   verb->footer(kExamples);
   verb->callback([arguments] { Run(*arguments); });
 }
