@@ -46,6 +46,10 @@ check_contents() {
     licences/GPL-3.txt THIRD-PARTY-NOTICES.txt; do
     [ -s "$package/$file" ] || fail "the package lacks $file"
   done
+  # Whoever unpacks it has no source tree.
+  ! grep -lE 'script/wine|build/bin' "$package"/README.md \
+    "$package"/docs/{administration,crash-dumps,event-log,extensions,kovactl}.md ||
+    fail "a page for users shows commands that the package does not have"
   ! grep -rlE --include='*.md' --include='*.txt' --include='*.cmake' \
     --include='*.json' -e "$here" "$package" ||
     fail "a file of the package names a folder of this machine"

@@ -18,32 +18,6 @@
 namespace kova::ctl {
 namespace {
 
-std::string Footer() {
-  return "Examples:\n"
-         "  kovactl run --demo\n"
-         "  kovactl run --help\n\n" +
-         ExitCodeHelp();
-}
-
-void AddEverything(CLI::App& app) {
-  app.name("kovactl");
-  app.set_version_flag("--version", "kovactl " KOVA_VERSION);
-  app.require_subcommand(0, 1);
-  // A path may begin with a slash; no option does.
-  app.allow_windows_style_options(false);
-  app.footer(&Footer);
-  AddRunVerb(app);
-  AddCheckExtensionVerb(app);
-  AddDumpsVerb(app);
-  AddLogVerb(app);
-  AddNewExtensionVerb(app);
-  AddPrintersVerb(app);
-  AddProbeVerb(app);
-  AddReplayVerb(app);
-  AddSettingsVerb(app);
-  AddStatusVerb(app);
-}
-
 // Which verb's help to point to after a mistake.
 std::wstring HelpCommand(const CLI::App& app) {
   const auto verbs = app.get_subcommands();
@@ -82,7 +56,8 @@ int ShowHelp(const CLI::App& app, const CLI::ParseError& request) {
 // without the program's name.
 int RunCommandLine(std::vector<std::string> arguments) {
   CLI::App app("Runs and looks after the printers' HTTP server.");
-  AddEverything(app);
+  AddEveryVerb(app);
+  app.set_version_flag("--version", "kovactl " KOVA_VERSION);
   try {
     RefuseEmpty(arguments);
     // The library takes its arguments from the back.

@@ -5,6 +5,9 @@
 
 namespace kova::ctl {
 
+// Makes `app` the tool's command line: all verbs, their help, no version yet.
+void AddEveryVerb(CLI::App& app);
+
 // Each adds its verb to `app`. When the command line names the verb, parsing
 // runs it, and ends with CLI::RuntimeError holding the exit code if it failed.
 void AddPrintersVerb(CLI::App& app);
