@@ -28,6 +28,9 @@ take_place() {
   fail "more than $KOVA_PLACES tests at once"
 }
 
+# In seconds: some four times what the longest test takes on two quiet cores.
+limit=1200
+
 # run COMMAND...: in a prefix that is made anew if its last test failed or was
 # cut off, for it then holds settings that somebody left.
 run() {
@@ -38,7 +41,7 @@ run() {
   fi
   touch "$WINEPREFIX.unclean"
   [ "$1" != wine ] || make_wine_prefix
-  exec timeout -k 10 600 "$@"
+  exec timeout -k 10 "$limit" "$@"
 }
 
 # count PATTERN: the number in the first line of the log that it matches.
@@ -51,7 +54,7 @@ count() {
 # Wine's server kills a process that has ended for it and that a busy machine
 # keeps for a second longer. It had written its summary by then.
 was_killed_at_its_end() {
-  [ "$code" -eq 137 ] && [ $SECONDS -lt 600 ] && [ "$good" -gt 0 ] &&
+  [ "$code" -eq 137 ] && [ "$SECONDS" -lt "$limit" ] && [ "$good" -gt 0 ] &&
     [ "$bad" -eq 0 ]
 }
 
@@ -76,7 +79,7 @@ judge() {
 take_place
 code=0
 (run "$@") >"$log" 2>&1 </dev/null 9>&- || code=$?
-[ "$code" -ne 124 ] || echo "error: ended, for it took 600 s" >>"$log"
+[ "$code" -ne 124 ] || echo "error: ended, for it took $limit s" >>"$log"
 judge
 echo "$good $bad $skip" >"$counts"
 if [ "$bad" -eq 0 ]; then
