@@ -1,20 +1,22 @@
 // A block of bytes of an exact size, as responses travel in.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <utility>
+
+#include "base/kept_blocks.h"
 
 namespace kova {
 
 // Frees a block in the way it was taken.
 struct ByteDeleter {
-  bool isFromCalloc = false;
+  size_t zeroedCapacity = 0;  // of one from TakeZeroedBlock(), else 0
   void operator()(char* block) const {
-    if (isFromCalloc) {
-      std::free(block);
+    if (zeroedCapacity != 0) {
+      GiveBlockBack({block, zeroedCapacity});
     } else {
       delete[] block;
     }
@@ -41,18 +43,18 @@ class ByteBuffer {
   // The same for a size that somebody else claims: false where memory runs
   // out, and then keeps the old block. The block is all zero, so that what
   // nobody writes into it tells nothing of the process or of an earlier
-  // answer. To touch a false claim of gigabytes would cost them: the C runtime
-  // is asked for zeros, which takes large blocks as they come from the system.
-  // A small block that has the size already is cleared.
+  // answer. To touch a false claim of gigabytes would cost them: blocks of more
+  // than kMostKeptBytes are taken as they come from the system.
   [[nodiscard]] bool TryResizeDiscarding(uint64_t sizeBytes) {
-    if (sizeBytes == m_size && sizeBytes <= kMostClearedBytes) {
+    if (sizeBytes == m_size && sizeBytes <= kMostKeptBytes) {
       if (sizeBytes != 0) std::memset(m_data.get(), 0, sizeBytes);
       return true;
     }
-    Block fresh(nullptr, ByteDeleter{true});
+    Block fresh;
     if (sizeBytes != 0) {
-      fresh.reset(static_cast<char*>(std::calloc(sizeBytes, 1)));
-      if (fresh == nullptr) return false;
+      const ZeroedBlock taken = TakeZeroedBlock(sizeBytes);
+      if (taken.data == nullptr) return false;
+      fresh = Block(taken.data, ByteDeleter{taken.capacity});
     }
     m_data = std::move(fresh);
     m_size = sizeBytes;
@@ -61,9 +63,6 @@ class ByteBuffer {
 
  private:
   using Block = std::unique_ptr<char[], ByteDeleter>;
-
-  // The heap clears what it gives again; larger blocks come from the system.
-  static constexpr uint64_t kMostClearedBytes = uint64_t{1} << 20;
 
   Block m_data;
   uint64_t m_size = 0;

@@ -29,12 +29,13 @@ TEST_F(ByteBufferMemoryTest, ARefusedClaimKeepsTheOldBlock) {
   EXPECT_TRUE(buffer.TryResizeDiscarding(0));
 }
 
-// Blocks that are large come zero from the system and are not touched here: a
-// claim of gigabytes costs what it takes to look for them.
+// Very large blocks come zero from the system and are not touched here: a claim
+// of gigabytes costs what it takes to look for them.
 TEST_F(ByteBufferMemoryTest, AsksTheRuntimeForZerosWhateverTheSize) {
   size_t asked = 0;
   for (const uint64_t size :
        {uint64_t{1}, uint64_t{4} << 20, uint64_t{1} << 30}) {
+    kova::FreeKeptBlocks();
     ByteBuffer buffer;
     EXPECT_TRUE(buffer.TryResizeDiscarding(size));
     EXPECT_EQ(m_heap.ZeroedCalls(), ++asked) << size;
@@ -42,9 +43,9 @@ TEST_F(ByteBufferMemoryTest, AsksTheRuntimeForZerosWhateverTheSize) {
   }
 }
 
-// Small ones are cleared where they are.
-TEST_F(ByteBufferMemoryTest, TakesLargeBlocksAnewWhereTheSizeIsTheSame) {
-  for (const uint64_t size : {uint64_t{1}, uint64_t{1} << 20}) {
+// All others are cleared where they are.
+TEST_F(ByteBufferMemoryTest, TakesVeryLargeBlocksAnewWhereTheSizeIsTheSame) {
+  for (const uint64_t size : {uint64_t{1}, uint64_t{kova::kMostKeptBytes}}) {
     ByteBuffer buffer;
     ASSERT_TRUE(buffer.TryResizeDiscarding(size));
     const size_t asked = m_heap.ZeroedCalls();
@@ -54,10 +55,24 @@ TEST_F(ByteBufferMemoryTest, TakesLargeBlocksAnewWhereTheSizeIsTheSame) {
     EXPECT_EQ(m_heap.ZeroedCalls(), asked);
   }
   ByteBuffer buffer;
-  ASSERT_TRUE(buffer.TryResizeDiscarding((uint64_t{1} << 20) + 1));
+  ASSERT_TRUE(buffer.TryResizeDiscarding(kova::kMostKeptBytes + 1));
   const size_t asked = m_heap.ZeroedCalls();
-  EXPECT_TRUE(buffer.TryResizeDiscarding((uint64_t{1} << 20) + 1));
+  EXPECT_TRUE(buffer.TryResizeDiscarding(kova::kMostKeptBytes + 1));
   EXPECT_EQ(m_heap.ZeroedCalls(), asked + 1);
+}
+
+TEST_F(ByteBufferMemoryTest, GivesItsLargeBlockToTheNext) {
+  kova::FreeKeptBlocks();
+  const int64_t live = m_heap.LiveBlocks();
+  for (int i = 0; i < 3; ++i) {
+    ByteBuffer buffer;
+    ASSERT_TRUE(buffer.TryResizeDiscarding(uint64_t{8} << 20));
+    ASSERT_EQ(buffer.Data()[0], 0);
+    buffer.Data()[0] = 'x';
+  }
+  EXPECT_EQ(m_heap.ZeroedCalls(), 1u);
+  kova::FreeKeptBlocks();
+  EXPECT_EQ(m_heap.LiveBlocks(), live);
 }
 
 }  // namespace

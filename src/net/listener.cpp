@@ -2,6 +2,7 @@
 
 #include <cerrno>
 
+#include "base/kept_blocks.h"
 #include "crash/guard.h"
 #include "log/log_line.h"
 #include "net/client_list.h"
@@ -111,6 +112,7 @@ int Listener::StopRunning() {
   if (!ended) KillAcceptThread();
   m_acceptThread.Reset();
   m_clients.ReleaseClients();
+  FreeKeptBlocks();
   m_running = 0;
   return ended ? 1 : 0;
 }

@@ -3,9 +3,11 @@
 #include <cerrno>
 #include <thread>
 
+#include "base/kept_blocks.h"
 #include "test/net/gate.h"
 #include "test/net/listener_fixture.h"
 #include "test/support/import_patch.h"
+#include "test/support/watched_heap.h"
 
 namespace {
 
@@ -70,6 +72,16 @@ TEST_F(ListenerTest, ListensFromRunToStop) {
   EXPECT_FALSE(TestClient(m_windows.Port()).IsConnected());
   EXPECT_EQ(m_server->Stop(), 0);
   EXPECT_THAT(m_log.Lines(), ElementsAre(kStarting));
+}
+
+TEST_F(ListenerTest, AStopFreesTheBlocksThatAreKept) {
+  EXPECT_EQ(Run(), 1);
+  kova::GiveBlockBack(kova::TakeZeroedBlock(kova::kLeastKeptBytes));
+  m_server->Stop();
+  const kova::test::WatchedHeap heap;
+  kova::GiveBlockBack(kova::TakeZeroedBlock(kova::kLeastKeptBytes));
+  EXPECT_EQ(heap.ZeroedCalls(), 1u);
+  kova::FreeKeptBlocks();
 }
 
 TEST_F(ListenerTest, ASecondRunIsRefusedAndChangesNothing) {
