@@ -103,8 +103,10 @@ bool BareConnections::Connection::StartThread() {
   unsigned id = 0;
   m_thread.Reset(reinterpret_cast<HANDLE>(::_beginthreadex(
       nullptr, 0, &_ConnectionThread, this, CREATE_SUSPENDED, &id)));
-  if (m_thread.IsValid()) ::ResumeThread(m_thread.Get());
-  return m_thread.IsValid();
+  if (!m_thread.IsValid()) return false;
+  // From here on the connection may be gone.
+  ::ResumeThread(m_thread.Get());
+  return true;
 }
 
 unsigned __stdcall BareConnections::Connection::_ConnectionThread(
