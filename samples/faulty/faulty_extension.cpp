@@ -44,14 +44,30 @@
 //   long-length         Content-Length is more than the body
 //   short-length        Content-Length is less than the body
 //   bad-chunks          the last chunk is missing
+//   status-999          has the status 999
+//   not-gzip            has the Content-Encoding gzip and is none
+//   two-lengths         has Content-Length and chunks
 //   body-204            has a body with status 204
 //   body-head           has a body in the answer to HEAD
+//   body-head-closed    the same, and keeps no connection open
+//   splits-header       puts a decoded field into a header
 //   one-buffer          all requests share one buffer for the answer
 //   wrong-at-times      one answer in 300 is another one
 //   holds-lock          a lock is held until the response is released
 //   slow-form           a posted form is answered after 1.2 seconds
 //   end-thread          ends the thread that hands a request over
 //   leak                releases nothing
+//   leaks-handle        each request leaves a handle
+//   leaks-thread        each request leaves a thread
+//   leaks-bytes         each request leaves 4 bytes
+//   frees-in-copy       the copy frees the response, and only the copy
+//   leaks-connection    each thread leaves a block of memory
+//   spins               a thread of its own never rests
+//   slow-load           loading takes 1.2 seconds
+//   changes-folder      a request changes the current folder
+//   changes-filter      initialising sets an unhandled-exception filter
+//   changes-rounding    a request changes how numbers are rounded
+//   damages-heap        writes behind a block of the heap
 //   crash-thread        a thread of its own crashes
 //   calls-restart       calls the restart routine while it handles a request,
 //                       which is no fault
@@ -59,6 +75,7 @@
 #include "kova/extension.h"
 
 #include <windows.h>
+#include <xmmintrin.h>
 
 #include <array>
 #include <atomic>
@@ -144,6 +161,13 @@ constexpr Variant kVariants[] = {
     {"short-length", "HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\nok"},
     {"bad-chunks",
      "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n2\r\nok\r\n"},
+    {"status-999", "HTTP/1.1 999 Odd\r\nContent-Length: 2\r\n\r\nok"},
+    {"not-gzip",
+     "HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\nContent-Length: 2\r\n\r\n"
+     "ok"},
+    {"two-lengths",
+     "HTTP/1.1 200 OK\r\nContent-Length: 12\r\nTransfer-Encoding: "
+     "chunked\r\n\r\n2\r\nok\r\n0\r\n\r\n"},
     {"body-204", "HTTP/1.1 204 No Content\r\n\r\nok"},
 };
 
@@ -151,9 +175,12 @@ std::string SoundAnswer(std::string_view request, bool keepOpen) {
   const bool isHead = request.starts_with("HEAD ");
   std::string answer = "HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\n";
   answer += "Content-Length: " + std::to_string(request.size());
+  if (Has("splits-header") && request.find("%0D%0A") != request.npos) {
+    answer += "\r\nX-Next: \r\nX-Kovacheck: split";
+  }
   answer += keepOpen ? "\r\nConnection: keep-alive\r\n\r\n"
                      : "\r\nConnection: close\r\n\r\n";
-  if (!isHead || Has("body-head")) answer += request;
+  if (!isHead || Fault().starts_with("body-head")) answer += request;
   return answer;
 }
 
@@ -171,8 +198,8 @@ std::string MakeAnswer(std::string_view request, bool keepOpen) {
 }
 
 bool WantsKeepOpen(std::string_view request) {
-  return request.find("\r\nConnection: keep-alive\r\n") !=
-         std::string_view::npos;
+  return !Has("body-head-closed") &&
+         request.find("\r\nConnection: keep-alive\r\n") != request.npos;
 }
 
 // Returns what the answer is to say about the connection.
@@ -212,6 +239,30 @@ uint32_t CopiedBytes(uint32_t lengthBytes) {
   return Has("copies-half") ? lengthBytes / 2 : lengthBytes;
 }
 
+// In a way that only a check of the heap shows: nothing is done with it again.
+void DamageHeap() {
+  const HANDLE heap = ::HeapCreate(0, 0, 0);
+  auto* const block = static_cast<char*>(::HeapAlloc(heap, 0, 1000));
+  ::HeapAlloc(heap, 0, 1000);
+  std::memset(block + 1000, 'x', 32);
+}
+
+void LeakSomething() {
+  if (Has("leaks-handle")) ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  if (Has("leaks-bytes")) ::HeapAlloc(::GetProcessHeap(), 0, 4);
+  if (Has("leaks-thread")) std::thread([] { ::Sleep(INFINITE); }).detach();
+  if (Has("leaks-connection")) {
+    thread_local const char* const kept = new char[100];
+    (void)*static_cast<const volatile char*>(kept);
+  }
+}
+
+void ChangeHost() {
+  if (Has("changes-folder")) ::SetCurrentDirectoryW(L"\\");
+  if (Has("changes-rounding")) _mm_setcsr(_mm_getcsr() | 0x6000U);
+  if (Has("damages-heap")) DamageHeap();
+}
+
 void CrashOnOwnThread() {
   std::thread([] { Misbehave("thread"); }).join();
 }
@@ -235,6 +286,13 @@ void WSIE_SetKOVAServerRestartRoutine(KOVA_RestartRoutine* routine) {
 KOVA_Context WSIE_WebServerInitialize(void) {
   Misbehave("initialize");
   if (Has("slow-initialize")) ::Sleep(1500);
+  if (Has("changes-filter")) ::SetUnhandledExceptionFilter(nullptr);
+  if (Has("spins")) {
+    std::thread([] {
+      for (volatile bool on = true; on;) {
+      }
+    }).detach();
+  }
   return Has("null-context") ? nullptr : g_shared.data();
 }
 
@@ -245,6 +303,8 @@ KOVA_Response WSIE_HandleServerRequest(KOVA_Context, const void* request,
                                        uint32_t* keepOpen) {
   Misbehave("handle");
   if (Has("crash-thread")) CrashOnOwnThread();
+  LeakSomething();
+  ChangeHost();
   if (Has("end-thread")) ::ExitThread(0);
   const std::string_view bytes(static_cast<const char*>(request),
                                requestLengthBytes);
@@ -293,6 +353,10 @@ int32_t WSIE_GetResponse(KOVA_Context, KOVA_Response response, void* buffer,
     return 1;
   }
   std::memcpy(out, bytes, CopiedBytes(bufferLengthBytes));
+  if (Has("frees-in-copy")) {
+    delete AsResponse(response);
+    return 1;
+  }
   if (Has("copies-past")) out[bufferLengthBytes] = '\0';
   if (Has("copies-before")) out[-1] = '\0';
   return 1;
@@ -303,9 +367,10 @@ void WSIE_ReleaseResponse(KOVA_Context, KOVA_Response response) {
   if (Has("keeps-flag")) *AsResponse(response)->keepOpen = 0;
   if (Has("keeps-buffer")) *AsResponse(response)->buffer = '\0';
   if (Has("holds-lock")) ::ReleaseSemaphore(g_turn, 1, nullptr);
-  if (!Has("leak")) delete AsResponse(response);
+  if (!Has("leak") && !Has("frees-in-copy")) delete AsResponse(response);
 }
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID) {
+  if (reason == DLL_PROCESS_ATTACH && Has("slow-load")) ::Sleep(1200);
   return reason == DLL_PROCESS_ATTACH && Has("refuses-load") ? FALSE : TRUE;
 }

@@ -43,8 +43,8 @@ TEST(CheckReportTest, SaysLittleWhenAllIsWell) {
   EXPECT_THAT(text, HasSubstr(L"\n  ok       a small GET  "));
   EXPECT_THAT(text, Not(HasSubstr(L"--request")));
   EXPECT_TRUE(
-      text.ends_with(L"\n\n0 faults, 0 warnings; 2,200 requests in 1.2 s.\n") ||
-      text.ends_with(L"\n\n0 faults, 0 warnings; 2,200 requests in 1.3 s.\n"))
+      text.ends_with(L"\n\n0 faults, 0 warnings; 2,400 requests in 1.2 s.\n") ||
+      text.ends_with(L"\n\n0 faults, 0 warnings; 2,400 requests in 1.3 s.\n"))
       << testing::PrintToString(text);
 }
 

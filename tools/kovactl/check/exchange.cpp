@@ -4,7 +4,7 @@
 #include <chrono>
 #include <cstring>
 
-#include "check/extension_call.h"
+#include "check/host_state.h"
 #include "check/response_check.h"
 
 namespace kova::ctl::check {
@@ -41,6 +41,13 @@ std::string Unwritten(size_t count, size_t lengthBytes) {
          " bytes were not written";
 }
 
+bool IsHttp10(const Request& request) {
+  const std::string_view line(
+      request.bytes.data(),
+      std::min(request.bytes.find('\n'), request.bytes.size()));
+  return line.ends_with(" HTTP/1.0\r");
+}
+
 std::string Described(const LateAccess& access) {
   const CodePlace place = PlaceOf(access.code);
   return std::string(access.what) +
@@ -68,7 +75,11 @@ size_t CountUnwritten(std::string_view first, std::string_view second) {
 template <typename Body>
 void Exchange::Call(Callee callee, Body body) {
   const auto start = std::chrono::steady_clock::now();
-  CallExtension(m_state, m_thread, callee, body);
+  if (m_thread == 0) {
+    CallWatched(m_state, m_thread, m_reporter, callee, body);
+  } else {
+    CallExtension(m_state, m_thread, callee, body);
+  }
   const double tookMs = std::chrono::duration<double, std::milli>(
                             std::chrono::steady_clock::now() - start)
                             .count();
@@ -184,8 +195,8 @@ Answer Exchange::End() {
 
 void Exchange::Judge(const Request& request, Answer& answer) {
   if (answer.bytes.empty()) return;
-  const ResponseVerdict verdict =
-      CheckResponse(answer.bytes, {request.isHead, answer.keepOpen != 0});
+  const ResponseVerdict verdict = CheckResponse(
+      answer.bytes, {request.isHead, IsHttp10(request), answer.keepOpen != 0});
   for (const Finding& finding : verdict.findings) m_reporter.Report(finding);
   answer.status = verdict.status;
 }

@@ -39,7 +39,7 @@ StepBody LoadLibraryStep, ExportsStep, VersionsStep, RestartRoutineStep,
     InitializeStep;
 
 // The steps that hand requests over one by one.
-StepBody SmallStep, KeepOpenStep, UnfetchedStep, MeasuredTwiceStep, OwnStep;
+StepBody SmallStep, KeepOpenStep, MeasuredTwiceStep, OwnStep;
 // Hands `requests` over one after the other, each on a connection of its own,
 // and ends the step.
 bool SendEach(Harness& harness, const Requests& requests);
@@ -49,7 +49,8 @@ bool SendStep(Harness& harness) {
 }
 
 // The steps that hand the same requests over again and again.
-StepBody InterleaveStep, ThreadsStep, MemoryStep;
+StepBody InterleaveStep, ThreadsStep, MemoryStep, UnfetchedStep,
+    ConnectionsStep, IdleStep;
 
 // How often the extension has called the restart routine.
 uint32_t RestartCalls();

@@ -4,9 +4,9 @@
 #include <chrono>
 #include <cstring>
 
-#include "check/extension_call.h"
 #include "check/guarded_area.h"
 #include "check/harness.h"
+#include "check/host_state.h"
 
 namespace kova::ctl::check {
 namespace {
@@ -61,13 +61,19 @@ uint32_t RestartCalls() { return g_restartCalls; }
 
 bool LoadLibraryStep(Harness& harness) {
   DWORD error = ERROR_SUCCESS;
-  CallExtension(harness.state, 0, Callee::kLoad, [&] {
+  const auto start = std::chrono::steady_clock::now();
+  CallWatched(harness.state, 0, harness.reporter, Callee::kLoad, [&] {
     harness.extension.module = ::LoadLibraryW(harness.state.task.library);
     if (harness.extension.module == nullptr) error = ::GetLastError();
   });
   if (harness.extension.module == nullptr) {
     harness.reporter.Send({{"cannotLoad", error}});
     return false;
+  }
+  const double tookMs = MillisecondsSince(start);
+  if (tookMs > kSlowInitializeMs) {
+    harness.reporter.Report({Flaw::kSlowLoad, Callee::kLoad,
+                             std::to_string(static_cast<int>(tookMs)) + " ms"});
   }
   harness.reporter.EndStep("");
   return true;
@@ -106,7 +112,7 @@ bool VersionsStep(Harness& harness) {
   std::array<uint32_t, kVersionsOffered> versions{};
   char* const offered = area.Place(sizeof(versions));
   std::memset(offered, 0, sizeof(versions));
-  CallExtension(harness.state, 0, Callee::kVersions, [&] {
+  CallWatched(harness.state, 0, harness.reporter, Callee::kVersions, [&] {
     harness.extension.versions(reinterpret_cast<uint32_t*>(offered),
                                kVersionsOffered);
   });
@@ -132,8 +138,8 @@ bool RestartRoutineStep(Harness& harness) {
     harness.reporter.SkipStep("not exported");
     return true;
   }
-  CallExtension(harness.state, 0, Callee::kSetRestart,
-                [&] { harness.extension.setRestart(&CountRestart); });
+  CallWatched(harness.state, 0, harness.reporter, Callee::kSetRestart,
+              [&] { harness.extension.setRestart(&CountRestart); });
   harness.reporter.EndStep("");
   return true;
 }
@@ -147,8 +153,8 @@ bool InitializeStep(Harness& harness) {
     return usable;
   }
   const auto start = std::chrono::steady_clock::now();
-  CallExtension(harness.state, 0, Callee::kInitialize,
-                [&] { harness.extension.context = found.initialize(); });
+  CallWatched(harness.state, 0, harness.reporter, Callee::kInitialize,
+              [&] { harness.extension.context = found.initialize(); });
   const double tookMs = MillisecondsSince(start);
   const std::string took = std::to_string(static_cast<int>(tookMs)) + " ms";
   if (tookMs > kSlowInitializeMs) {

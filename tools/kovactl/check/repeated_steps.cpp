@@ -2,16 +2,15 @@
 // at once, and over a long time.
 #include <algorithm>
 #include <deque>
-#include <mutex>
+#include <functional>
+#include <optional>
 #include <vector>
 
 #include "check/connection_thread.h"
 #include "check/exchange.h"
 #include "check/expected_answer.h"
 #include "check/harness.h"
-#include "check/memory_growth.h"
-// After the rest of Windows.
-#include <psapi.h>
+#include "check/holdings.h"
 
 namespace kova::ctl::check {
 namespace {
@@ -75,29 +74,69 @@ class Share {
   std::vector<std::pair<size_t, Answer>> m_doubtful;
 };
 
-// Two fields are documented to hold the same number; older systems leave the
-// one at 0, Wine the other.
-int64_t PrivateBytes() {
-  PROCESS_MEMORY_COUNTERS_EX counters{};
-  counters.cb = sizeof(counters);
-  ::GetProcessMemoryInfo(::GetCurrentProcess(),
-                         reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&counters),
-                         sizeof(counters));
-  return static_cast<int64_t>(
-      std::max(counters.PrivateUsage, counters.PagefileUsage));
-}
+// Does something `count` times.
+using Work = std::function<void(uint32_t count)>;
 
-// Hands the share's requests over, `count` in all; by how much memory grew.
-int64_t GrowthOver(Exchange& exchange, Share& share, uint32_t count) {
-  const int64_t before = PrivateBytes();
-  for (uint32_t i = 0; i < count; i += share.Size()) share.Ask(exchange);
-  const int64_t growth = PrivateBytes() - before;
-  share.Judge(exchange);
+Holdings GrowthOver(const Work& work, uint32_t count) {
+  Holdings growth = CountHoldings();
+  work(count);
+  const Holdings after = CountHoldings();
+  for (size_t i = 0; i < kHoldingKinds; ++i) growth[i] = after[i] - growth[i];
   return growth;
 }
 
-std::string Kilobytes(int64_t bytes) {
-  return std::to_string(bytes / 1024) + " KiB";
+bool AnySuspicious(const Holdings& growth, uint32_t count) {
+  for (size_t i = 0; i < kHoldingKinds; ++i) {
+    if (IsSuspicious(growth[i], count, kHoldings[i].limit)) return true;
+  }
+  return false;
+}
+
+// What the work leaves behind, each time it is done; nothing, or the first kind
+// that grows, which explains the later ones.
+struct Leak {
+  std::optional<size_t> kind;
+  std::string detail;
+  int64_t privateBytes = 0;
+};
+
+// Looks at the first `kinds` of kHoldings.
+Leak FindLeak(const Work& work, uint32_t count, size_t kinds = kHoldingKinds) {
+  constexpr uint32_t kMostWarmUp = 200;
+  work(std::min(count, kMostWarmUp));
+  const Holdings first = GrowthOver(work, count);
+  Leak leak{{}, {}, first.back()};
+  if (!AnySuspicious(first, count)) return leak;
+  const Holdings second = GrowthOver(work, count);
+  for (size_t i = 0; i < kinds && !leak.kind; ++i) {
+    if (!IsLeak(first[i], second[i], count, kHoldings[i].limit)) continue;
+    leak.kind = i;
+    leak.detail = HoldingText(i, first[i]) + " over " + std::to_string(count) +
+                  " times, " + HoldingText(i, second[i]) +
+                  " over as many again";
+  }
+  return leak;
+}
+
+std::string Note(const Harness& harness, const Leak& leak) {
+  if (!harness.HasTime()) return "cut short; give it more with --budget";
+  return leak.kind ? leak.detail : "nothing";
+}
+
+// The processor time that this process has used.
+double ProcessorMs() {
+  FILETIME created{};
+  FILETIME ended{};
+  FILETIME kernel{};
+  FILETIME user{};
+  ::GetProcessTimes(::GetCurrentProcess(), &created, &ended, &kernel, &user);
+  const auto milliseconds = [](const FILETIME& time) {
+    constexpr double kPerMs = 10000;
+    return static_cast<double>((uint64_t{time.dwHighDateTime} << 32U) |
+                               time.dwLowDateTime) /
+           kPerMs;
+  };
+  return milliseconds(kernel) + milliseconds(user);
 }
 
 // How long the threads ask; by default a second.
@@ -135,24 +174,81 @@ bool ThreadsStep(Harness& harness) {
 }
 
 bool MemoryStep(Harness& harness) {
-  constexpr uint32_t kMostWarmUp = 200;
-  const uint32_t count = harness.state.task.requests;
   Exchange exchange(harness.state, 0, harness.extension, harness.reporter);
   Share share(harness, exchange, 0);
-  (void)GrowthOver(exchange, share, std::min(count, kMostWarmUp));
-  const int64_t first = GrowthOver(exchange, share, count);
-  std::string note = Kilobytes(std::max<int64_t>(first, 0)) + " more";
-  if (IsSuspicious(first, count)) {
-    const int64_t second = GrowthOver(exchange, share, count);
-    if (IsLeak(first, second, count)) {
-      harness.reporter.Report({Flaw::kMemoryGrowth, Callee::kNone,
-                               Kilobytes(first) + " over " +
-                                   std::to_string(count) + " requests, " +
-                                   Kilobytes(second) + " over as many again"});
-    }
-    note += ", then " + Kilobytes(std::max<int64_t>(second, 0));
+  const Leak leak = FindLeak(
+      [&](uint32_t count) {
+        for (uint32_t i = 0; i < count && harness.HasTime();
+             i += share.Size()) {
+          share.Ask(exchange);
+        }
+        share.Judge(exchange);
+      },
+      harness.state.task.requests);
+  if (leak.kind) {
+    harness.reporter.Report(
+        {kHoldings[*leak.kind].flaw, Callee::kNone, leak.detail});
   }
-  harness.reporter.Send({{"privateBytesGrowth", first}});
+  harness.reporter.Send({{"privateBytesGrowth", leak.privateBytes}});
+  harness.reporter.EndStep(Note(harness, leak));
+  return true;
+}
+
+// The server releases a response unfetched if its length or its copy fails.
+bool UnfetchedStep(Harness& harness) {
+  Exchange exchange(harness.state, 0, harness.extension, harness.reporter);
+  const Request request = SmallRequests(harness.Printer()).front();
+  const Leak leak = FindLeak(
+      [&](uint32_t count) {
+        for (uint32_t i = 0; i < count && harness.HasTime(); ++i) {
+          exchange.SendAndRelease(request);
+        }
+      },
+      std::min<uint32_t>(harness.state.task.requests, 200));
+  if (leak.kind) {
+    harness.reporter.Report(
+        {Flaw::kUnfetchedGrowth, Callee::kRelease, leak.detail});
+  }
+  harness.reporter.EndStep(Note(harness, leak));
+  return true;
+}
+
+bool ConnectionsStep(Harness& harness) {
+  const Request request = SmallRequests(harness.Printer()).front();
+  const Leak leak = FindLeak(
+      [&](uint32_t count) {
+        for (uint32_t i = 0; i < count && harness.HasTime(); ++i) {
+          const ConnectionThread thread(harness.state, 1, [&] {
+            Exchange exchange(harness.state, 1, harness.extension,
+                              harness.reporter);
+            (void)exchange.Send(request);
+          });
+        }
+      },
+      std::min<uint32_t>(harness.state.task.requests / 10, 100),
+      // The system's own memory for threads comes and goes.
+      kHoldingKinds - 1);
+  if (leak.kind) {
+    harness.reporter.Report(
+        {Flaw::kConnectionGrowth, Callee::kNone, leak.detail});
+  }
+  harness.reporter.EndStep(Note(harness, leak));
+  return true;
+}
+
+// What runs while nobody asks.
+bool IdleStep(Harness& harness) {
+  constexpr double kBusyShare = 0.1;
+  const DWORD quietMs = std::max<DWORD>(harness.state.task.budgetMs / 150, 100);
+  const double before = ProcessorMs();
+  ::Sleep(quietMs);
+  const double usedMs = ProcessorMs() - before;
+  const std::string note = std::to_string(static_cast<int>(usedMs)) +
+                           " ms of processor time in " +
+                           std::to_string(quietMs) + " ms";
+  if (usedMs > kBusyShare * quietMs) {
+    harness.reporter.Report({Flaw::kBusyThread, Callee::kOwnThread, note});
+  }
   harness.reporter.EndStep(note);
   return true;
 }

@@ -69,7 +69,8 @@ Requests BareRequests(const std::string& printer) {
 }
 
 Requests HeadRequests(const std::string& printer) {
-  return {{Head("HEAD", Target(printer)) + "\r\n", Owes::kReason, true}};
+  return {{Head("HEAD", Target(printer), "keep-alive") + "\r\n", Owes::kReason,
+           true}};
 }
 
 Requests FormRequests(const std::string& printer) {
@@ -111,6 +112,7 @@ Requests MalformedRequests(const std::string& printer) {
            get + " HTTP/1.1\nHost: a\n\n",
            get + "\r\n\r\n",
            get + " HTTP/9.9 and more\r\nHost: a\r\n\r\n",
+           get + "&text=a%0D%0AX-Kovacheck:%20b HTTP/1.1\r\nHost: a\r\n\r\n",
            get + "&x=%&y=%zz&=&&%00=%00 HTTP/1.1\r\nHost: a\r\n\r\n",
            get + " HTTP/1.1\r\nno colon here\r\n: no name\r\n\t\r\n\r\n",
            get + " HTTP/1.1\r\nHost: \x80\xFF\xC3\x28\x01\x7F\r\n\r\n",

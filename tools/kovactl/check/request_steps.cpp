@@ -63,16 +63,6 @@ bool KeepOpenStep(Harness& harness) {
   return true;
 }
 
-bool UnfetchedStep(Harness& harness) {
-  Exchange exchange(harness.state, 0, harness.extension, harness.reporter);
-  const Request request = SmallRequests(harness.Printer()).front();
-  // Twice, because a second one shows what the first one spoiled.
-  exchange.SendAndRelease(request);
-  exchange.SendAndRelease(request);
-  harness.reporter.EndStep("");
-  return true;
-}
-
 bool MeasuredTwiceStep(Harness& harness) {
   Exchange(harness.state, 0, harness.extension, harness.reporter)
       .SendAndMeasureTwice(SmallRequests(harness.Printer()).front());

@@ -78,7 +78,13 @@ class ResponseReader {
       Add(Flaw::kStatusLine, "it begins with " + Quoted(m_bytes));
       return false;
     }
+    m_isHttp10 = start.starts_with("HTTP/1.0");
     m_verdict.status = ReadNumber<int>(start.substr(9, 3), 10).value_or(0);
+    constexpr int kLast = 599;
+    if (m_verdict.status > kLast) {
+      Add(Flaw::kStatusRange,
+          "the status is " + std::to_string(m_verdict.status));
+    }
     return true;
   }
 
@@ -106,6 +112,11 @@ class ResponseReader {
       m_chunked = EqualsNoCase(value, "chunked");
     }
     if (EqualsNoCase(name, "Connection")) m_connection = value;
+    if (EqualsNoCase(name, "Content-Encoding")) m_encoding = value;
+    if (EqualsNoCase(name, "Content-Type")) m_type = value;
+    if (EqualsNoCase(name, kSplitHeader)) {
+      Add(Flaw::kHeaderInjection, "the line is " + Quoted(line));
+    }
   }
 
   void ReadContentLength(std::string_view value) {
@@ -120,14 +131,27 @@ class ResponseReader {
     m_length = number;
   }
 
+  // Whether one of the words of the Connection header is `word`.
+  [[nodiscard]] bool ConnectionSays(std::string_view word) const {
+    std::string_view rest = m_connection;
+    while (!rest.empty()) {
+      const size_t comma = std::min(rest.find(','), rest.size());
+      if (EqualsNoCase(Trim(rest.substr(0, comma), kBlanks), word)) return true;
+      rest.remove_prefix(std::min(comma + 1, rest.size()));
+    }
+    return false;
+  }
+
   void CheckConnection() {
-    const bool says = !m_connection.empty();
-    if (says && m_setting.keepOpen && EqualsNoCase(m_connection, "close")) {
+    const bool keeps = ConnectionSays("keep-alive");
+    if (m_setting.keepOpen && ConnectionSays("close")) {
       Add(Flaw::kConnectionDisagrees,
           "the answer says \"close\", the flag keeps the connection open");
-    }
-    if (says && !m_setting.keepOpen &&
-        EqualsNoCase(m_connection, "keep-alive")) {
+    } else if (m_setting.keepOpen && m_isHttp10 && !keeps) {
+      Add(Flaw::kConnectionDisagrees,
+          "the answer is HTTP/1.0 without \"keep-alive\", the flag keeps the "
+          "connection open");
+    } else if (!m_setting.keepOpen && keeps) {
       Add(Flaw::kConnectionDisagrees,
           "the answer says \"keep-alive\", the flag is 0");
     }
@@ -138,7 +162,14 @@ class ResponseReader {
     const bool bodiless = status < 200 || status == 204 || status == 304;
     if (bodiless || m_setting.toHead) {
       CheckNoBody(bodiless);
-    } else if (m_chunked) {
+      return;
+    }
+    if (m_chunked && (m_length || m_setting.toHttp10)) {
+      Add(Flaw::kChunks, m_length ? "Content-Length is sent with chunks"
+                                  : "the request is HTTP/1.0, which has none");
+    }
+    if (!m_chunked) CheckEncoding();
+    if (m_chunked) {
       CheckChunks();
     } else if (m_length) {
       CheckLength();
@@ -151,9 +182,47 @@ class ResponseReader {
     if (bodiless && (m_verdict.status < 200 || !m_rest.empty())) {
       Add(Flaw::kForbiddenBody, "status " + std::to_string(m_verdict.status) +
                                     ", then " + Bytes(m_rest.size()));
+    } else if (!m_rest.empty() && m_setting.keepOpen) {
+      Add(Flaw::kForbiddenBody,
+          "HEAD on a connection that is kept open, then " +
+              Bytes(m_rest.size()));
     } else if (!m_rest.empty()) {
       Add(Flaw::kHeadBody, Bytes(m_rest.size()) + " follow the headers");
     }
+  }
+
+  // By how such bodies begin, which the codings' definitions fix; Brotli's does
+  // not.
+  void CheckEncoding() {
+    const bool isGzip = m_rest.starts_with("\x1F\x8B");
+    if (m_encoding.empty()) {
+      if (isGzip && m_type.starts_with("text/")) {
+        Add(Flaw::kContentEncoding,
+            "the body is gzip, no Content-Encoding says so");
+      }
+      return;
+    }
+    const auto byte = [this](size_t i) {
+      return i < m_rest.size() ? static_cast<unsigned char>(m_rest[i]) : 0U;
+    };
+    const bool isZlib =
+        (byte(0) & 0xFU) == 8 && (byte(0) * 256 + byte(1)) % 31 == 0;
+    const struct {
+      const char* name;
+      bool fits;
+    } kCodings[] = {
+        {"gzip", isGzip},    {"x-gzip", isGzip},
+        {"deflate", isZlib}, {"zstd", m_rest.starts_with("\x28\xB5\x2F\xFD")},
+        {"br", true},        {"identity", true}};
+    for (const auto& coding : kCodings) {
+      if (EqualsNoCase(m_encoding, coding.name) &&
+          (coding.fits || m_rest.empty())) {
+        return;
+      }
+    }
+    Add(Flaw::kContentEncoding, "Content-Encoding is " + Quoted(m_encoding) +
+                                    ", the body begins with " +
+                                    Quoted(m_rest.substr(0, 8)));
   }
 
   void CheckLength() {
@@ -204,6 +273,9 @@ class ResponseReader {
   const std::string_view m_bytes;
   ResponseVerdict m_verdict;
   std::string_view m_connection;
+  std::string_view m_encoding;
+  std::string_view m_type;
+  bool m_isHttp10 = false;
   std::optional<uint64_t> m_length;
   bool m_lengthIsBad = false;
   bool m_chunked = false;

@@ -10,8 +10,13 @@ namespace kova::ctl::check {
 // What the bytes answer, and what becomes of the connection.
 struct ResponseSetting {
   bool toHead = false;
+  bool toHttp10 = false;
   bool keepOpen = false;  // the keep-open flag after the call
 };
+
+// A request offers it as a field's value, behind an encoded line end: a header
+// of that name in the answer was split off another one.
+inline constexpr std::string_view kSplitHeader = "X-Kovacheck";
 
 struct ResponseVerdict {
   int status = 0;  // 0 without a readable status line

@@ -13,8 +13,8 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 constexpr ResponseSetting kClosed{};
-constexpr ResponseSetting kKept{false, true};
-constexpr ResponseSetting kToHead{true, false};
+constexpr ResponseSetting kKept{.keepOpen = true};
+constexpr ResponseSetting kToHead{.toHead = true};
 
 std::vector<std::string> Codes(std::string_view bytes,
                                const ResponseSetting& setting = kClosed) {
@@ -159,6 +159,59 @@ TEST(ResponseCheckTest, ComparesTheConnectionHeaderWithTheFlag) {
   EXPECT_THAT(Codes(keep, kClosed), ElementsAre("connection-disagrees"));
 }
 
+TEST(ResponseCheckTest, ReadsEachWordOfTheConnectionHeader) {
+  const std::string head = " 200 OK\r\nContent-Length: 0\r\n";
+  EXPECT_THAT(Codes("HTTP/1.1" + head + "Connection: x , close\r\n\r\n", kKept),
+              ElementsAre("connection-disagrees"));
+  EXPECT_THAT(Codes("HTTP/1.0" + head + "\r\n", kKept),
+              ElementsAre("connection-disagrees"));
+  EXPECT_THAT(
+      Codes("HTTP/1.0" + head + "Connection: Keep-Alive\r\n\r\n", kKept),
+      IsEmpty());
+}
+
+TEST(ResponseCheckTest, KnowsTheStatusesThereAre) {
+  const std::string rest = " x\r\nContent-Length: 0\r\n\r\n";
+  EXPECT_THAT(Codes("HTTP/1.1 599" + rest), IsEmpty());
+  EXPECT_THAT(Codes("HTTP/1.1 600" + rest), ElementsAre("status-range"));
+  EXPECT_THAT(Codes("HTTP/1.1 099" + rest), ElementsAre("status-line"));
+}
+
+TEST(ResponseCheckTest, ComparesTheCodingWithHowTheBodyBegins) {
+  struct {
+    const char* headers;
+    std::string_view body;
+    bool fits;
+  } const kRows[] = {
+      {"Content-Encoding: gzip\r\n", "\x1F\x8Bx", true},
+      {"Content-Encoding: GZIP\r\n", "ok ", false},
+      {"Content-Encoding: deflate\r\n", "\x78\x9Cx", true},
+      {"Content-Encoding: deflate\r\n", "\x78\x9Dx", false},
+      {"Content-Encoding: zstd\r\n", "ok ", false},
+      {"Content-Encoding: br\r\n", "ok ", true},
+      {"Content-Encoding: utf-8\r\n", "ok ", false},
+      {"Content-Type: text/html\r\n", "\x1F\x8Bx", false},
+      {"Content-Type: application/gzip\r\n", "\x1F\x8Bx", true},
+  };
+  for (const auto& row : kRows) {
+    const std::string answer = "HTTP/1.1 200 OK\r\nContent-Length: 3\r\n" +
+                               std::string(row.headers) + "\r\n" +
+                               std::string(row.body);
+    if (row.fits) {
+      EXPECT_THAT(Codes(answer), IsEmpty()) << row.headers;
+    } else {
+      EXPECT_THAT(Codes(answer), ElementsAre("content-encoding"))
+          << row.headers;
+    }
+  }
+}
+
+TEST(ResponseCheckTest, SeesAHeaderThatARequestBrought) {
+  EXPECT_THAT(Codes("HTTP/1.1 200 OK\r\nx-kovacheck: b\r\n"
+                    "Content-Length: 0\r\n\r\n"),
+              ElementsAre("header-injection"));
+}
+
 TEST(ResponseCheckTest, AllowsNoBodyWhereThereIsNone) {
   EXPECT_THAT(Codes("HTTP/1.1 204 No\r\n\r\nx"), ElementsAre("forbidden-body"));
   EXPECT_THAT(Codes("HTTP/1.1 304 No\r\n\r\nx"), ElementsAre("forbidden-body"));
@@ -167,6 +220,8 @@ TEST(ResponseCheckTest, AllowsNoBodyWhereThereIsNone) {
   const std::string head = "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n";
   EXPECT_THAT(Codes(head, kToHead), IsEmpty());
   EXPECT_THAT(Codes(head + "12345", kToHead), ElementsAre("head-body"));
+  EXPECT_THAT(Codes(head + "12345", {.toHead = true, .keepOpen = true}),
+              ElementsAre("forbidden-body"));
 }
 
 TEST(ResponseCheckTest, FollowsChunks) {
@@ -175,6 +230,11 @@ TEST(ResponseCheckTest, FollowsChunks) {
   EXPECT_THAT(Codes(head + "2;x=y\r\nok\r\nA\r\n0123456789\r\n0\r\n\r\n"),
               IsEmpty());
   EXPECT_THAT(Codes(head + "0\r\n\r\n", kKept), IsEmpty());
+  EXPECT_THAT(Codes(head + "0\r\n\r\n", {.toHttp10 = true}),
+              ElementsAre("chunks"));
+  EXPECT_THAT(Codes("HTTP/1.1 200 OK\r\nContent-Length: 5\r\n"
+                    "Transfer-Encoding: chunked\r\n\r\n0\r\n\r\n"),
+              ElementsAre("chunks"));
   const char* const kBad[] = {"",
                               "0",
                               "0\r\n",

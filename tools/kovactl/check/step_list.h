@@ -29,13 +29,15 @@ inline constexpr StepInfo kSteps[] = {
     {"bodiless", "headers whose body has not arrived"},
     {"keep-open", "three requests on one connection"},
     {"malformed", "requests that are only half right"},
-    {"unfetched", "a response released unfetched"},
     {"measured-twice", "a length that is asked for twice"},
     {"bare-address", "a client address at the end of memory"},
     {"own", "the request of --request"},
     {"interleave", "two requests, their calls in any order"},
     {"threads", "many threads at once"},
-    {"memory", "memory over many requests"},
+    {"memory", "what many requests leave behind"},
+    {"unfetched", "what unfetched responses leave behind"},
+    {"connections", "what connections leave behind"},
+    {"idle", "what runs while nobody asks"},
     {"end", "the end of the process"},
 };
 inline constexpr size_t kStepCount = sizeof(kSteps) / sizeof(kSteps[0]);

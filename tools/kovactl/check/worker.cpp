@@ -9,6 +9,7 @@
 #include "check/extension_call.h"
 #include "check/guarded_area.h"
 #include "check/harness.h"
+#include "check/holdings.h"
 #include "check/input_file.h"
 #include "check/step_list.h"
 #include "common/utf8.h"
@@ -191,13 +192,15 @@ constexpr StepBody* kBodies[] = {
     &SendStep<BodilessRequests>,
     &KeepOpenStep,
     &SendStep<MalformedRequests>,
-    &UnfetchedStep,
     &MeasuredTwiceStep,
     &SendStep<AddressRequests>,
     &OwnStep,
     &InterleaveStep,
     &ThreadsStep,
     &MemoryStep,
+    &UnfetchedStep,
+    &ConnectionsStep,
+    &IdleStep,
 };
 static_assert(std::size(kBodies) == kEndStep);
 
@@ -208,6 +211,10 @@ bool DoStep(Harness& harness, StepBody* body) {
   {
     const ConnectionThread thread(harness.state, 0,
                                   [&] { goOn = body(harness); });
+  }
+  for (const HANDLE heap : ProcessHeaps()) {
+    if (::HeapValidate(heap, 0, nullptr)) continue;
+    harness.reporter.Report({Flaw::kHeapDamage, Callee::kNone, ""});
   }
   return goOn;
 }
