@@ -65,6 +65,7 @@ typedef struct KOVA_HttpResponse {
   int staysOpen;    /* as KOVA_StartResponse set it */
 } KOVA_HttpResponse;
 
+/* This is C, too. NOLINTBEGIN(modernize-use-nullptr) */
 #include "kova/extension_http_parts.h"
 
 /* --- Requests ----------------------------------------------------------- */
@@ -242,6 +243,8 @@ static inline int32_t KOVA_WriteResponse(const KOVA_HttpResponse* response,
   kova_put_response(&out, response);
   return 1;
 }
+
+/* NOLINTEND(modernize-use-nullptr) */
 
 #ifdef __cplusplus
 } /* extern "C" */

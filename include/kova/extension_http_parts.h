@@ -2,6 +2,8 @@
  * one, which defines the types. Names here may change. */
 #pragma once
 
+/* This is C, too. NOLINTBEGIN(modernize-use-nullptr) */
+
 static inline KOVA_Text kova_text(const char* bytes, size_t length) {
   KOVA_Text text;
   text.bytes = bytes;
@@ -340,3 +342,5 @@ static inline void kova_put_response(kova_out* out,
     kova_put(out, response->body, response->bodyBytes);
   }
 }
+
+/* NOLINTEND(modernize-use-nullptr) */

@@ -35,8 +35,10 @@ std::string LowerCase(std::string_view text) {
 }
 
 // By names in lower case; values of the same name behind each other.
-std::map<std::string, std::string> HeadersOf(std::string_view response) {
-  std::map<std::string, std::string> headers;
+using Headers = std::map<std::string, std::string>;
+
+Headers HeadersOf(std::string_view response) {
+  Headers headers;
   std::string_view rest = response.substr(0, HeadBytes(response));
   while (!rest.empty()) {
     const size_t end = std::min(rest.find('\n'), rest.size());
@@ -51,25 +53,27 @@ std::map<std::string, std::string> HeadersOf(std::string_view response) {
   return headers;
 }
 
+std::string ValueIn(const Headers& headers, const std::string& name) {
+  const auto at = headers.find(name);
+  return at == headers.end() ? "absent" : at->second;
+}
+
 void CompareHeaders(const SeenExchange& recorded, const SeenExchange& now,
                     const std::vector<std::string>& ignored,
                     std::vector<Difference>& found) {
-  const auto before = HeadersOf(recorded.response);
-  const auto after = HeadersOf(now.response);
-  auto all = before;
+  const Headers before = HeadersOf(recorded.response);
+  const Headers after = HeadersOf(now.response);
+  Headers all = before;
   all.insert(after.begin(), after.end());
-  for (const auto& [name, value] : all) {
-    if (std::ranges::any_of(ignored, [&name](const std::string& other) {
+  for (const auto& row : all) {
+    const std::string& name = row.first;
+    const bool isIgnored =
+        std::ranges::any_of(ignored, [&name](const std::string& other) {
           return EqualsNoCase(other, name);
-        })) {
-      continue;
-    }
-    const auto valueIn = [&name](const auto& headers) {
-      const auto at = headers.find(name);
-      return at == headers.end() ? std::string("absent") : at->second;
-    };
-    if (valueIn(before) == valueIn(after)) continue;
-    found.push_back({"header " + name, valueIn(before), valueIn(after)});
+        });
+    const std::string was = ValueIn(before, name);
+    const std::string is = ValueIn(after, name);
+    if (!isIgnored && was != is) found.push_back({"header " + name, was, is});
   }
 }
 

@@ -77,8 +77,8 @@ std::string CombinedTime(uint64_t fileTime) {
   const SYSTEMTIME utc = ToUtc(fileTime);
   char text[40];
   std::snprintf(text, sizeof(text), "[%02u/%.3s/%04u:%02u:%02u:%02u +0000]",
-                utc.wDay, kMonths + (utc.wMonth - 1) * 3, utc.wYear, utc.wHour,
-                utc.wMinute, utc.wSecond);
+                utc.wDay, kMonths + (utc.wMonth - size_t{1}) * 3, utc.wYear,
+                utc.wHour, utc.wMinute, utc.wSecond);
   return text;
 }
 

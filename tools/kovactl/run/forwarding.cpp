@@ -61,7 +61,7 @@ uint64_t Now() {
 }
 
 // A form names its printer in the body.
-constexpr size_t kWholeBytes = 64 * 1024;
+constexpr size_t kWholeBytes = size_t{64} * 1024;
 
 std::string Kept(std::string_view message) {
   const bool isWhole =
