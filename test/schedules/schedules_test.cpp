@@ -103,6 +103,10 @@ class SchedulesTest : public testing::TestWithParam<Scenario> {
 ScheduledServer* SchedulesTest::s_server = nullptr;
 
 TEST_P(SchedulesTest, EndsAndLeavesNothingAndServesAgain) {
+#if defined(_UCRT)
+  GTEST_SKIP() << "the models do not know of the references to the library "
+                  "that this C runtime holds for its threads";
+#endif
   if (Replay()) return;
   Limits limits;
   limits.schedules =
