@@ -79,7 +79,7 @@ std::wstring LibraryPath(const RunOptions& options) {
 // The user may name the library in the folder, too.
 std::wstring PackageFolder(const RunOptions& options) {
   if (options.package.empty()) return ProgramFolder() + L"\\sample-extension";
-  const std::wstring full = FullPath(options.package);
+  std::wstring full = FullPath(options.package);
   const std::wstring name = FileName(full);
   if (!SameName(name, KOVA_EXTENSION_FILE_NAME)) return full;
   return full.substr(0, full.size() - name.size() - 1);
