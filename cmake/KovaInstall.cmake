@@ -38,7 +38,7 @@ install(DIRECTORY samples/driver samples/extension samples/faulty samples/host
   PATTERN "loaded_extension.h" EXCLUDE)
 
 install(DIRECTORY docs DESTINATION . COMPONENT documentation
-  FILES_MATCHING PATTERN "*.md")
+  FILES_MATCHING PATTERN "*.md" PATTERN "*.schema.json")
 install(FILES packaging/README.md CHANGELOG.md DESTINATION .
   COMPONENT documentation)
 

@@ -13,6 +13,7 @@
 #include "common/exit_code.h"
 #include "common/output.h"
 #include "common/utf8.h"
+#include "common/verb.h"
 #include "verbs.h"
 
 namespace kova::ctl {
@@ -52,12 +53,34 @@ int ShowHelp(const CLI::App& app, const CLI::ParseError& request) {
   return code;
 }
 
+// The verb that the command line names, as in "settings set".
+std::wstring VerbOf(const CLI::App& app) {
+  std::wstring verb;
+  for (const CLI::App* at = &app; !at->get_subcommands().empty();) {
+    at = at->get_subcommands().front();
+    verb += (verb.empty() ? L"" : L" ") + ToWide(at->get_name());
+  }
+  return verb;
+}
+
+// What "--json" writes at the end. A log that is followed is lines, and only
+// what ended it early is one more.
+void ShowEnd(const CLI::App& app, int code, const std::wstring& error) {
+  const std::wstring verb = VerbOf(app);
+  const bool isLines = verb == L"log follow";
+  if (isLines && error.empty()) return;
+  ShowOutcome(verb, code, error, isLines ? -1 : 2);
+}
+
 // Carries out one command line; the process's exit code. `arguments` are UTF-8,
 // without the program's name.
 int RunCommandLine(std::vector<std::string> arguments) {
   CLI::App app("Runs and looks after the printers' HTTP server.");
   AddEveryVerb(app);
   app.set_version_flag("--version", "kovactl " KOVA_VERSION);
+  const bool json = std::ranges::find(arguments, "--json") != arguments.end();
+  ExitCode code = ExitCode::kSuccess;
+  std::wstring error;
   try {
     RefuseEmpty(arguments);
     // The library takes its arguments from the back.
@@ -67,18 +90,24 @@ int RunCommandLine(std::vector<std::string> arguments) {
       throw CLI::RequiredError("say what to do, for instance: kovactl run",
                                CLI::ExitCodes::RequiredError);
     }
-    return static_cast<int>(ExitCode::kSuccess);
-  } catch (const CLI::RuntimeError& failure) {
-    return failure.get_exit_code();
-  } catch (const CLI::ParseError& error) {
-    if (error.get_exit_code() == 0) return ShowHelp(app, error);
-    WriteError(OneLine(error.what()) + L"; " + HelpCommand(app) +
-               L" lists what there is");
-    return static_cast<int>(ExitCode::kWrongUsage);
-  } catch (const std::exception& error) {
-    WriteError(OneLine(error.what()));
-    return static_cast<int>(ExitCode::kInternalError);
+  } catch (const VerbError& failure) {
+    code = static_cast<ExitCode>(failure.get_exit_code());
+    error = failure.Text();
+  } catch (const CLI::RuntimeError& ended) {
+    code = static_cast<ExitCode>(ended.get_exit_code());
+  } catch (const CLI::ParseError& mistake) {
+    if (mistake.get_exit_code() == 0) return ShowHelp(app, mistake);
+    code = ExitCode::kWrongUsage;
+    error = OneLine(mistake.what()) + L"; " + HelpCommand(app) +
+            L" lists what there is";
+    WriteError(error);
+  } catch (const std::exception& fault) {
+    code = ExitCode::kInternalError;
+    error = OneLine(fault.what());
+    WriteError(error);
   }
+  if (json) ShowEnd(app, static_cast<int>(code), error);
+  return static_cast<int>(code);
 }
 
 }  // namespace

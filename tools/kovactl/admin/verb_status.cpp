@@ -13,6 +13,7 @@
 #include "log/server_logger.h"
 #include "log/sinks.h"
 #include "logs/log_mask.h"
+#include "logs/mask_report.h"
 
 namespace kova::ctl {
 namespace {
@@ -46,7 +47,7 @@ bool IsSwitchedOff(const StatusFacts& facts) {
   return false;
 }
 
-std::wstring LoggerText(const LoggerMask& logger) {
+std::wstring LoggerRows(const LoggerMask& logger) {
   std::wstring text = L"  " + HarmlessLine(logger.name) + L"\n";
   const std::optional<uint32_t> mask = logger.Mask();
   if (!mask) {
@@ -82,7 +83,7 @@ std::wstring LoggersText(const StatusFacts& facts) {
                     HexMask(kServerLoggerDefaultMask) + L", when it starts.",
                 2 * kIndent);
   }
-  for (const LoggerMask& logger : facts.loggers) text += LoggerText(logger);
+  for (const LoggerMask& logger : facts.loggers) text += LoggerRows(logger);
   return text;
 }
 
@@ -210,18 +211,6 @@ std::wstring DumpsText(const StatusFacts& facts) {
   return text;
 }
 
-Json LoggerJson(const LoggerMask& logger) {
-  const std::optional<uint32_t> mask = logger.Mask();
-  const uint32_t bits = mask.value_or(0);
-  return {
-      {"name", ToUtf8(logger.name)},
-      {"mask", mask ? Json(ToUtf8(HexMask(*mask))) : Json(nullptr)},
-      {"eventLog", JsonList(ChannelsOf(ReachingEventLog(bits)))},
-      {"debugger", JsonList(ChannelsOf(ReachingDebugger(bits)))},
-      {"file", JsonList(ChannelsOf(ReachingFile(bits)))},
-  };
-}
-
 Json SourceJson(const EventSource& source) {
   return {
       {"name", ToUtf8(source.name)},
@@ -233,7 +222,7 @@ Json SourceJson(const EventSource& source) {
 Json DumpJson(const DumpFile& dump) {
   return {
       {"path", ToUtf8(dump.path)},
-      {"bytes", dump.sizeBytes},
+      {"sizeBytes", dump.sizeBytes},
       {"written", ToUtf8(UtcTimeText(dump.writtenFileTime))},
   };
 }
@@ -307,7 +296,7 @@ Json StatusJson(const StatusFacts& facts) {
       {"unreadSettings",
        JsonList(facts.unread,
                 [](const Setting* setting) { return ToUtf8(setting->name); })},
-      {"settingsKey", ToUtf8(SettingsKeyText())},
+      {"key", ToUtf8(SettingsKeyText())},
       {"settings", JsonList(facts.settings, &SettingJson)},
       {"loggers", JsonList(facts.loggers, &LoggerJson)},
       {"eventSources", JsonList(facts.sources, &SourceJson)},

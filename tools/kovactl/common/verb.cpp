@@ -1,11 +1,19 @@
 #include "common/verb.h"
 
+#include <utility>
+
 #include "common/output.h"
+#include "common/utf8.h"
 
 namespace kova::ctl {
 namespace {
 
-constexpr int kIndent = 2;
+// What the one verb of this process has found.
+Json& KeptReport() {
+  static Json report = Json::object();
+  return report;
+}
+
 constexpr uint32_t kMostPort = 65535;
 constexpr uint32_t kMostTimeoutSeconds = 3600;
 
@@ -33,14 +41,26 @@ CLI::Validator Limits(uint32_t least, uint32_t most) {
   return CLI::Range(least, most).description("");
 }
 
-void ShowJson(const Json& report) { ShowText(JsonText(report, kIndent)); }
+void ShowJson(Json report) { KeptReport() = std::move(report); }
+
+void ShowOutcome(const std::wstring& verb, int exitCode,
+                 const std::wstring& error, int indent) {
+  Json json = {
+      {"schema", kJsonSchema},
+      {"verb", ToUtf8(verb)},
+      {"exitCode", exitCode},
+      {"error", error.empty() ? Json(nullptr) : Json(ToUtf8(error))},
+  };
+  json.update(KeptReport());
+  ShowText(JsonText(json, indent));
+}
 
 void ShowText(std::wstring_view text) { Output(STD_OUTPUT_HANDLE).Write(text); }
 
 void EndVerb(const std::optional<Failure>& failure) {
   if (!failure) return;
   WriteError(failure->text);
-  throw CLI::RuntimeError(static_cast<int>(failure->code));
+  throw VerbError(*failure);
 }
 
 }  // namespace kova::ctl

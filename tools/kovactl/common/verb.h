@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "common/exit_code.h"
@@ -29,15 +30,37 @@ void AddTimeoutOption(CLI::App& verb, uint32_t& seconds);
 // it: the library would show the limits in a notation of its own.
 CLI::Validator Limits(uint32_t least, uint32_t most);
 
-// Writes `report` to standard output as indented JSON and a line end.
-void ShowJson(const Json& report);
+// The version of what "--json" writes: it grows when something that programs
+// read goes or changes its meaning. docs/kovactl.schema.json describes it.
+inline constexpr int kJsonSchema = 1;
+
+// Keeps `report`, an object, until ShowOutcome writes it.
+void ShowJson(Json report);
+
+// Writes how the command line ended to standard output as JSON and a line end:
+// schema, verb, exit code, error (null after a success) and the members of the
+// report, if one was kept. `indent` is JsonText's.
+void ShowOutcome(const std::wstring& verb, int exitCode,
+                 const std::wstring& error, int indent);
 
 // Writes `text` to standard output as it is.
 void ShowText(std::wstring_view text);
 
+// A verb that failed; its line was written to standard error.
+class VerbError : public CLI::RuntimeError {
+ public:
+  explicit VerbError(const Failure& failure)
+      : CLI::RuntimeError(static_cast<int>(failure.code)),
+        m_text(failure.text) {}
+  [[nodiscard]] const std::wstring& Text() const { return m_text; }
+
+ private:
+  std::wstring m_text;
+};
+
 // Ends the verb: writes the failure's line to standard error and throws
-// CLI::RuntimeError with its code, which ends the parse; without a failure does
-// nothing. For a verb's callback.
+// VerbError, which ends the parse; without a failure does nothing. For a verb's
+// callback.
 void EndVerb(const std::optional<Failure>& failure);
 
 }  // namespace kova::ctl

@@ -14,19 +14,27 @@ using ::kova::ctl::EndVerb;
 using ::kova::ctl::ExitCode;
 using ::kova::ctl::Failure;
 using ::kova::ctl::ShowJson;
+using ::kova::ctl::ShowOutcome;
 using ::kova::ctl::test::CapturedOutput;
 
 TEST(Verb, WritesJsonInTheOrderItWasFilledWithIndentation) {
   CapturedOutput output;
   ShowJson({{"name", "b"}, {"list", {1, 2}}});
-  EXPECT_EQ(output.Finish(),
-            "{\n  \"name\": \"b\",\n  \"list\": [\n    1,\n    2\n  ]\n}\n");
+  ShowOutcome(L"the verb", 0, L"", 2);
+  EXPECT_EQ(
+      output.Finish(),
+      "{\n  \"schema\": 1,\n  \"verb\": \"the verb\",\n  \"exitCode\": 0,"
+      "\n  \"error\": null,\n  \"name\": \"b\",\n  \"list\": [\n    1,\n  "
+      "  2\n  ]\n}\n");
 }
 
 TEST(Verb, WritesJsonOfBrokenTextRatherThanFailing) {
   CapturedOutput output;
   ShowJson({{"name", "a\xFF"}});
-  EXPECT_EQ(output.Finish(), "{\n  \"name\": \"a\xEF\xBF\xBD\"\n}\n");
+  ShowOutcome(L"v", 9, L"no", -1);
+  EXPECT_EQ(output.Finish(),
+            "{\"schema\":1,\"verb\":\"v\",\"exitCode\":9,\"error\":\"no\","
+            "\"name\":\"a\xEF\xBF\xBD\"}\n");
 }
 
 TEST(Verb, EndsAFailedVerbWithItsCode) {

@@ -231,7 +231,7 @@ Json SummaryJson(const CrashDump& loaded) {
   return {
       {"path", ToUtf8(loaded.file.path)},
       {"number", JsonOrNull(loaded.number)},
-      {"time", ToUtf8(UtcTimeText(loaded.FileTime()))},
+      {"written", ToUtf8(UtcTimeText(loaded.FileTime()))},
       {"sizeBytes", loaded.file.sizeBytes},
       {"problem", isRead ? Json(nullptr) : Json(ToUtf8(loaded.problem))},
       {"exception", isRead ? ExceptionJson(*loaded.dump) : Json(nullptr)},

@@ -144,7 +144,7 @@ TEST_F(DumpReportTest, ShowsAnyNumberAnywhere) {
 TEST_F(DumpReportTest, SaysTheSameToPrograms) {
   const auto json = DumpJson(Load(m_bytes));
   EXPECT_EQ(json["number"], 7);
-  EXPECT_EQ(json["time"], "2023-11-14T22:13:20Z");
+  EXPECT_EQ(json["written"], "2023-11-14T22:13:20Z");
   EXPECT_EQ(json["problem"], nullptr);
   EXPECT_EQ(json["exception"]["code"], "0xc0000005");
   EXPECT_EQ(json["exception"]["module"], "KOVAServer.dll");

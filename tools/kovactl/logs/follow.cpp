@@ -138,9 +138,13 @@ void Follower::Show(const DebugLine& line) {
   ++m_shown;
   m_cut += line.isCut ? 1 : 0;
   SYSTEMTIME now{};
-  ::GetLocalTime(&now);
-  m_pump.PushText(m_options.json ? FollowJson(line, now)
-                                 : FollowText(line, now, m_color));
+  if (m_options.json) {
+    ::GetSystemTime(&now);
+    m_pump.PushText(FollowJson(line, now));
+  } else {
+    ::GetLocalTime(&now);
+    m_pump.PushText(FollowText(line, now, m_color));
+  }
 }
 
 void Follower::Run(const StopSignal& stop) {
@@ -230,7 +234,7 @@ std::wstring FollowText(const DebugLine& line, const SYSTEMTIME& now,
 std::wstring FollowJson(const DebugLine& line, const SYSTEMTIME& now) {
   const std::wstring_view channel = ChannelOf(line.text);
   Json json;
-  json["time"] = ToUtf8(DateText(now) + L"T" + TimeText(now));
+  json["time"] = ToUtf8(DateText(now) + L"T" + TimeText(now) + L"Z");
   json["processId"] = line.processId;
   json["channel"] = channel.empty() ? Json(nullptr) : Json(ToUtf8(channel));
   json["text"] = ToUtf8(line.text);

@@ -32,7 +32,7 @@ struct LineFilter {
 // line end.
 std::wstring FollowText(const DebugLine& line, const SYSTEMTIME& now,
                         bool color);
-// The same as one line of JSON with a line end.
+// The same as one line of JSON with a line end; there `now` is UTC.
 std::wstring FollowJson(const DebugLine& line, const SYSTEMTIME& now);
 
 struct FollowOptions {

@@ -65,7 +65,7 @@ TEST(FollowTextTest, KeepsFurtherLinesBelowAndHarmless) {
 
 TEST(FollowJsonTest, IsOneLine) {
   EXPECT_EQ(FollowJson({3, L"Error A::B: c\nd", false}, kNow),
-            L"{\"time\":\"2026-11-21T04:05:06.007\",\"processId\":3,"
+            L"{\"time\":\"2026-11-21T04:05:06.007Z\",\"processId\":3,"
             L"\"channel\":\"Error\",\"text\":\"Error A::B: c\\nd\","
             L"\"cut\":false}\n");
   EXPECT_NE(FollowJson({3, L"hello", true}, kNow)

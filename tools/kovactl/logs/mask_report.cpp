@@ -105,15 +105,6 @@ void AddSinks(Json& json, const std::wstring& name, uint32_t mask) {
   json["file"] = ToUtf8(LogFilePath(name));
 }
 
-Json LoggerJson(const LoggerMask& logger) {
-  Json json;
-  json["name"] = ToUtf8(logger.name);
-  json["mask"] = HexOrNull(logger.Mask());
-  json["wellFormed"] = logger.IsWellFormed();
-  if (logger.Mask()) AddSinks(json, logger.name, *logger.Mask());
-  return json;
-}
-
 std::wstring ValueRow(const LoggerMask& logger) {
   const std::optional<uint32_t> mask = logger.Mask();
   return mask ? HexMask(*mask) + L"  " + MaskText(*mask)
@@ -180,6 +171,15 @@ std::wstring LoggersText(const std::vector<LoggerMask>& loggers) {
   return text;
 }
 
+Json LoggerJson(const LoggerMask& logger) {
+  Json json;
+  json["name"] = ToUtf8(logger.name);
+  json["mask"] = HexOrNull(logger.Mask());
+  json["wellFormed"] = logger.IsWellFormed();
+  if (logger.Mask()) AddSinks(json, logger.name, *logger.Mask());
+  return json;
+}
+
 Json LoggersJson(const std::vector<LoggerMask>& loggers) {
   return {
       {"key", "HKEY_LOCAL_MACHINE\\" + ToUtf8(kMaskKey)},
@@ -218,7 +218,7 @@ std::wstring UpdateText(const MaskUpdate& update) {
 Json UpdateJson(const MaskUpdate& update) {
   const std::optional<std::wstring> undo = UndoCommand(update);
   Json json;
-  json["logger"] = ToUtf8(update.before.name);
+  json["name"] = ToUtf8(update.before.name);
   json["before"] = HexOrNull(update.before.Mask());
   json["now"] = HexOrNull(update.now.Mask());
   if (update.now.Mask()) {

@@ -39,6 +39,7 @@ std::wstring LoggerText(const LoggerMask& logger);
 
 // All of them, or that there are none.
 std::wstring LoggersText(const std::vector<LoggerMask>& loggers);
+Json LoggerJson(const LoggerMask& logger);
 Json LoggersJson(const std::vector<LoggerMask>& loggers);
 
 // What a command did to a mask.
