@@ -67,6 +67,7 @@
 //   changes-folder      a request changes the current folder
 //   changes-filter      initialising sets an unhandled-exception filter
 //   changes-rounding    a request changes how numbers are rounded
+//   closes-handles      initialising closes whatever handles there are
 //   damages-heap        writes behind a block of the heap
 //   crash-thread        a thread of its own crashes
 //   calls-restart       calls the restart routine while it handles a request,
@@ -286,6 +287,12 @@ void WSIE_SetKOVAServerRestartRoutine(KOVA_RestartRoutine* routine) {
 KOVA_Context WSIE_WebServerInitialize(void) {
   Misbehave("initialize");
   if (Has("slow-initialize")) ::Sleep(1500);
+  if (Has("closes-handles")) {
+    constexpr ULONG_PTR kLast = 0x400;
+    for (ULONG_PTR handle = 4; handle < kLast; handle += 4) {
+      ::CloseHandle(reinterpret_cast<HANDLE>(handle));
+    }
+  }
   if (Has("changes-filter")) ::SetUnhandledExceptionFilter(nullptr);
   if (Has("spins")) {
     std::thread([] {

@@ -195,6 +195,7 @@ constexpr Row kRows[] = {
     {L"changes-filter", "host-state", Callee::kInitialize,
      "the unhandled-exception filter", kWarning},
     {L"changes-rounding", "floating-point-state", Callee::kHandle, "of SSE"},
+    {L"closes-handles", "foreign-handle", Callee::kNone},
     {L"damages-heap", "heap-damage", Callee::kNone},
 
     {L"end-thread", "ended-thread", Callee::kHandle},

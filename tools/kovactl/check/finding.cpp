@@ -209,6 +209,10 @@ constexpr FlawKind kKinds[] = {
     {"heap-damage", Severity::kFault, "The heap is damaged", kHostEnds,
      "Look for writes beside a block, and for blocks that are freed twice, in "
      "what this step does."},
+    {"foreign-handle", Severity::kFault,
+     "Closes a handle that belongs to the host process", kHostMemory,
+     "Close what the extension opened, once, and forget the handle then: its "
+     "number is soon another one's."},
     {"crash", Severity::kFault, "Crashes", kHostEnds,
      "Look the address up in a debugger or in the map file of your linker."},
     {"exception", Severity::kFault, "Lets a C++ exception out", kHostEnds,
@@ -222,7 +226,8 @@ constexpr FlawKind kKinds[] = {
      "ends the process, too."},
     {"ended-thread", Severity::kFault, "Ends the thread that called it",
      "Loses the connection; the server never frees what belongs to it.",
-     "Return in place of calling ExitThread, _endthreadex or TerminateThread."},
+     "Return in place of calling ExitThread, _endthreadex or TerminateThread. "
+     "Under Wine a stack that overflows ends the thread, too."},
 };
 
 static_assert(std::size(kKinds) == kFlawCount);

@@ -68,6 +68,7 @@ enum class Flaw {
   kHostState,
   kFloatingPoint,
   kHeapDamage,
+  kForeignHandle,
   kCrash,
   kException,
   kHang,

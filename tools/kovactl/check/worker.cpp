@@ -204,9 +204,37 @@ constexpr StepBody* kBodies[] = {
 };
 static_assert(std::size(kBodies) == kEndStep);
 
+// Handles of the host's, from before the library is loaded. Those that the
+// check itself needs cannot be closed.
+class HostHandles {
+ public:
+  explicit HostHandles(HANDLE messages) {
+    ::SetHandleInformation(messages, HANDLE_FLAG_PROTECT_FROM_CLOSE,
+                           HANDLE_FLAG_PROTECT_FROM_CLOSE);
+    for (HANDLE& handle : m_handles) handle = Make();
+  }
+
+  // Whether some were closed since; they are made again.
+  bool TakeClosed() {
+    bool closed = false;
+    for (HANDLE& handle : m_handles) {
+      DWORD flags = 0;
+      if (::GetHandleInformation(handle, &flags)) continue;
+      handle = Make();
+      closed = true;
+    }
+    return closed;
+  }
+
+ private:
+  static HANDLE Make() { return ::CreateEventW(nullptr, TRUE, FALSE, nullptr); }
+
+  HANDLE m_handles[32];  // open until the process ends
+};
+
 // On a thread like a connection's: what the extension keeps for one of them is
 // not there for the next.
-bool DoStep(Harness& harness, StepBody* body) {
+bool DoStep(Harness& harness, StepBody* body, HostHandles& handles) {
   bool goOn = false;
   {
     const ConnectionThread thread(harness.state, 0,
@@ -216,6 +244,9 @@ bool DoStep(Harness& harness, StepBody* body) {
     if (::HeapValidate(heap, 0, nullptr)) continue;
     harness.reporter.Report({Flaw::kHeapDamage, Callee::kNone, ""});
   }
+  if (handles.TakeClosed()) {
+    harness.reporter.Report({Flaw::kForeignHandle, Callee::kNone, ""});
+  }
   return goOn;
 }
 
@@ -223,6 +254,7 @@ bool DoStep(Harness& harness, StepBody* body) {
 // goes on where the other one did not.
 void RunSteps(Harness& harness) {
   const size_t first = harness.state.task.firstStep;
+  HostHandles handles(harness.state.task.messages);
   for (size_t step = 0; step < kEndStep; ++step) {
     const bool isWanted =
         step >= first && (harness.state.task.only & StepBit(step)) != 0;
@@ -230,7 +262,7 @@ void RunSteps(Harness& harness) {
     harness.reporter.BeginStep(step);
     bool goOn = true;
     if (harness.HasTime()) {
-      goOn = DoStep(harness, kBodies[step]);
+      goOn = DoStep(harness, kBodies[step], handles);
     } else {
       harness.reporter.SkipStep("no time left; give it more with --budget");
     }
