@@ -175,8 +175,9 @@ TEST(ExtensionFormTest, GivesWhatTheServerRoutesBy) {
       "p%C1%B2inter", "printer%00", "printe",    "printer "};
   for (const std::string& name : names) {
     for (const std::string& value : values) {
-      const std::string bytes =
-          "GET /?x&" + name + "=" + value + "&printer=second HTTP/1.1\r\n\r\n";
+      std::string bytes = "GET /?x&";
+      bytes.append(name).append("=").append(value);
+      bytes += "&printer=second HTTP/1.1\r\n\r\n";
       HTTPRequest server;
       (void)server.ParseInPlace(bytes.data(),
                                 static_cast<int32_t>(bytes.size()), true);
