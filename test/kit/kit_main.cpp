@@ -2,6 +2,7 @@
 // of ours, and leaves the machine as it was.
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -221,22 +222,22 @@ int Run(const Kit& kit, const Options& options, const ctl::StopSignal& stop) {
 }  // namespace kova::test
 
 int main(int argc, char** argv) {
-  kova::test::Options options;
-  CLI::App app("Runs the tests of KOVA Server on this machine.", "run-tests");
-  app.add_flag("--quick", options.isQuick, "leave out what takes long");
-  app.add_option("--only", options.only, "programs to run, by name");
-  app.add_flag("--restore", options.isRestoreOnly,
-               "put back what a run that was cut off has left, and no more");
-  CLI11_PARSE(app, argc, argv);
-  // For programs that crash, and what they start: no questions to anybody.
-  ::SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
-  const kova::test::Kit kit = kova::test::FindKit();
-  std::filesystem::current_path(kit.folder);
   try {
+    kova::test::Options options;
+    CLI::App app("Runs the tests of KOVA Server on this machine.", "run-tests");
+    app.add_flag("--quick", options.isQuick, "leave out what takes long");
+    app.add_option("--only", options.only, "programs to run, by name");
+    app.add_flag("--restore", options.isRestoreOnly,
+                 "put back what a run that was cut off has left, and no more");
+    CLI11_PARSE(app, argc, argv);
+    // For programs that crash, and what they start: no questions to anybody.
+    ::SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
+    const kova::test::Kit kit = kova::test::FindKit();
+    std::filesystem::current_path(kit.folder);
     const kova::ctl::StopSignal stop;
     return kova::test::Run(kit, options, stop);
   } catch (const std::exception& error) {
-    std::cout << "error: " << error.what() << std::endl;
+    std::printf("error: %s\n", error.what());
     return kova::test::kSomeFailed;
   }
 }
