@@ -114,7 +114,9 @@ void AddOwnSources(const std::wstring& log, Names& names) {
       return;
     }
     const std::wstring source = log + L"\\" + name;
-    if (IsOwnSource(source)) names.insert(source);
+    if (name == std::wstring_view(kServerSource) || IsOwnSource(source)) {
+      names.insert(source);
+    }
   }
 }
 
