@@ -95,7 +95,7 @@ bool IsOwnSource(const std::wstring& path) {
   wchar_t file[MAX_PATH] = {};
   DWORD sizeBytes = sizeof(file) - sizeof(wchar_t);
   return ::RegGetValueW(HKEY_LOCAL_MACHINE, path.c_str(), L"EventMessageFile",
-                        RRF_RT_REG_SZ | RRF_RT_REG_EXPAND_SZ, nullptr, file,
+                        RRF_RT_REG_SZ, nullptr, file,
                         &sizeBytes) == ERROR_SUCCESS &&
          std::wstring_view(file).ends_with(kMessageLibrary);
 }

@@ -63,7 +63,7 @@ make_wine_prefix
 mkdir -p "$folder"
 python3 -B "$here/packaging/kit.py" --source "$here" --build "$KOVA_BUILD" \
   --output "$folder" --version 1.2.3 --epoch 1700000000 --unpacked \
-  --programs kit_tests whole_logging_tests
+  --programs kit_tests log_tests whole_logging_tests
 [ -s "$kit/licences/googletest.txt" ] || fail "there is no licence of GoogleTest"
 snapshot >"$scratch/before"
 
@@ -72,7 +72,7 @@ for _ in 1 2; do
   expect 0 '[0-9]+ passed, 0 failed, 0 skipped'
   expect_as_before
 done
-for file in system summary kit_tests whole_logging_tests; do
+for file in system summary log_tests whole_logging_tests; do
   [ -s "$kit/results/$file.txt" ] || fail "the results lack $file.txt"
 done
 computer=$(wine cmd /c 'echo %COMPUTERNAME%' 2>/dev/null | tr -d '\r\n')
