@@ -123,5 +123,10 @@ int main() {
     arguments.push_back(kova::ctl::ToUtf8(wide[i]));
   }
   ::LocalFree(wide);
-  return kova::ctl::RunCommandLine(std::move(arguments));
+  try {
+    return kova::ctl::RunCommandLine(std::move(arguments));
+  } catch (const std::exception&) {
+    // Nothing more can be written, for want of memory.
+    return static_cast<int>(kova::ctl::ExitCode::kInternalError);
+  }
 }

@@ -136,10 +136,10 @@ class GetRequest {
                                          target.c_str(), nullptr, nullptr,
                                          nullptr, WINHTTP_FLAG_ESCAPE_DISABLE));
     if (!Worked(m_request.IsValid())) return false;
-    auto* self = this;
+    auto context = reinterpret_cast<DWORD_PTR>(this);
     return Worked(::WinHttpSetOption(m_request.Get(),
-                                     WINHTTP_OPTION_CONTEXT_VALUE, &self,
-                                     sizeof(self))) &&
+                                     WINHTTP_OPTION_CONTEXT_VALUE, &context,
+                                     sizeof(context))) &&
            Worked(::WinHttpSetStatusCallback(
                       m_request.Get(), &OnStatus,
                       WINHTTP_CALLBACK_FLAG_ALL_NOTIFICATIONS,
@@ -191,15 +191,11 @@ class GetRequest {
   // Reads what is there and no more: a read that wants more may wait for it
   // longer than it should.
   bool ReadBody(Exchange& exchange) {
-    while (true) {
-      DWORD count = 0;
-      if (!Completed(::WinHttpQueryDataAvailable(m_request.Get(), nullptr)) ||
-          (count = TakeCount()) == 0) {
-        break;
-      }
-      count = std::min(count, static_cast<DWORD>(m_bytes.size()));
-      if (!Completed(::WinHttpReadData(m_request.Get(), m_bytes.data(), count,
-                                       nullptr))) {
+    while (Completed(::WinHttpQueryDataAvailable(m_request.Get(), nullptr))) {
+      const DWORD count =
+          std::min(TakeCount(), static_cast<DWORD>(m_bytes.size()));
+      if (count == 0 || !Completed(::WinHttpReadData(
+                            m_request.Get(), m_bytes.data(), count, nullptr))) {
         break;
       }
       exchange.bodyBytes += TakeCount();

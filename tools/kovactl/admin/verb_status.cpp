@@ -129,8 +129,9 @@ std::wstring ListenersText(const HostProcess& host) {
 }
 
 std::wstring MegabytesText(std::optional<uint64_t> bytes) {
+  constexpr uint64_t kMegabyte = 1024 * 1024;
   if (!bytes) return L"? MB";
-  return std::to_wstring((*bytes + 512 * 1024) / (1024 * 1024)) + L" MB";
+  return std::to_wstring((*bytes + kMegabyte / 2) / kMegabyte) + L" MB";
 }
 
 std::wstring HostText(const HostProcess& host) {
