@@ -115,10 +115,13 @@ const std::array<HoldingKind, kHoldingKinds> kHoldings = {{
 }};
 
 std::vector<HANDLE> ProcessHeaps() {
-  std::vector<HANDLE> heaps(64);
-  const DWORD count =
-      ::GetProcessHeaps(static_cast<DWORD>(heaps.size()), heaps.data());
-  heaps.resize(std::min<size_t>(count, heaps.size()));
+  std::vector<HANDLE> heaps;
+  // An array that is too small is not filled.
+  for (DWORD count = 64; count > heaps.size();) {
+    heaps.resize(count);
+    count = ::GetProcessHeaps(count, heaps.data());
+    if (count <= heaps.size()) heaps.resize(count);
+  }
   return heaps;
 }
 

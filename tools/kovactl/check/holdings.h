@@ -26,7 +26,7 @@ extern const std::array<HoldingKind, kHoldingKinds> kHoldings;
 using Holdings = std::array<int64_t, kHoldingKinds>;
 Holdings CountHoldings();
 
-// The heaps of this process, at most 64.
+// The heaps of this process.
 std::vector<HANDLE> ProcessHeaps();
 
 // "12 KiB of memory", "1,000 handles".
