@@ -15,7 +15,6 @@ using ::kova::ctl::ImageForm;
 using ::kova::ctl::LibraryForm;
 using ::kova::ctl::PackageForm;
 using ::kova::ctl::PrinterFacts;
-using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
