@@ -25,6 +25,9 @@ std::wstring CommandLine(const std::wstring& arguments) {
 }  // namespace
 
 ProgramResult RunKovactl(const std::wstring& arguments) {
+  // Wine starts its desktop with the first program that asks for one. Started
+  // by the tool, it would inherit the pipes and keep them open.
+  (void)::GetDesktopWindow();
   ReadPipe output;
   ReadPipe errors;
   LetChildrenInherit(output);
